@@ -1,0 +1,373 @@
+#include "ApplicationManager.h"
+
+#include "DebugPrint.h"
+#include "Exception.h"
+#include "ListenerList.h"
+#include "OSTime.h"
+#include "Serialization.h"
+
+#include <cstdlib>
+#include <cstring>
+
+namespace Velmora {
+
+static char const MODULE[] = "ApplicationManager";
+
+// ---- ApplicationMapEntry ---------------------------------------------------
+
+unsigned int const ApplicationManager::ApplicationMapEntry::INITIAL_TIMEOUT_DELAY = OS_GetTickRate() * 10;
+unsigned int const ApplicationManager::ApplicationMapEntry::RUNNING_TIMEOUT_DELAY = OS_GetTickRate() * 6;
+
+ApplicationManager::ApplicationMapEntry::ApplicationMapEntry()
+    : timeoutDelay(INITIAL_TIMEOUT_DELAY), initialTick(OS_GetTicks()), keepAliveTick(initialTick)
+{
+}
+
+ApplicationManager::ApplicationMapEntry::ApplicationMapEntry(std::string const& uid, std::string const& name,
+                                                             std::string const& parameters,
+                                                             unsigned int timeoutDelay, APPClient* appClient)
+    : uid(uid), name(name), parameters(parameters), appClient(appClient),
+      lastReportedState(ILifecycleManagement::STATE_UNINITIALIZED), timeoutDelay(timeoutDelay),
+      initialTick(OS_GetTicks()), keepAliveTick(initialTick)
+{
+}
+
+ApplicationManager::ApplicationMapEntry::ApplicationMapEntry(std::string const& uid, std::string const& name,
+                                                             std::string const& parameters,
+                                                             unsigned int timeoutDelay, ZAVClient* zavClient)
+    : uid(uid), name(name), parameters(parameters), zavClient(zavClient),
+      lastReportedState(ILifecycleManagement::STATE_UNINITIALIZED), timeoutDelay(timeoutDelay),
+      initialTick(OS_GetTicks()), keepAliveTick(initialTick)
+{
+}
+
+ApplicationManager::ApplicationMapEntry::~ApplicationMapEntry() = default;
+
+ILifecycleManagement* ApplicationManager::ApplicationMapEntry::getLifecycleManagementInterface() const
+{
+    if (appClient)
+        return appClient;
+    return zavClient;
+}
+
+IWindowCompositing* ApplicationManager::ApplicationMapEntry::getWindowCompositingInterface() const
+{
+    if (appClient)
+        return appClient;
+    return zavClient;
+}
+
+IWindowEvent* ApplicationManager::ApplicationMapEntry::getWindowEventInterface() const
+{
+    if (appClient)
+        return appClient;
+    return zavClient;
+}
+
+bool ApplicationManager::ApplicationMapEntry::getKeepAlive() const
+{
+    return timeoutDelay >= OS_GetTicks() - keepAliveTick;
+}
+
+void ApplicationManager::ApplicationMapEntry::resetKeepAlive() { keepAliveTick = OS_GetTicks(); }
+
+void ApplicationManager::ApplicationMapEntry::setLastReportedState(std::string const& state)
+{
+    lastReportedState = state;
+    if (state == ILifecycleManagement::STATE_RUNNING)
+        timeoutDelay = RUNNING_TIMEOUT_DELAY;
+}
+
+void ApplicationManager::ApplicationMapEntry::setDeathMark(bool mark)
+{
+    deathMark = mark;
+    resetKeepAlive();
+}
+
+// ---- Commands --------------------------------------------------------------
+
+ApplicationManager::GetStateCommand::GetStateCommand(ApplicationManager* manager, std::string const& uid)
+    : ReturningCommand(manager), uid(uid)
+{
+}
+void ApplicationManager::GetStateCommand::call() { setReturn(getApplicationManager()->_getState(uid)); }
+
+ApplicationManager::SetStateCommand::SetStateCommand(ApplicationManager* manager, std::string const& uid,
+                                                     std::string const& requestedState)
+    : ApplicationManagerCommand(manager), uid(uid), requestedState(requestedState)
+{
+}
+void ApplicationManager::SetStateCommand::call() { getApplicationManager()->_setState(uid, requestedState); }
+
+ApplicationManager::ActivateCommand::ActivateCommand(ApplicationManager* manager, std::string const& uid)
+    : ApplicationManagerCommand(manager), uid(uid)
+{
+}
+void ApplicationManager::ActivateCommand::call() { getApplicationManager()->_activate(uid); }
+
+ApplicationManager::SuspendCommand::SuspendCommand(ApplicationManager* manager, std::string const& uid)
+    : ApplicationManagerCommand(manager), uid(uid)
+{
+}
+void ApplicationManager::SuspendCommand::call() { getApplicationManager()->_suspend(uid); }
+
+ApplicationManager::TerminateCommand::TerminateCommand(ApplicationManager* manager, std::string const& uid)
+    : ApplicationManagerCommand(manager), uid(uid)
+{
+}
+void ApplicationManager::TerminateCommand::call() { getApplicationManager()->_terminate(uid); }
+
+ApplicationManager::GetRuntimeStatisticsCommand::GetRuntimeStatisticsCommand(ApplicationManager* manager,
+                                                                             std::string const& uid)
+    : ReturningCommand(manager), uid(uid)
+{
+}
+void ApplicationManager::GetRuntimeStatisticsCommand::call()
+{
+    setReturn(getApplicationManager()->_getRuntimeStatistics(uid));
+}
+
+ApplicationManager::OnKeepAliveCommand::OnKeepAliveCommand(ApplicationManager* manager, std::string const& uid,
+                                                           std::string const& state)
+    : ApplicationManagerCommand(manager), uid(uid), state(state)
+{
+}
+void ApplicationManager::OnKeepAliveCommand::call() { getApplicationManager()->_onKeepAlive(uid, state); }
+
+ApplicationManager::OnStateChangeCommand::OnStateChangeCommand(ApplicationManager* manager, std::string const& uid,
+                                                               std::string const& oldState,
+                                                               std::string const& newState)
+    : ApplicationManagerCommand(manager), uid(uid), oldState(oldState), newState(newState)
+{
+}
+void ApplicationManager::OnStateChangeCommand::call()
+{
+    getApplicationManager()->_onStateChange(uid, oldState, newState);
+}
+
+// ---- The manager -----------------------------------------------------------
+
+ApplicationManager::ApplicationManager(ApplicationFactory* factory, std::string const& name, int argc, char** argv)
+    : CommandProcessor(name), argc(argc), argv(argv), applicationFactory(factory),
+      initialTimeoutDelay(ApplicationMapEntry::INITIAL_TIMEOUT_DELAY), applicationHostname("Host"),
+      listenerMutex(name)
+{
+}
+
+ApplicationManager::~ApplicationManager()
+{
+    destroyAllApplications();
+    uninit();
+}
+
+void ApplicationManager::destroyAllApplications()
+{
+    while (!applications.empty()) {
+        std::string uid = applications.begin()->first;
+        ApplicationManager::_destroyApplication(uid);
+    }
+}
+
+void ApplicationManager::init()
+{
+    CommandProcessor::init();
+    for (int i = 1; i + 1 < argc; ++i) {
+        if (std::strcmp(argv[i], "--velmora:gcInitDelay") == 0)
+            initialTimeoutDelay = static_cast<unsigned int>(std::strtoul(argv[++i], nullptr, 10)) * OS_GetTickRate();
+        else if (std::strcmp(argv[i], "--velmora:applicationHostname") == 0)
+            applicationHostname = argv[++i];
+    }
+}
+
+std::string ApplicationManager::getState(std::string const& uid)
+{
+    GetStateCommand command(this, uid);
+    executeOrThrow(command, MODULE, __LINE__, "getState");
+    return command.getReturn();
+}
+
+void ApplicationManager::setState(std::string const& uid, std::string const& requestedState)
+{
+    SetStateCommand command(this, uid, requestedState);
+    executeOrThrow(command, MODULE, __LINE__, "setState");
+}
+
+void ApplicationManager::activate(std::string const& uid)
+{
+    ActivateCommand command(this, uid);
+    executeOrThrow(command, MODULE, __LINE__, "activate");
+}
+
+void ApplicationManager::suspend(std::string const& uid)
+{
+    SuspendCommand command(this, uid);
+    executeOrThrow(command, MODULE, __LINE__, "suspend");
+}
+
+void ApplicationManager::terminate(std::string const& uid)
+{
+    TerminateCommand command(this, uid);
+    executeOrThrow(command, MODULE, __LINE__, "terminate");
+}
+
+ILifecycleManagement::RuntimeStatistics ApplicationManager::getRuntimeStatistics(std::string const& uid)
+{
+    GetRuntimeStatisticsCommand command(this, uid);
+    executeOrThrow(command, MODULE, __LINE__, "getRuntimeStatistics");
+    return command.getReturn();
+}
+
+void ApplicationManager::onKeepAlive(std::string const& uid, std::string const& state)
+{
+    queueCommand(new OnKeepAliveCommand(this, uid, state), true);
+}
+
+void ApplicationManager::onStateChange(std::string const& uid, std::string const& oldState,
+                                       std::string const& newState)
+{
+    queueCommand(new OnStateChangeCommand(this, uid, oldState, newState), true);
+}
+
+void ApplicationManager::onError(std::string const& uid, std::string const& errorType)
+{
+    fanOut(listenerMutex, listeners, listenersChanged,
+           [&](IApplicationManager::IApplicationManagerListener* listener) { listener->onError(uid, errorType); });
+}
+
+void ApplicationManager::addListener(IListener* listener)
+{
+    Mutex::ScopedLock lock(&listenerMutex);
+    if (Velmora::addListener(listeners, listener))
+        listenersChanged = true;
+}
+
+void ApplicationManager::removeListener(IListener* listener)
+{
+    Mutex::ScopedLock lock(&listenerMutex);
+    if (Velmora::removeListener(listeners, listener))
+        listenersChanged = true;
+}
+
+ApplicationManager::ApplicationMapEntry* ApplicationManager::_getApplicationEntry(std::string const& uid)
+{
+    auto found = applications.find(uid);
+    return found == applications.end() ? nullptr : &found->second;
+}
+
+void ApplicationManager::_onApplicationListChange() {}
+
+std::string ApplicationManager::_createApplication(std::string const& name, std::string const& parameters)
+{
+    std::string processId = applicationFactory->createApplication(name, applicationHostname, parameters);
+    if (processId.empty())
+        return std::string();
+    Deserializer deserializer(parameters);
+    IApplicationManager::LaunchParameters launchParameters(deserializer);
+    std::string uid = launchParameters.getAuthorizationToken().empty() ? processId
+                                                                       : launchParameters.getAuthorizationToken();
+    // A second launch under the same token replaces the entry; its process stays
+    // alive, but the old client would be lost with the entry, so it goes now.
+    if (ApplicationMapEntry* previous = _getApplicationEntry(uid)) {
+        if (APPClient* stale = previous->getAPPClient())
+            runLoggingExceptions(MODULE, __LINE__, "_createApplication", [stale] { delete stale; });
+    }
+    APPClient* client = APPClient::create(getClientType(), uid);
+    applications[uid] = ApplicationMapEntry(uid, name, parameters, initialTimeoutDelay, client);
+    applications[uid].setPid(processId);
+    client->addListener(static_cast<IApplication::IApplicationListener*>(this));
+    client->init();
+    return uid;
+}
+
+void ApplicationManager::_destroyApplication(std::string const& uid)
+{
+    auto found = applications.find(uid);
+    if (found == applications.end())
+        return;
+    ApplicationMapEntry& entry = found->second;
+    if (APPClient* client = entry.getAPPClient())
+        runLoggingExceptions(MODULE, __LINE__, "_destroyApplication", [client] { delete client; });
+    bool forceful = entry.getLastReportedState() == ILifecycleManagement::STATE_RUNAWAY;
+    runLoggingExceptions(MODULE, __LINE__, "_destroyApplication",
+                         [&] { applicationFactory->destroyApplication(entry.getPid(), forceful); });
+    applications.erase(found);
+}
+
+ILifecycleManagement* ApplicationManager::lifecycleOf(std::string const& uid, char const* operation)
+{
+    ApplicationMapEntry* entry = _getApplicationEntry(uid);
+    if (!entry)
+        throwException(MODULE, __LINE__, operation, ReturnInvalidParameter);
+    ILifecycleManagement* client = entry->getLifecycleManagementInterface();
+    if (!client)
+        throwException(MODULE, __LINE__, operation, ReturnInvalidState);
+    return client;
+}
+
+std::string ApplicationManager::_getState(std::string const& uid) { return lifecycleOf(uid, "_getState")->getState(uid); }
+
+void ApplicationManager::_setState(std::string const& uid, std::string const& requestedState)
+{
+    lifecycleOf(uid, "_setState")->setState(uid, requestedState);
+}
+
+void ApplicationManager::_activate(std::string const& uid) { lifecycleOf(uid, "_activate")->activate(uid); }
+
+void ApplicationManager::_suspend(std::string const& uid) { lifecycleOf(uid, "_suspend")->suspend(uid); }
+
+ILifecycleManagement::RuntimeStatistics ApplicationManager::_getRuntimeStatistics(std::string const& uid)
+{
+    return lifecycleOf(uid, "_getRuntimeStatistics")->getRuntimeStatistics(uid);
+}
+
+void ApplicationManager::_terminate(std::string const& uid)
+{
+    ApplicationMapEntry* entry = _getApplicationEntry(uid);
+    if (!entry)
+        throwException(MODULE, __LINE__, "_terminate", ReturnInvalidParameter);
+    _terminate(entry);
+}
+
+void ApplicationManager::_terminate(ApplicationMapEntry* entry)
+{
+    if (!entry)
+        throwException(MODULE, __LINE__, "_terminate", ReturnInvalidParameter);
+    entry->setDeathMark(true);
+    ILifecycleManagement* client = entry->getLifecycleManagementInterface();
+    if (!client)
+        throwException(MODULE, __LINE__, "_terminate", ReturnInvalidState);
+    client->terminate(entry->getUid());
+}
+
+void ApplicationManager::_onKeepAlive(std::string const& uid, std::string const& state)
+{
+    ApplicationMapEntry* entry = _getApplicationEntry(uid);
+    if (!entry)
+        return;
+    std::string lastState = entry->getLastReportedState();
+    _onStateChange(uid, lastState, state);
+}
+
+void ApplicationManager::_onStateChange(std::string const& uid, std::string const& /*oldState*/,
+                                        std::string const& newState)
+{
+    ApplicationMapEntry* entry = _getApplicationEntry(uid);
+    if (!entry)
+        return;
+    bool lives = true;
+    if (newState != entry->getLastReportedState()) {
+        entry->setLastReportedState(newState);
+        if (ILifecycleManagement::isApplicationTerminated(newState)) {
+            _destroyApplication(uid);
+            lives = false;
+        }
+        _onApplicationListChange();
+    }
+    if (lives) {
+        // The list change may have touched the table: look the entry up again.
+        if (ApplicationMapEntry* current = _getApplicationEntry(uid))
+            current->resetKeepAlive();
+    }
+}
+
+} // namespace Velmora

@@ -1,0 +1,232 @@
+// Figures of the foundation: command hand-off, queueing, process launch and
+// the serial model, each against the raw mechanism it is built on.
+#include "FigureReporter.h"
+
+#include "CommandProcessor.h"
+#include "HWPApplicationFactory.h"
+#include "IApplicationManager.h"
+#include "Serialization.h"
+
+#include <json/reader.h>
+#include <json/writer.h>
+
+#include <condition_variable>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+using namespace Velmora;
+
+namespace {
+
+struct Noop : CommandProcessor::Command {
+    using Command::Command;
+    void call() override { benchmark::DoNotOptimize(this); }
+};
+
+struct Processor : CommandProcessor {
+    Processor() : CommandProcessor("Bench") { init(); }
+    ~Processor() override { uninit(); }
+};
+
+// A worker thread fed through one mutex and condition variable, the caller
+// waiting on its own condition for the answer: the raw form of executeCommand.
+class RawWorker {
+public:
+    RawWorker()
+        : worker([this] { loop(); })
+    {
+    }
+    ~RawWorker()
+    {
+        {
+            std::lock_guard lock(mutex);
+            stop = true;
+        }
+        wake.notify_one();
+        worker.join();
+    }
+    void roundTrip()
+    {
+        struct Job {
+            bool done = false;
+            std::condition_variable cv;
+        } job;
+        std::unique_lock lock(mutex);
+        jobs.push_back([&job] {
+            job.done = true;
+            job.cv.notify_one();
+        });
+        wake.notify_one();
+        job.cv.wait(lock, [&job] { return job.done; });
+    }
+    void push(Noop* item)
+    {
+        std::lock_guard lock(mutex);
+        owned.push_back(item);
+        wake.notify_one();
+    }
+
+private:
+    void loop()
+    {
+        std::unique_lock lock(mutex);
+        while (!stop) {
+            if (!jobs.empty()) {
+                auto job = std::move(jobs.front());
+                jobs.pop_front();
+                job(); // runs under the lock, which the waiter needs anyway
+                continue;
+            }
+            if (!owned.empty()) {
+                Noop* item = owned.front();
+                owned.pop_front();
+                lock.unlock();
+                item->call();
+                delete item;
+                lock.lock();
+                continue;
+            }
+            wake.wait(lock);
+        }
+        for (Noop* item : owned)
+            delete item;
+    }
+    std::mutex mutex;
+    std::condition_variable wake;
+    std::deque<std::function<void()>> jobs;
+    std::deque<Noop*> owned;
+    bool stop = false;
+    std::thread worker;
+};
+
+void BM_ExecuteCommand(benchmark::State& state)
+{
+    Processor processor;
+    Noop command(&processor);
+    for (auto _ : state)
+        processor.executeCommand(&command);
+}
+BENCHMARK(BM_ExecuteCommand)->UseRealTime();
+
+void BM_RawHandoff(benchmark::State& state)
+{
+    RawWorker worker;
+    for (auto _ : state)
+        worker.roundTrip();
+}
+BENCHMARK(BM_RawHandoff)->UseRealTime();
+
+void BM_QueueCommand(benchmark::State& state)
+{
+    Processor processor;
+    for (auto _ : state)
+        processor.queueCommand(new Noop(&processor), true);
+}
+BENCHMARK(BM_QueueCommand)->UseRealTime();
+
+void BM_RawQueuePush(benchmark::State& state)
+{
+    RawWorker worker;
+    Processor unused;
+    for (auto _ : state)
+        worker.push(new Noop(&unused));
+}
+BENCHMARK(BM_RawQueuePush)->UseRealTime();
+
+// The program exits by itself, as one does after it was told to terminate;
+// the wait for that exit (without reaping) is the same in both loops.
+void waitForExit(pid_t pid)
+{
+    siginfo_t info{};
+    waitid(P_PID, pid, &info, WEXITED | WNOWAIT);
+}
+
+void BM_LaunchAndDestroy(benchmark::State& state)
+{
+    HWPApplicationFactory factory;
+    for (auto _ : state) {
+        std::string pid = factory.createApplication(VELMORA_TEST_CHILD, "Host", "exit");
+        waitForExit(std::stoi(pid));
+        factory.destroyApplication(pid, false);
+    }
+}
+BENCHMARK(BM_LaunchAndDestroy)->UseRealTime();
+
+void BM_RawForkExec(benchmark::State& state)
+{
+    for (auto _ : state) {
+        int ends[2];
+        if (pipe2(ends, O_CLOEXEC) != 0)
+            state.SkipWithError("pipe");
+        pid_t pid = fork();
+        if (pid == 0) {
+            close(ends[0]);
+            setenv("VELMORA_APP_HOSTNAME", "Host", 1);
+            setenv("VELMORA_APP_PARAMETERS", "exit", 1);
+            execlp(VELMORA_TEST_CHILD, VELMORA_TEST_CHILD, "", static_cast<char*>(nullptr));
+            _exit(1);
+        }
+        close(ends[1]);
+        char byte;
+        benchmark::DoNotOptimize(read(ends[0], &byte, 1));
+        close(ends[0]);
+        waitForExit(pid);
+        int status;
+        waitpid(pid, &status, 0);
+    }
+}
+BENCHMARK(BM_RawForkExec)->UseRealTime();
+
+IApplicationManager::LaunchParameters const sample("1234567", "WEBAPP", "http://localhost/home/index.html",
+                                                   "--fullscreen --lang=en", false);
+
+void BM_SerialRoundTrip(benchmark::State& state)
+{
+    for (auto _ : state) {
+        std::string text = sample.serialize();
+        auto back = deserialize<IApplicationManager::LaunchParameters>(text);
+        benchmark::DoNotOptimize(back.getApplicationURL().size());
+    }
+}
+BENCHMARK(BM_SerialRoundTrip);
+
+void BM_RawJsonRoundTrip(benchmark::State& state)
+{
+    Json::FastWriter writer;
+    std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    for (auto _ : state) {
+        Json::Value value(Json::objectValue);
+        value["authorizationToken"] = sample.getAuthorizationToken();
+        value["applicationType"] = sample.getApplicationType();
+        value["applicationURL"] = sample.getApplicationURL();
+        value["applicationParameters"] = sample.getApplicationParameters();
+        value["launchFlag"] = false;
+        std::string text = writer.write(value);
+        Json::Value parsed;
+        reader->parse(text.data(), text.data() + text.size(), &parsed, nullptr);
+        std::string token = parsed["authorizationToken"].asString();
+        std::string type = parsed["applicationType"].asString();
+        std::string url = parsed["applicationURL"].asString();
+        std::string parameters = parsed["applicationParameters"].asString();
+        bool flag = parsed["launchFlag"].asBool();
+        benchmark::DoNotOptimize(url.size() + token.size() + type.size() + parameters.size() + flag);
+    }
+}
+BENCHMARK(BM_RawJsonRoundTrip);
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    return VelmoraBench::runFigures(argc, argv,
+                                    {
+                                        {"command_roundtrip_ratio", "BM_ExecuteCommand/real_time", "BM_RawHandoff/real_time"},
+                                        {"queue_command_ratio", "BM_QueueCommand/real_time", "BM_RawQueuePush/real_time"},
+                                        {"launch_ratio", "BM_LaunchAndDestroy/real_time", "BM_RawForkExec/real_time"},
+                                        {"serial_roundtrip_ratio", "BM_SerialRoundTrip", "BM_RawJsonRoundTrip"},
+                                    });
+}

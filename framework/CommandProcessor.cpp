@@ -1,0 +1,218 @@
+#include "CommandProcessor.h"
+
+#include "DebugPrint.h"
+#include "Exception.h"
+#include "OSTime.h"
+
+#include <algorithm>
+#include <chrono>
+
+namespace Velmora {
+
+static char const MODULE[] = "CommandProcessor";
+
+CommandProcessor::Command::Command(CommandProcessor* processor) : processor(processor) {}
+CommandProcessor::Command::~Command() = default;
+ReturnCode CommandProcessor::Command::getStatus() const { return status; }
+void CommandProcessor::Command::setStatus(ReturnCode const& value) { status = value; }
+bool CommandProcessor::Command::getIsQueued() const { return isQueued; }
+void CommandProcessor::Command::setIsQueued(bool const& queued) { isQueued = queued; }
+
+CommandProcessor::PeriodicCommand::PeriodicCommand(CommandProcessor* processor, unsigned int period)
+    : Command(processor), period(period)
+{
+}
+unsigned int CommandProcessor::PeriodicCommand::getPeriod() const { return period; }
+void CommandProcessor::PeriodicCommand::remove() { processor->unregisterPeriodicCommand(this); }
+
+CommandProcessor::CommandProcessor(std::string const& name) : ActiveObject(name) {}
+
+CommandProcessor::~CommandProcessor() { uninit(); }
+
+void CommandProcessor::init()
+{
+    {
+        std::lock_guard lock(mutex);
+        if (running)
+            return;
+        running = true;
+        stopping = false;
+    }
+    ActiveObject::init();
+}
+
+void CommandProcessor::thread() { moduleLoop(); }
+
+void CommandProcessor::moduleLoop()
+{
+    std::unique_lock lock(mutex);
+    while (!stopping) {
+        if (runDuePeriodic(lock))
+            continue;
+        if (queue.empty()) {
+            waitForWork(lock);
+            continue;
+        }
+        Entry entry = queue.front();
+        queue.pop_front();
+        lock.unlock();
+        run(entry.command);
+        if (!entry.completion && entry.owned)
+            delete entry.command;
+        lock.lock();
+        if (entry.completion) {
+            entry.completion->done = true;
+            entry.completion->condition.notify_one();
+        }
+    }
+    discardQueue(lock);
+}
+
+void CommandProcessor::run(Command* command)
+{
+    try {
+        command->call();
+        command->setStatus(ReturnSuccess);
+    } catch (Exception const& e) {
+        command->setStatus(e.getCode());
+    } catch (std::exception const& e) {
+        VLOG(DebugLevelError, "%s(): caught exception: %s\n", "call", e.what());
+        command->setStatus(ReturnGenericFailure);
+    } catch (...) {
+        VLOG(DebugLevelError, "%s(): caught unknown exception\n", "call");
+        command->setStatus(ReturnGenericFailure);
+    }
+}
+
+bool CommandProcessor::runDuePeriodic(std::unique_lock<std::mutex>& lock)
+{
+    unsigned int now = OS_GetTicks();
+    auto due = std::find_if(periodics.begin(), periodics.end(),
+                            [now](Periodic const& p) { return static_cast<int>(now - p.due) >= 0; });
+    if (due == periodics.end())
+        return false;
+    PeriodicCommand* command = due->command;
+    due->due = now + command->getPeriod();
+    runningPeriodic = command;
+    lock.unlock();
+    run(command);
+    lock.lock();
+    runningPeriodic = nullptr;
+    periodicIdle.notify_all();
+    return true;
+}
+
+void CommandProcessor::waitForWork(std::unique_lock<std::mutex>& lock)
+{
+    if (periodics.empty()) {
+        wakeUp.wait(lock);
+        return;
+    }
+    unsigned int now = OS_GetTicks();
+    unsigned int wait = ~0u;
+    for (Periodic const& p : periodics)
+        wait = std::min(wait, p.due - now);
+    // A test clock moves without telling anyone: look at it often.
+    if (OS_TestClockActive())
+        wait = std::min(wait, 5u);
+    wakeUp.wait_for(lock, std::chrono::milliseconds(wait));
+}
+
+void CommandProcessor::discardQueue(std::unique_lock<std::mutex>& lock)
+{
+    while (!queue.empty()) {
+        Entry entry = queue.front();
+        queue.pop_front();
+        if (entry.completion) {
+            entry.command->setStatus(ReturnInvalidState);
+            entry.completion->done = true;
+            entry.completion->condition.notify_one();
+        } else if (entry.owned) {
+            lock.unlock();
+            delete entry.command;
+            lock.lock();
+        }
+    }
+}
+
+void CommandProcessor::requestStop()
+{
+    std::lock_guard lock(mutex);
+    stopping = true;
+    wakeUp.notify_all();
+}
+
+void CommandProcessor::uninit()
+{
+    if (isOwnThread()) {
+        requestStop();
+        return;
+    }
+    ActiveObject::exit();
+    std::unique_lock lock(mutex);
+    running = false;
+    discardQueue(lock);
+}
+
+ReturnCode CommandProcessor::executeCommand(Command* command)
+{
+    if (isOwnThread()) {
+        run(command);
+        return command->getStatus();
+    }
+    Completion completion;
+    std::unique_lock lock(mutex);
+    if (!running || stopping) {
+        VLOG(DebugLevelError, "executeCommand(): processor %s is not running\n", getName().c_str());
+        return ReturnInvalidState;
+    }
+    queue.push_back({command, false, &completion});
+    wakeUp.notify_one();
+    completion.condition.wait(lock, [&completion] { return completion.done; });
+    return command->getStatus();
+}
+
+void CommandProcessor::executeOrThrow(Command& command, char const* module, int line, char const* operation)
+{
+    ReturnCode status = executeCommand(&command);
+    if (status != ReturnSuccess)
+        throwException(module, line, operation, status);
+}
+
+void CommandProcessor::queueCommand(Command* command, bool takeOwnership)
+{
+    command->setIsQueued(true);
+    std::unique_lock lock(mutex);
+    if (stopping) {
+        lock.unlock();
+        VLOG(DebugLevelError, "queueCommand(): processor %s has stopped, command dropped\n", getName().c_str());
+        if (takeOwnership)
+            delete command;
+        return;
+    }
+    queue.push_back({command, takeOwnership, nullptr});
+    wakeUp.notify_one();
+}
+
+void CommandProcessor::registerPeriodicCommand(PeriodicCommand* command)
+{
+    std::lock_guard lock(mutex);
+    periodics.push_back({command, OS_GetTicks() + command->getPeriod()});
+    wakeUp.notify_one();
+}
+
+void CommandProcessor::unregisterPeriodicCommand(PeriodicCommand* command)
+{
+    std::unique_lock lock(mutex);
+    std::erase_if(periodics, [command](Periodic const& p) { return p.command == command; });
+    if (!isOwnThread())
+        periodicIdle.wait(lock, [this, command] { return runningPeriodic != command; });
+}
+
+void CommandProcessor::sendCommand(Command* command, bool takeOwnership) { queueCommand(command, takeOwnership); }
+
+void CommandProcessor::addPeriodicCommand(PeriodicCommand* command) { registerPeriodicCommand(command); }
+
+void CommandProcessor::removePeriodicCommand(PeriodicCommand* command) { unregisterPeriodicCommand(command); }
+
+} // namespace Velmora

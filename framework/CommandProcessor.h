@@ -1,0 +1,111 @@
+// An active object whose thread runs commands one at a time, in the order they
+// were handed over, plus periodic commands.
+//
+// Threads: executeCommand, queueCommand and (un)registerPeriodicCommand may be
+// called from any thread. executeCommand blocks the caller until the command
+// has run; called on the processor's own thread it runs the command inline.
+// init() and uninit() belong to the owner's thread.
+//
+// Ownership: executeCommand borrows a command (usually on the caller's stack);
+// queueCommand(command, true) takes it over and deletes it after call().
+// Periodic commands are borrowed; their owner unregisters them before they die.
+#pragma once
+
+#include "ActiveObject.h"
+#include "ReturnCode.h"
+
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace Velmora {
+
+class CommandProcessor : public ActiveObject {
+public:
+    class Command {
+    public:
+        explicit Command(CommandProcessor* processor);
+        virtual void call() = 0;
+        virtual ~Command();
+        virtual ReturnCode getStatus() const;
+        virtual void setStatus(ReturnCode const& status);
+        virtual bool getIsQueued() const;
+        virtual void setIsQueued(bool const& queued);
+
+    protected:
+        CommandProcessor* processor; // not owned
+
+    private:
+        ReturnCode status = ReturnSuccess;
+        bool isQueued = false;
+    };
+
+    // A command run every getPeriod() milliseconds on the processor's thread.
+    class PeriodicCommand : public Command {
+    public:
+        PeriodicCommand(CommandProcessor* processor, unsigned int period);
+        virtual unsigned int getPeriod() const;
+        // Unregisters the command from its processor.
+        virtual void remove();
+
+    private:
+        unsigned int period;
+    };
+
+    explicit CommandProcessor(std::string const& name);
+    void init() override;
+    ~CommandProcessor() override;
+    virtual void moduleLoop();
+    virtual void uninit();
+    virtual ReturnCode executeCommand(Command* command);
+    virtual void queueCommand(Command* command, bool takeOwnership);
+    virtual void registerPeriodicCommand(PeriodicCommand* command);
+    virtual void unregisterPeriodicCommand(PeriodicCommand* command);
+    virtual void sendCommand(Command* command, bool takeOwnership);
+    virtual void addPeriodicCommand(PeriodicCommand* command);
+    virtual void removePeriodicCommand(PeriodicCommand* command);
+
+    void thread() final;
+
+    // executeCommand, then throws the command's status as Exception (logged for
+    // `operation` of `module`) unless it is ReturnSuccess. The common body of
+    // every public operation that waits.
+    void executeOrThrow(Command& command, char const* module, int line, char const* operation);
+
+protected:
+    void requestStop() override;
+
+private:
+    // A caller blocked in executeCommand, waiting on its own condition.
+    struct Completion {
+        bool done = false;
+        std::condition_variable condition;
+    };
+    struct Entry {
+        Command* command;
+        bool owned;
+        Completion* completion; // null for queued commands
+    };
+    struct Periodic {
+        PeriodicCommand* command;
+        unsigned int due;
+    };
+
+    static void run(Command* command);
+    bool runDuePeriodic(std::unique_lock<std::mutex>& lock);
+    void waitForWork(std::unique_lock<std::mutex>& lock);
+    void discardQueue(std::unique_lock<std::mutex>& lock);
+
+    std::mutex mutex;
+    std::condition_variable wakeUp;
+    std::condition_variable periodicIdle;
+    std::deque<Entry> queue;
+    std::vector<Periodic> periodics;
+    PeriodicCommand* runningPeriodic = nullptr;
+    bool running = false;
+    bool stopping = false;
+};
+
+} // namespace Velmora

@@ -1,0 +1,99 @@
+#include "Deserializer.h"
+
+#include "Exception.h"
+
+#include <json/reader.h>
+
+#include <memory>
+
+namespace Velmora {
+
+static char const MODULE[] = "Deserializer";
+
+bool Deserializer::parse(std::string const& text, Json::Value& out)
+{
+    thread_local std::unique_ptr<Json::CharReader> const reader = [] {
+        Json::CharReaderBuilder builder;
+        builder["collectComments"] = false;
+        builder["allowSpecialFloats"] = false;
+        builder["rejectDupKeys"] = false;
+        builder["stackLimit"] = 256;
+        return std::unique_ptr<Json::CharReader>(builder.newCharReader());
+    }();
+    Json::Value parsed;
+    try {
+        if (!reader->parse(text.data(), text.data() + text.size(), &parsed, nullptr))
+            return false;
+    } catch (std::exception const&) { // nesting beyond the stack limit
+        return false;
+    }
+    out = std::move(parsed);
+    return true;
+}
+
+Deserializer::Deserializer(std::string const& json) : valid(parse(json, root)) { cursor.push_back(&root); }
+
+Deserializer::Deserializer(Json::Value value) : root(std::move(value)), valid(true) { cursor.push_back(&root); }
+
+Deserializer::~Deserializer() = default;
+
+bool Deserializer::isValid() const { return valid; }
+
+Json::Value const& Deserializer::current() const { return *cursor.back(); }
+
+bool Deserializer::hasMember(std::string const& name) const
+{
+    if (name.empty())
+        return true;
+    Json::Value const& value = current();
+    return value.isObject() && value.isMember(name);
+}
+
+Json::Value const& Deserializer::member(std::string const& name) const
+{
+    if (name.empty())
+        return current();
+    Json::Value const& value = current();
+    if (!value.isObject())
+        throwException(MODULE, __LINE__, "member", ReturnInvalidParameter);
+    Json::Value const* found = value.find(name.data(), name.data() + name.size());
+    if (!found)
+        throwException(MODULE, __LINE__, "member", ReturnInvalidParameter);
+    return *found;
+}
+
+void Deserializer::enterObject(std::string const& name) { cursor.push_back(&member(name)); }
+
+void Deserializer::leaveObject(std::string const&)
+{
+    if (cursor.size() > 1)
+        cursor.pop_back();
+}
+
+unsigned int Deserializer::getSize()
+{
+    Json::Value const& value = current();
+    return value.isArray() || value.isObject() ? value.size() : 0;
+}
+
+std::vector<std::string> Deserializer::getMemberNames()
+{
+    Json::Value const& value = current();
+    return value.isObject() ? value.getMemberNames() : std::vector<std::string>{};
+}
+
+void Deserializer::enterElement(unsigned int const& index)
+{
+    Json::Value const& value = current();
+    if (value.isObject()) {
+        cursor.push_back(&value);
+        return;
+    }
+    if (!value.isArray() || index >= value.size())
+        throwException(MODULE, __LINE__, "enterElement", ReturnInvalidParameter);
+    cursor.push_back(&value[index]);
+}
+
+void Deserializer::leaveElement(unsigned int const& index) { leaveObject(std::string()); }
+
+} // namespace Velmora

@@ -1,0 +1,71 @@
+// The listener helpers every notifier uses: typed add and remove on a vector of
+// listener pointers, and the fan-out walk.
+//
+// addListener<T>/removeListener<T> filter by family (dynamic_cast), so the same
+// IListener* lands in every list whose family it implements. They do not lock:
+// callers hold their listener mutex around them.
+//
+// fanOut() releases the mutex around each call so a listener may add or remove
+// listeners from inside its callback. When the change mark is set, the walk
+// clears it and goes on at the *second* element of the changed list: the first
+// listener is not called again, later ones may be. That asymmetry is relied on.
+#pragma once
+
+#include "IListener.h"
+#include "Mutex.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <vector>
+
+namespace Velmora {
+
+template <class T>
+bool addListener(std::vector<T*>& list, IListener* listener)
+{
+    T* typed = dynamic_cast<T*>(listener);
+    if (!typed || std::find(list.begin(), list.end(), typed) != list.end())
+        return false;
+    list.push_back(typed);
+    return true;
+}
+
+template <class T>
+bool removeListener(std::vector<T*>& list, IListener* listener)
+{
+    T* typed = dynamic_cast<T*>(listener);
+    if (!typed)
+        return false;
+    auto found = std::find(list.begin(), list.end(), typed);
+    if (found == list.end())
+        return false;
+    list.erase(found);
+    return true;
+}
+
+// Calls `notify(listener)` for each listener of `list`, guarded by `mutex`, which
+// must not be held by the caller. `changed` is the owner's change mark.
+template <class T, class Notify>
+void fanOut(Mutex& mutex, std::vector<T*>& list, bool& changed, Notify&& notify)
+{
+    struct Relock {
+        Mutex& mutex;
+        ~Relock() { mutex.lock(); }
+    };
+    Mutex::ScopedLock guard(&mutex);
+    for (std::size_t cursor = 0; cursor < list.size(); ++cursor) {
+        T* listener = list[cursor];
+        {
+            mutex.unlock();
+            Relock relock{mutex};
+            if (listener)
+                notify(listener);
+        }
+        if (changed) {
+            cursor = 0;
+            changed = false;
+        }
+    }
+}
+
+} // namespace Velmora

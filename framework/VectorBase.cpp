@@ -1,0 +1,37 @@
+#include "VectorBase.h"
+
+#include "Deserializer.h"
+#include "Exception.h"
+#include "Serializer.h"
+
+namespace Velmora {
+
+static char const MODULE[] = "VectorBase";
+
+VectorBase::VectorBase() = default;
+
+VectorBase::VectorBase(Deserializer& deserializer)
+{
+    Json::Value const& value = deserializer.current();
+    if (!value.isArray() && !value.isNull())
+        throwException(MODULE, __LINE__, "VectorBase", ReturnInvalidParameter);
+}
+
+VectorBase::VectorBase(std::string const& name, Deserializer& deserializer) {}
+
+VectorBase::VectorBase(VectorBase const& other) = default;
+
+std::string const& VectorBase::getObjectType() const
+{
+    static std::string const TYPE_NAME("Vector");
+    return TYPE_NAME;
+}
+
+void VectorBase::serialize(std::string const& name, Serializer& serializer) const
+{
+    serializer.beginArray(name);
+    serialize(serializer);
+    serializer.endArray(name);
+}
+
+} // namespace Velmora

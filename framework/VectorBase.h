@@ -1,0 +1,25 @@
+// Base of VectorObject<T>: written as a JSON array.
+#pragma once
+
+#include "SerialObject.h"
+
+namespace Velmora {
+
+class Deserializer;
+
+class VectorBase : public SerialObject {
+public:
+    VectorBase();
+    // Requires the deserializer's current value to be an array (or null, which
+    // reads as empty); anything else throws Exception(ReturnInvalidParameter).
+    explicit VectorBase(Deserializer& deserializer);
+    VectorBase(std::string const& name, Deserializer& deserializer);
+    VectorBase(VectorBase const& other);
+    VectorBase& operator=(VectorBase const& other) = default;
+
+    std::string const& getObjectType() const override;
+    using SerialObject::serialize;
+    void serialize(std::string const& name, Serializer& serializer) const override;
+};
+
+} // namespace Velmora

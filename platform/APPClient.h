@@ -1,0 +1,102 @@
+// The server's handle on one program, by its uid: the program's lifecycle,
+// window compositing, window events and authorization tokens, and the
+// listeners that hear the program's state and keep-alive reports.
+//
+// create() goes through a replaceable factory so tests can supply their own
+// clients (setFactory). The default client is not connected to any program:
+// every call that wants an answer throws Exception(ReturnGenericFailure); the
+// token operations are accepted and dropped.
+//
+// Threads: calls may come from any thread; listeners are called on whatever
+// thread delivers the program's report. The creating manager owns the client.
+#pragma once
+
+#include "Client.h"
+#include "IApplication.h"
+#include "IServiceManager.h"
+#include "IWindowCompositing.h"
+#include "IWindowEvent.h"
+#include "Mutex.h"
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace Velmora {
+
+class APPClient : public virtual IApplication, public virtual IWindowCompositing, public virtual IWindowEvent,
+                  public virtual IObservable {
+public:
+    using Factory = std::function<APPClient*(Client::Type, std::string const& uid)>;
+
+    // A new client for `uid`, owned by the caller.
+    static APPClient* create(Client::Type type, std::string const& uid);
+    // Replaces the factory behind create(); an empty factory restores the default.
+    static void setFactory(Factory factory);
+
+    APPClient(Client::Type type, std::string const& uid);
+    ~APPClient() override;
+
+    virtual void init();
+    std::string const& getUid() const;
+
+    void addListener(IListener* listener) override;
+    void removeListener(IListener* listener) override;
+
+    std::string getState(std::string const& uid) override;
+    void setState(std::string const& uid, std::string const& requestedState) override;
+    void activate(std::string const& uid) override;
+    void suspend(std::string const& uid) override;
+    void terminate(std::string const& uid) override;
+    RuntimeStatistics getRuntimeStatistics(std::string const& uid) override;
+
+    using IWindowCompositing::setVisibility;
+    using IWindowCompositing::getVisibility;
+    using IWindowCompositing::setOpacity;
+    using IWindowCompositing::getOpacity;
+    using IWindowCompositing::setZOrder;
+    using IWindowCompositing::getZOrder;
+    using IWindowCompositing::setLocation;
+    using IWindowCompositing::getLocation;
+    using IWindowCompositing::bringToFront;
+    using IWindowCompositing::sendToBack;
+    using IWindowCompositing::bringForward;
+    using IWindowCompositing::sendBackward;
+    void setVisibility(std::string const& uid, bool visible) override;
+    bool getVisibility(std::string const& uid) override;
+    void setOpacity(std::string const& uid, unsigned int opacity) override;
+    unsigned int getOpacity(std::string const& uid) override;
+    void setZOrder(std::string const& uid, unsigned int zOrder) override;
+    unsigned int getZOrder(std::string const& uid) override;
+    void setLocation(std::string const& uid, Rect const& location) override;
+    Rect getLocation(std::string const& uid) override;
+    void bringToFront(std::string const& uid) override;
+    void sendToBack(std::string const& uid) override;
+    void bringForward(std::string const& uid) override;
+    void sendBackward(std::string const& uid) override;
+
+    void handleFocus(std::string const& uid, bool focus) override;
+    bool isFocused(std::string const& uid) override;
+    bool handleEvent(std::string const& uid, Event const& event) override;
+
+    // One-way: accepted before the program has connected and delivered in order.
+    virtual void authorizationTokenCreation(unsigned int token, IServiceManager::Rights const& rights);
+    virtual void authorizationTokenDeletion(unsigned int token);
+
+protected:
+    // Tells every listener of a report from the program.
+    void notifyKeepAlive(std::string const& state);
+    void notifyStateChange(std::string const& oldState, std::string const& newState);
+    // Throws Exception(ReturnGenericFailure) for a call that needs the program.
+    [[noreturn]] void failNotConnected(char const* operation) const;
+
+    Client::Type type;
+    std::string uid;
+
+private:
+    Mutex listenerMutex;
+    std::vector<ILifecycleManagement::ILifecycleManagementListener*> listeners;
+    bool listenersChanged = false;
+};
+
+} // namespace Velmora

@@ -1,0 +1,305 @@
+// The application table's life on the test clock: creation through the
+// factory, reports through the clients, keep-alive delays, terminal states,
+// failures of clients and factories, and destruction with live entries.
+#include "ApplicationManager.h"
+#include "Exception.h"
+#include "TestClock.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <vector>
+
+using namespace Velmora;
+
+namespace {
+
+class FakeFactory : public ApplicationFactory {
+public:
+    std::string createApplication(std::string const& name, std::string const& hostname,
+                                  std::string const& parameters) override
+    {
+        std::lock_guard lock(mutex);
+        lastHostname = hostname;
+        if (name == "missing")
+            return "";
+        return std::to_string(nextPid++);
+    }
+    void destroyApplication(std::string const& pid, bool forceful) override
+    {
+        std::lock_guard lock(mutex);
+        destroyed.emplace_back(pid, forceful);
+        if (failDestroy)
+            throw Exception(ReturnGenericFailure);
+    }
+    std::mutex mutex;
+    int nextPid = 1000;
+    std::string lastHostname;
+    std::vector<std::pair<std::string, bool>> destroyed;
+    bool failDestroy = false;
+};
+
+class FakeClient : public APPClient {
+public:
+    FakeClient(Client::Type type, std::string const& uid, std::atomic<int>& deletions)
+        : APPClient(type, uid), deletions(deletions)
+    {
+    }
+    ~FakeClient() override { ++deletions; }
+    void init() override { initialised = true; }
+    std::string getState(std::string const&) override
+    {
+        if (failCalls)
+            throw Exception(ReturnGenericFailure);
+        return "RUNNING";
+    }
+    void terminate(std::string const& uid) override { terminated.push_back(uid); }
+    void report(std::string const& oldState, std::string const& newState) { notifyStateChange(oldState, newState); }
+    void keepAlive(std::string const& state) { notifyKeepAlive(state); }
+
+    std::atomic<int>& deletions;
+    bool initialised = false;
+    bool failCalls = false;
+    std::vector<std::string> terminated;
+};
+
+class TestManager : public ApplicationManager {
+public:
+    TestManager(ApplicationFactory* factory, std::vector<char const*> args)
+        : ApplicationManager(factory, "TestManager", 0, nullptr), args(std::move(args))
+    {
+        argc = static_cast<int>(this->args.size());
+        argv = const_cast<char**>(this->args.data());
+    }
+    Client::Type getClientType() override { return Client::Master; }
+
+    // Runs `body` on the manager's thread and waits for it.
+    void onThread(std::function<void()> body)
+    {
+        struct Call : Command {
+            Call(CommandProcessor* p, std::function<void()> b) : Command(p), body(std::move(b)) {}
+            void call() override { body(); }
+            std::function<void()> body;
+        } command(this, std::move(body));
+        executeOrThrow(command, "TestManager", __LINE__, "onThread");
+    }
+    std::string create(std::string const& name, std::string const& parameters)
+    {
+        std::string uid;
+        onThread([&] { uid = _createApplication(name, parameters); });
+        return uid;
+    }
+    ApplicationMapEntry entry(std::string const& uid)
+    {
+        ApplicationMapEntry copy;
+        onThread([&] {
+            if (auto* e = _getApplicationEntry(uid))
+                copy = *e;
+        });
+        return copy;
+    }
+    bool has(std::string const& uid)
+    {
+        bool found = false;
+        onThread([&] { found = _getApplicationEntry(uid) != nullptr; });
+        return found;
+    }
+    void terminateNull()
+    {
+        onThread([&] { _terminate(static_cast<ApplicationMapEntry*>(nullptr)); });
+    }
+    std::atomic<int> listChanges{0};
+
+protected:
+    void _onApplicationListChange() override { ++listChanges; }
+
+private:
+    std::vector<char const*> args;
+};
+
+struct Errors : IApplicationManager::IApplicationManagerListener {
+    void onKeepAlive(std::string const&, std::string const&) override {}
+    void onStateChange(std::string const&, std::string const&, std::string const&) override {}
+    void onError(std::string const& uid, std::string const& type) override { seen.push_back(uid + ":" + type); }
+    std::vector<std::string> seen;
+};
+
+struct ApplicationTable : testing::Test {
+    void SetUp() override
+    {
+        APPClient::setFactory([this](Client::Type type, std::string const& uid) {
+            auto* client = new FakeClient(type, uid, clientDeletions);
+            clients[uid] = client;
+            return client;
+        });
+    }
+    void TearDown() override { APPClient::setFactory(nullptr); }
+
+    ReturnCode codeOf(std::function<void()> body)
+    {
+        try {
+            body();
+        } catch (Exception const& e) {
+            return e.getCode();
+        }
+        return ReturnSuccess;
+    }
+
+    TestClock clock;
+    FakeFactory factory;
+    std::atomic<int> clientDeletions{0};
+    std::map<std::string, FakeClient*> clients; // written on the manager's thread, read after sync
+};
+
+} // namespace
+
+TEST_F(ApplicationTable, OptionsSetTheFirstDelayAndTheHostname)
+{
+    TestManager manager(&factory, {"host", "--velmora:applicationHostname", "Box", "--other",
+                                   "--velmora:gcInitDelay", "30"});
+    manager.init();
+    EXPECT_EQ(manager.getInitialTimeoutDelay(), 30000u);
+    EXPECT_EQ(manager.getApplicationHostname(), "Box");
+    manager.create("app", "{}");
+    EXPECT_EQ(factory.lastHostname, "Box");
+    EXPECT_EQ(ApplicationManager::ApplicationMapEntry::RUNNING_TIMEOUT_DELAY, 6000u);
+
+    TestManager trailing(&factory, {"host", "--velmora:gcInitDelay"});
+    trailing.init();
+    EXPECT_EQ(trailing.getInitialTimeoutDelay(), 10000u);
+    EXPECT_EQ(trailing.getApplicationHostname(), "Host");
+}
+
+TEST_F(ApplicationTable, UidIsTheTokenWhenThereIsOneAndTheProcessIdOtherwise)
+{
+    TestManager manager(&factory, {});
+    manager.init();
+    std::string byPid = manager.create("app", "");
+    EXPECT_EQ(byPid, "1000");
+    EXPECT_EQ(manager.entry(byPid).getPid(), "1000");
+    EXPECT_EQ(manager.entry(byPid).getLastReportedState(), ILifecycleManagement::STATE_UNINITIALIZED);
+    EXPECT_TRUE(clients[byPid]->initialised);
+
+    std::string byToken = manager.create("app", R"({"authorizationToken":"4242"})");
+    EXPECT_EQ(byToken, "4242");
+    EXPECT_EQ(manager.entry(byToken).getPid(), "1001");
+
+    // A second launch with the same token replaces the entry; the first process stays.
+    EXPECT_EQ(manager.create("app", R"({"authorizationToken":"4242"})"), "4242");
+    EXPECT_EQ(manager.entry("4242").getPid(), "1002");
+    EXPECT_EQ(clientDeletions, 1);
+    EXPECT_EQ(factory.destroyed.size(), 0u);
+
+    EXPECT_EQ(manager.create("missing", "{}"), "");
+    EXPECT_EQ(manager.getState(byPid), "RUNNING");
+}
+
+TEST_F(ApplicationTable, ReportsMoveTheStateAndTerminalStatesEndTheEntry)
+{
+    TestManager manager(&factory, {});
+    manager.init();
+    std::string uid = manager.create("app", "");
+    FakeClient* client = clients[uid];
+
+    client->report("", "INITIALIZING");
+    manager.entry(uid); // sync with the manager's thread
+    EXPECT_EQ(manager.entry(uid).getLastReportedState(), "INITIALIZING");
+    EXPECT_EQ(manager.listChanges, 1);
+
+    clock.advance(9000);
+    client->keepAlive("INITIALIZING"); // same state: a sign of life, no list change
+    manager.entry(uid);
+    EXPECT_EQ(manager.listChanges, 1);
+    clock.advance(9000);
+    EXPECT_TRUE(manager.entry(uid).getKeepAlive());
+    clock.advance(1001);
+    EXPECT_FALSE(manager.entry(uid).getKeepAlive());
+
+    client->report("INITIALIZING", ILifecycleManagement::STATE_RUNNING);
+    EXPECT_TRUE(manager.entry(uid).getKeepAlive());
+    clock.advance(6001); // RUNNING shortened the delay to six seconds
+    EXPECT_FALSE(manager.entry(uid).getKeepAlive());
+
+    client->report(ILifecycleManagement::STATE_RUNNING, ILifecycleManagement::STATE_TERMINATED);
+    EXPECT_FALSE(manager.has(uid));
+    EXPECT_EQ(manager.listChanges, 3);
+    ASSERT_EQ(factory.destroyed.size(), 1u);
+    EXPECT_EQ(factory.destroyed[0], std::make_pair(std::string("1000"), false));
+    EXPECT_EQ(clientDeletions, 1);
+
+    // Reports for a uid that is gone are ignored without a word.
+    manager.onStateChange(uid, "", ILifecycleManagement::STATE_RUNNING);
+    manager.onKeepAlive("nobody", ILifecycleManagement::STATE_RUNNING);
+    EXPECT_FALSE(manager.has(uid));
+}
+
+TEST_F(ApplicationTable, ARunawayIsKilledAtOnceAndAFailingFactoryStillLosesTheEntry)
+{
+    TestManager manager(&factory, {});
+    manager.init();
+    std::string uid = manager.create("app", "");
+    factory.failDestroy = true;
+    testing::internal::CaptureStderr();
+    manager.onStateChange(uid, "", ILifecycleManagement::STATE_RUNAWAY);
+    EXPECT_FALSE(manager.has(uid));
+    std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_NE(log.find("_destroyApplication(): caught unknown exception"), std::string::npos) << log;
+    ASSERT_EQ(factory.destroyed.size(), 1u);
+    EXPECT_TRUE(factory.destroyed[0].second);
+}
+
+TEST_F(ApplicationTable, TerminateMarksTheEntryAndUnknownUidsAreInvalidParameters)
+{
+    TestManager manager(&factory, {});
+    manager.init();
+    std::string uid = manager.create("app", "");
+    clock.advance(9999);
+    manager.terminate(uid);
+    EXPECT_EQ(clients[uid]->terminated, std::vector<std::string>{uid});
+    auto entry = manager.entry(uid);
+    EXPECT_TRUE(entry.getDeathMark());
+    clock.advance(10000);
+    EXPECT_TRUE(manager.entry(uid).getKeepAlive()); // the mark restarted the delay
+
+    EXPECT_EQ(codeOf([&] { manager.getState("nobody"); }), ReturnInvalidParameter);
+    EXPECT_EQ(codeOf([&] { manager.terminate("nobody"); }), ReturnInvalidParameter);
+    EXPECT_EQ(codeOf([&] { manager.activate("nobody"); }), ReturnInvalidParameter);
+    EXPECT_EQ(codeOf([&] { manager.getRuntimeStatistics("nobody"); }), ReturnInvalidParameter);
+    EXPECT_EQ(codeOf([&] { manager.terminateNull(); }), ReturnInvalidParameter);
+
+    clients[uid]->failCalls = true;
+    EXPECT_EQ(codeOf([&] { manager.getState(uid); }), ReturnGenericFailure);
+    // The default client, with no program behind it, fails calls the same way.
+    EXPECT_EQ(codeOf([&] { manager.suspend(uid); }), ReturnGenericFailure);
+}
+
+TEST_F(ApplicationTable, ErrorsFanOutOnTheCallersThread)
+{
+    TestManager manager(&factory, {});
+    manager.init();
+    Errors errors;
+    manager.addListener(&errors);
+    manager.onError("7", "crash");
+    EXPECT_EQ(errors.seen, std::vector<std::string>{"7:crash"});
+    manager.removeListener(&errors);
+    manager.onError("7", "crash");
+    EXPECT_EQ(errors.seen.size(), 1u);
+}
+
+TEST_F(ApplicationTable, DestroyingTheManagerDestroysEveryLiveEntry)
+{
+    {
+        TestManager manager(&factory, {});
+        manager.init();
+        for (int i = 0; i < 5; ++i)
+            manager.create("app", "");
+        std::string uid = manager.create("app", "");
+        clients[uid]->report("", ILifecycleManagement::STATE_RUNAWAY);
+        EXPECT_FALSE(manager.has(uid)); // the host stops calling in before it destroys
+    }
+    EXPECT_EQ(clientDeletions, 6);
+    EXPECT_EQ(factory.destroyed.size(), 6u);
+}

@@ -1,0 +1,141 @@
+// The launcher against real processes: exec failures through the pipe,
+// programs that exit at once, ignore SIGTERM or never end, reaped pids, and
+// no zombie or descriptor left behind by any of them.
+#include "Exception.h"
+#include "FdCount.h"
+#include "HWPApplicationFactory.h"
+#include "TestClock.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using namespace Velmora;
+
+namespace {
+
+bool hasNoChildren()
+{
+    int status;
+    return waitpid(-1, &status, WNOHANG) == -1 && errno == ECHILD;
+}
+
+std::string readFile(std::string const& path)
+{
+    std::ifstream in(path);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+struct Launcher : testing::Test {
+    void SetUp() override { descriptors = openDescriptorCount(); }
+    void TearDown() override
+    {
+        EXPECT_EQ(openDescriptorCount(), descriptors);
+        EXPECT_TRUE(hasNoChildren());
+    }
+    HWPApplicationFactory factory;
+    int descriptors = 0;
+};
+
+} // namespace
+
+TEST_F(Launcher, AMissingExecutableGivesNoPidAndLogsFromBothSides)
+{
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(factory.createApplication("velmora-no-such-program", "Host", "{}"), "");
+    std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_NE(log.find("an error occurred with execlp (No such file or directory)"), std::string::npos) << log;
+    EXPECT_NE(log.find("failure creating velmora-no-such-program with {}"), std::string::npos) << log;
+}
+
+TEST_F(Launcher, TheChildGetsItsNameAnEmptyArgumentAndBothVariablesVerbatim)
+{
+    std::string path = testing::TempDir() + "velmora-echo-" + std::to_string(getpid());
+    std::string parameters = "echo:" + path;
+    setenv("VELMORA_APP_HOSTNAME", "inherited", 1);
+    std::string pid = factory.createApplication(VELMORA_TEST_CHILD, "Box \"quoted\"", parameters);
+    unsetenv("VELMORA_APP_HOSTNAME");
+    ASSERT_FALSE(pid.empty());
+    factory.destroyApplication(pid, false); // it exits by itself; the graceful wait reaps it
+    std::string echoed = readFile(path);
+    EXPECT_NE(echoed.find("argc=2\n"), std::string::npos) << echoed;
+    EXPECT_NE(echoed.find(std::string("argv0=") + VELMORA_TEST_CHILD + "\n"), std::string::npos) << echoed;
+    EXPECT_NE(echoed.find("argv1=\n"), std::string::npos) << echoed;
+    EXPECT_NE(echoed.find("host=Box \"quoted\"\n"), std::string::npos) << echoed;
+    EXPECT_NE(echoed.find("parameters=" + parameters + "\n"), std::string::npos) << echoed;
+    std::filesystem::remove(path);
+}
+
+TEST_F(Launcher, AProgramThatExitedAtOnceIsReapedByTheFirstWait)
+{
+    std::string pid = factory.createApplication(VELMORA_TEST_CHILD, "Host", "exit");
+    ASSERT_FALSE(pid.empty());
+    usleep(50 * 1000); // it is a zombie now
+    TestClock clock;
+    unsigned int before = clock.now();
+    factory.destroyApplication(pid, false);
+    EXPECT_LE(clock.now() - before, 500u);
+}
+
+TEST_F(Launcher, AForcefulDestroyKillsAtOnce)
+{
+    std::string pid = factory.createApplication(VELMORA_TEST_CHILD, "Host", "ignore-term");
+    ASSERT_FALSE(pid.empty());
+    factory.destroyApplication(pid, true);
+}
+
+TEST_F(Launcher, AProgramThatNeverEndsIsKilledAfterTheTimeout)
+{
+    TestClock clock;
+    // A graceful destroy sends no signal: the program would run for ever.
+    std::string pid = factory.createApplication(VELMORA_TEST_CHILD, "Host", "sleep");
+    ASSERT_FALSE(pid.empty());
+    unsigned int start = clock.now();
+    testing::internal::CaptureStderr();
+    factory.destroyApplication(pid, false);
+    std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_NE(log.find("triggering a forceful kill"), std::string::npos) << log;
+    EXPECT_GT(clock.now() - start, factory.getTerminationTimeout());
+}
+
+TEST_F(Launcher, AnAlreadyReapedPidIsAGenericFailure)
+{
+    std::string pid = factory.createApplication(VELMORA_TEST_CHILD, "Host", "exit");
+    ASSERT_FALSE(pid.empty());
+    factory.destroyApplication(pid, false);
+    testing::internal::CaptureStderr();
+    try {
+        factory.destroyApplication(pid, false);
+        FAIL() << "no exception";
+    } catch (Exception const& e) {
+        EXPECT_EQ(e.getCode(), ReturnGenericFailure);
+    }
+    std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_NE(log.find("waitpid failed No child processes"), std::string::npos) << log;
+    EXPECT_NE(log.find("destroyApplication(): throwing exception: Generic failure"), std::string::npos) << log;
+}
+
+TEST(LauncherTimeout, DependsOnWhetherTheProcessMayDumpCore)
+{
+    rlimit saved{};
+    ASSERT_EQ(getrlimit(RLIMIT_CORE, &saved), 0);
+    rlimit none = saved;
+    none.rlim_cur = 0;
+    ASSERT_EQ(setrlimit(RLIMIT_CORE, &none), 0);
+    EXPECT_EQ(HWPApplicationFactory().getTerminationTimeout(), 1000u);
+    if (saved.rlim_max != 0) {
+        rlimit some = saved;
+        some.rlim_cur = 1;
+        ASSERT_EQ(setrlimit(RLIMIT_CORE, &some), 0);
+        EXPECT_EQ(HWPApplicationFactory().getTerminationTimeout(), 30000u);
+    }
+    ASSERT_EQ(setrlimit(RLIMIT_CORE, &saved), 0);
+}

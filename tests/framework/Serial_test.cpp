@@ -1,0 +1,172 @@
+// Round trips of the serial model, the dynamic form that rebuilds concrete
+// types, ownership of containers, and the handling of bad texts.
+#include "BooleanObject.h"
+#include "Edge.h"
+#include "Exception.h"
+#include "IApplicationManager.h"
+#include "IWindowEvent.h"
+#include "MapObject.h"
+#include "StringObject.h"
+#include "UInt32Object.h"
+#include "VectorObject.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+using namespace Velmora;
+
+namespace {
+
+template <class T>
+T roundTrip(T const& value)
+{
+    return deserialize<T>(value.serialize());
+}
+
+ReturnCode codeOf(std::function<void()> body)
+{
+    try {
+        body();
+    } catch (Exception const& e) {
+        return e.getCode();
+    }
+    return ReturnSuccess;
+}
+
+} // namespace
+
+TEST(Serial, ContainersRoundTripIncludingEmptyOnes)
+{
+    VectorObject<std::string> empty;
+    EXPECT_EQ(empty.serialize(), "[]\n");
+    EXPECT_TRUE(roundTrip(empty).empty());
+
+    VectorObject<std::string> names{"b", "a", "quote\"d", ""};
+    EXPECT_EQ(static_cast<std::vector<std::string> const&>(roundTrip(names)),
+              static_cast<std::vector<std::string> const&>(names));
+
+    MapObject<MapObject<int>> rights;
+    rights["IWindowManager"]["launch"] = 1;
+    rights["IWindowManager"]["getFocus"] = 0;
+    rights["ISettingsDB"]["getCurrentValue"] = -3;
+    MapObject<MapObject<int>> back = roundTrip(rights);
+    EXPECT_EQ(back.size(), 2u);
+    EXPECT_EQ(back["IWindowManager"]["launch"], 1);
+    EXPECT_EQ(back["ISettingsDB"]["getCurrentValue"], -3);
+    EXPECT_EQ(back.serialize(), rights.serialize());
+}
+
+TEST(Serial, NamedMembersAreReadThroughTheFreeFunctions)
+{
+    Serializer serializer;
+    serializer.beginObject("");
+    serialize("count", 3, serializer);
+    serialize("name", std::string("box"), serializer);
+    VectorObject<std::string>{"x", "y"}.serialize("list", serializer);
+    serializer.endObject("");
+    Deserializer deserializer(serializer.generate());
+    EXPECT_EQ(deserialize<int>("count", deserializer), 3);
+    EXPECT_EQ(deserialize<std::string>("name", deserializer), "box");
+    VectorObject<std::string> list("list", deserializer);
+    EXPECT_EQ(list.size(), 2u);
+    EXPECT_EQ(deserialize<VectorObject<std::string>>("list", deserializer)[1], "y");
+    EXPECT_EQ(codeOf([&] { deserialize<int>("name", deserializer); }), ReturnInvalidParameter);
+    EXPECT_EQ(codeOf([&] { deserialize<int>("missing", deserializer); }), ReturnInvalidParameter);
+    EXPECT_EQ(codeOf([&] { deserialize<VectorObject<std::string>>("count", deserializer); }),
+              ReturnInvalidParameter);
+}
+
+TEST(Serial, DynamicFormRebuildsTheConcreteType)
+{
+    IApplicationManager::LaunchParameters parameters("77", "WEBAPP", "http://x", "--flag", false);
+    std::unique_ptr<SerialObject> back(createSerialObject(parameters.serialize()));
+    auto* typed = dynamic_cast<IApplicationManager::LaunchParameters*>(back.get());
+    ASSERT_NE(typed, nullptr);
+    EXPECT_EQ(typed->getAuthorizationToken(), "77");
+    EXPECT_EQ(typed->getApplicationURL(), "http://x");
+    EXPECT_TRUE(*typed == parameters);
+
+    Edge<StringObject> edge(StringObject("a"), StringObject("b"));
+    std::unique_ptr<SerialObject> edgeBack(createSerialObject(edge.serialize()));
+    auto* typedEdge = dynamic_cast<Edge<StringObject>*>(edgeBack.get());
+    ASSERT_NE(typedEdge, nullptr);
+    EXPECT_EQ(typedEdge->first.getValue(), "a");
+    EXPECT_EQ(typedEdge->second.getValue(), "b");
+
+    IWindowEvent::KeyEvent key(IWindowEvent::KeyEvent::KEY_POWER, true);
+    std::unique_ptr<SerialObject> keyBack(createSerialObject(key.serialize()));
+    auto* typedKey = dynamic_cast<IWindowEvent::KeyEvent*>(keyBack.get());
+    ASSERT_NE(typedKey, nullptr);
+    EXPECT_EQ(typedKey->getKeyCode(), IWindowEvent::KeyEvent::KEY_POWER);
+    EXPECT_TRUE(typedKey->getPressed());
+
+    std::unique_ptr<SerialObject> text(createSerialObject(StringObject("hdmi").serialize()));
+    ASSERT_NE(dynamic_cast<StringObject*>(text.get()), nullptr);
+    EXPECT_EQ(dynamic_cast<StringObject*>(text.get())->getValue(), "hdmi");
+    std::unique_ptr<SerialObject> flag(createSerialObject(BooleanObject(true).serialize()));
+    ASSERT_NE(dynamic_cast<BooleanObject*>(flag.get()), nullptr);
+    std::unique_ptr<SerialObject> number(createSerialObject(UInt32Object(9).serialize()));
+    ASSERT_NE(dynamic_cast<UInt32Object*>(number.get()), nullptr);
+}
+
+TEST(Serial, TextsThatAreNoKnownSerialObjectGiveNull)
+{
+    for (char const* text : {"", "{", "not json", "null", "-4", "[1,2]", "{\"a\":1}", "{\"@type\":\"Nope\"}",
+                             "{\"@type\":5}", "{\"@type\":\"KeyEvent\",\"code\":\"x\",\"pressed\":true}"}) {
+        std::unique_ptr<SerialObject> object(createSerialObject(text));
+        EXPECT_EQ(object, nullptr) << text;
+    }
+    std::string deep(100000, '[');
+    EXPECT_EQ(std::unique_ptr<SerialObject>(createSerialObject(deep)), nullptr);
+}
+
+TEST(Serial, LaunchParametersReadLeniantlyButRejectWrongTypes)
+{
+    for (char const* text : {"", "42", "\"text\"", "[]"}) {
+        IApplicationManager::LaunchParameters empty = deserialize<IApplicationManager::LaunchParameters>(text);
+        EXPECT_EQ(empty.getAuthorizationToken(), "") << text;
+        EXPECT_EQ(empty.getApplicationURL(), "") << text;
+    }
+    auto partial = deserialize<IApplicationManager::LaunchParameters>("{\"applicationURL\":\"u\"}");
+    EXPECT_EQ(partial.getApplicationURL(), "u");
+    EXPECT_EQ(codeOf([] { deserialize<IApplicationManager::LaunchParameters>("{\"authorizationToken\":5}"); }),
+              ReturnInvalidParameter);
+}
+
+TEST(Serial, PointerVectorsShareTheirElementsAndNeverFreeThem)
+{
+    auto first = std::make_unique<StringObject>("one");
+    auto second = std::make_unique<UInt32Object>(2);
+    std::string text;
+    {
+        VectorObject<SerialObject*> list;
+        list.push_back(first.get());
+        list.push_back(second.get());
+        std::unique_ptr<SerialObject> copy(list.clone());
+        auto* typedCopy = dynamic_cast<VectorObject<SerialObject*>*>(copy.get());
+        ASSERT_NE(typedCopy, nullptr);
+        EXPECT_EQ((*typedCopy)[0], first.get());
+        text = list.serialize();
+    }
+    EXPECT_EQ(first->getValue(), "one"); // still alive after both lists died
+
+    auto back = deserialize<VectorObject<SerialObject*>>(text);
+    ASSERT_EQ(back.size(), 2u);
+    std::unique_ptr<SerialObject> a(back[0]), b(back[1]); // the reader owns what it built
+    EXPECT_EQ(dynamic_cast<StringObject*>(a.get())->getValue(), "one");
+    EXPECT_EQ(dynamic_cast<UInt32Object*>(b.get())->getValue(), 2u);
+}
+
+TEST(Serial, ClonesShareNothingWithTheirSource)
+{
+    MapObject<MapObject<int>> source;
+    source["i"]["f"] = 1;
+    std::unique_ptr<SerialObject> clone(source.clone());
+    source["i"]["f"] = 2;
+    source["j"]["g"] = 3;
+    auto* copy = dynamic_cast<MapObject<MapObject<int>>*>(clone.get());
+    ASSERT_NE(copy, nullptr);
+    EXPECT_EQ((*copy)["i"]["f"], 1);
+    EXPECT_EQ(copy->count("j"), 0u);
+}
