@@ -1,0 +1,58 @@
+// A persistent store of (entity, attribute, value) strings: opening and writing.
+// The read operations and the listener list are those of EAVStoreProtected.
+//
+// The file is a SQLite database in WAL mode. Every write operation is one
+// transaction: when it returns the change is durable, when it throws nothing
+// of it was applied. init() never replaces a file it can't use: a corrupt or
+// foreign file, or a directory that can't be written, makes init() throw.
+//
+// Listeners hear onEAVUpdate for each (entity, attribute, value) written by
+// setValue or setValueList, in list order, then onEAVCommit, on the writing
+// thread after the commit. Writes are serialised with their notifications, so
+// listeners hear commits in the order they were made. reset() and
+// removeEntity() tell no listener.
+//
+// Threads: any thread may call anything; a listener may read the store from its
+// callback and may write to it (the nested write's notifications come first).
+#pragma once
+
+#include "EAVStoreProtected.h"
+
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace Velmora {
+
+class EAVStore : public EAVStoreProtected {
+public:
+    // (entity, (attribute, value)).
+    using EntityAttributeValue = std::pair<std::string, AttributeValue>;
+    using EntityAttributeValueList = std::vector<EntityAttributeValue>;
+
+    // Remembers where the database lies; touches no file.
+    EAVStore(std::string const& name, std::string const& directory, std::string const& extension);
+    ~EAVStore() override;
+
+    // Opens the file, creating it and its table when absent, and checks it.
+    // A second call does nothing.
+    void init();
+    // Removes all triples.
+    void reset();
+    // Inserts or replaces the one value of (entity, attribute).
+    void setValue(std::string const& entity, std::string const& attribute, std::string const& value);
+    // Applies the whole list as one commit; a later element for the same
+    // (entity, attribute) wins. An empty list commits nothing and tells only
+    // onEAVCommit.
+    void setValueList(EntityAttributeValueList const& list);
+    // Removes all triples of the entity.
+    void removeEntity(std::string const& entity);
+
+private:
+    // Serialises commits with their notifications; recursive so that a
+    // listener may write from its callback.
+    std::recursive_mutex writeMutex;
+};
+
+} // namespace Velmora

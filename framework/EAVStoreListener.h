@@ -1,0 +1,22 @@
+// Listener of an EAVStore: told of every attribute a commit wrote, then once
+// that the commit is complete.
+//
+// Threads: both calls arrive on the thread that committed, after the commit is
+// durable and with no lock of the store held, so a listener may read the store.
+// Calls of one commit are never interleaved with those of another.
+// The results are not looked at; listeners return 0.
+#pragma once
+
+#include "IListener.h"
+
+#include <string>
+
+namespace Velmora {
+
+class EAVStoreListener : public virtual IListener {
+public:
+    virtual int onEAVUpdate(std::string const& entity, std::string const& attribute, std::string const& value) = 0;
+    virtual int onEAVCommit() = 0;
+};
+
+} // namespace Velmora
