@@ -37,8 +37,13 @@ void CommandProcessor::init()
             return;
         running = true;
         stopping = false;
+        loopStarted = false;
     }
     ActiveObject::init();
+    // Wait until the loop runs: the thread's virtual dispatch then happens
+    // before init() returns, and so before any destructor of the owner.
+    std::unique_lock lock(mutex);
+    started.wait(lock, [this] { return loopStarted; });
 }
 
 void CommandProcessor::thread() { moduleLoop(); }
@@ -46,6 +51,8 @@ void CommandProcessor::thread() { moduleLoop(); }
 void CommandProcessor::moduleLoop()
 {
     std::unique_lock lock(mutex);
+    loopStarted = true;
+    started.notify_all();
     while (!stopping) {
         if (runDuePeriodic(lock))
             continue;

@@ -101,10 +101,12 @@ private:
     std::mutex mutex;
     std::condition_variable wakeUp;
     std::condition_variable periodicIdle;
+    std::condition_variable started;
     std::deque<Entry> queue;
     std::vector<Periodic> periodics;
     PeriodicCommand* runningPeriodic = nullptr;
     bool running = false;
+    bool loopStarted = false;
     bool stopping = false;
 };
 

@@ -19,7 +19,7 @@ public:
         if (old == 0)
             throwException("ExplicitSingleton", __LINE__, "getInstance", ReturnInvalidState);
         Singleton<T>::unlock();
-        return Singleton<T>::singleton;
+        return Singleton<T>::instance();
     }
 
 protected:

@@ -27,7 +27,7 @@ public:
         if (old == 0)
             new U();
         unlock();
-        return singleton;
+        return instance();
     }
 
     static void lock() { mutex.lock(); }
@@ -37,7 +37,7 @@ public:
     // Any pointer other than the instance is ignored: its memory stays.
     static void operator delete(Singleton* p, std::destroying_delete_t)
     {
-        if (p != static_cast<Singleton*>(singleton))
+        if (p != singleton)
             return;
         if (--refCount != 0)
             return;
@@ -53,11 +53,13 @@ protected:
     Singleton()
     {
         ++refCount;
-        singleton = static_cast<T*>(this);
+        singleton = this; // a T only once its constructor has finished
     }
     virtual ~Singleton() = default;
 
-    static inline T* singleton = nullptr;
+    static T* instance() { return static_cast<T*>(singleton); }
+
+    static inline Singleton* singleton = nullptr;
     static inline unsigned int refCount = 0;
     static inline Mutex mutex{"Singleton"};
 

@@ -37,7 +37,11 @@ void APPClient::setFactory(Factory replacement)
 
 APPClient::APPClient(Client::Type type, std::string const& uid) : type(type), uid(uid), listenerMutex(MODULE) {}
 
-APPClient::~APPClient() = default;
+APPClient::~APPClient()
+{
+    Mutex::ScopedLock lock(&listenerMutex);
+    deliveriesDone.wait(listenerMutex, [this] { return deliveries == 0; });
+}
 
 void APPClient::init() {}
 
@@ -57,16 +61,27 @@ void APPClient::removeListener(IListener* listener)
         listenersChanged = true;
 }
 
+template <class Notify>
+void APPClient::deliver(Notify&& notify)
+{
+    {
+        Mutex::ScopedLock lock(&listenerMutex);
+        ++deliveries;
+    }
+    fanOut(listenerMutex, listeners, listenersChanged, notify);
+    Mutex::ScopedLock lock(&listenerMutex);
+    --deliveries;
+    deliveriesDone.notify_all();
+}
+
 void APPClient::notifyKeepAlive(std::string const& state)
 {
-    fanOut(listenerMutex, listeners, listenersChanged,
-           [&](ILifecycleManagementListener* listener) { listener->onKeepAlive(uid, state); });
+    deliver([&](ILifecycleManagementListener* listener) { listener->onKeepAlive(uid, state); });
 }
 
 void APPClient::notifyStateChange(std::string const& oldState, std::string const& newState)
 {
-    fanOut(listenerMutex, listeners, listenersChanged,
-           [&](ILifecycleManagementListener* listener) { listener->onStateChange(uid, oldState, newState); });
+    deliver([&](ILifecycleManagementListener* listener) { listener->onStateChange(uid, oldState, newState); });
 }
 
 void APPClient::failNotConnected(char const* operation) const

@@ -8,7 +8,9 @@
 // token operations are accepted and dropped.
 //
 // Threads: calls may come from any thread; listeners are called on whatever
-// thread delivers the program's report. The creating manager owns the client.
+// thread delivers the program's report. The creating manager owns the client;
+// its destructor waits for reports still being delivered, so a manager may
+// delete a client from inside the reaction to that client's last report.
 #pragma once
 
 #include "Client.h"
@@ -18,6 +20,7 @@
 #include "IWindowEvent.h"
 #include "Mutex.h"
 
+#include <condition_variable>
 #include <functional>
 #include <string>
 #include <vector>
@@ -94,7 +97,12 @@ protected:
     std::string uid;
 
 private:
+    template <class Notify>
+    void deliver(Notify&& notify);
+
     Mutex listenerMutex;
+    std::condition_variable_any deliveriesDone;
+    int deliveries = 0; // reports being delivered, guarded by listenerMutex
     std::vector<ILifecycleManagement::ILifecycleManagementListener*> listeners;
     bool listenersChanged = false;
 };

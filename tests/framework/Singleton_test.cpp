@@ -22,7 +22,7 @@ public:
     Counted() { ++constructed; }
     ~Counted() override { ++destroyed; }
     static unsigned int count() { return refCount; }
-    static Counted* instance() { return singleton; }
+    static Counted* current() { return instance(); }
 };
 
 class DerivedCounted : public Counted {
@@ -65,7 +65,7 @@ TEST_F(Singletons, FirstGetInstanceCountsTwiceAndTheLastDeleteDestroys)
     EXPECT_EQ(Counted::count(), 1u);
     delete first;
     EXPECT_EQ(destroyed, 1);
-    EXPECT_EQ(Counted::instance(), nullptr);
+    EXPECT_EQ(Counted::current(), nullptr);
 
     Counted* again = Counted::getInstance();
     EXPECT_EQ(constructed, 2);
@@ -78,7 +78,7 @@ TEST_F(Singletons, DeletingAnObjectThatIsNotTheInstanceDoesNothing)
 {
     Counted* instance = Counted::getInstance();
     Counted* stray = new Counted; // its base constructor makes it the instance...
-    EXPECT_EQ(Counted::instance(), stray);
+    EXPECT_EQ(Counted::current(), stray);
     delete instance;              // ...so this pointer is ignored
     EXPECT_EQ(destroyed, 0);
     delete stray;
