@@ -50,6 +50,9 @@ public:
     void removeEntity(std::string const& entity);
 
 private:
+    // Applies the list as one transaction.
+    static void write(EAVDatabase& database, EntityAttributeValueList const& list);
+
     // Serialises commits with their notifications; recursive so that a
     // listener may write from its callback.
     std::recursive_mutex writeMutex;

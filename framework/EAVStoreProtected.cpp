@@ -1,0 +1,86 @@
+#include "EAVStoreProtected.h"
+
+#include "EAVDatabase.h"
+#include "DebugPrint.h"
+#include "Exception.h"
+#include "ListenerList.h"
+
+namespace Velmora {
+
+static char const MODULE[] = "EAVStore";
+
+EAVStoreProtected::EAVStoreProtected(std::string const& name, std::string const& directory,
+                                     std::string const& extension)
+    : path(directory + "/" + name + extension)
+{
+}
+
+EAVStoreProtected::~EAVStoreProtected() = default;
+
+EAVDatabase& EAVStoreProtected::database(char const* operation) const
+{
+    if (!db)
+        throwException(MODULE, __LINE__, operation, ReturnInvalidState);
+    return *db;
+}
+
+std::string EAVStoreProtected::getValue(std::string const& entity, std::string const& attribute) const
+{
+    Mutex::ScopedLock lock(&databaseMutex);
+    return database("getValue").getValue(entity, attribute);
+}
+
+std::vector<std::string> EAVStoreProtected::getEntities() const
+{
+    Mutex::ScopedLock lock(&databaseMutex);
+    return database("getEntities").getEntities();
+}
+
+std::vector<std::string> EAVStoreProtected::getAttributes(std::string const& entity) const
+{
+    Mutex::ScopedLock lock(&databaseMutex);
+    return database("getAttributes").getAttributes(entity);
+}
+
+EAVStoreProtected::AttributeValueList EAVStoreProtected::getAttributeValueList(std::string const& entity) const
+{
+    Mutex::ScopedLock lock(&databaseMutex);
+    return database("getAttributeValueList").getAttributeValueList(entity);
+}
+
+bool EAVStoreProtected::addListener(IListener* listener)
+{
+    Mutex::ScopedLock lock(&listenerMutex);
+    bool added = Velmora::addListener(listeners, listener);
+    listenersChanged = listenersChanged || added;
+    return added;
+}
+
+bool EAVStoreProtected::removeListener(IListener* listener)
+{
+    Mutex::ScopedLock lock(&listenerMutex);
+    bool removed = Velmora::removeListener(listeners, listener);
+    listenersChanged = listenersChanged || removed;
+    return removed;
+}
+
+std::string const& EAVStoreProtected::getPath() const
+{
+    return path;
+}
+
+void EAVStoreProtected::notifyCommit(std::vector<std::pair<std::string, AttributeValue>> const& written)
+{
+    // The commit stands whatever a listener does: its failures are only logged.
+    fanOut(listenerMutex, listeners, listenersChanged, [&written](EAVStoreListener* listener) {
+        for (auto const& [entity, attributeValue] : written)
+            runLoggingExceptions(MODULE, __LINE__, "onEAVUpdate", [&] {
+                listener->onEAVUpdate(entity, attributeValue.first, attributeValue.second);
+            });
+    });
+    fanOut(listenerMutex, listeners, listenersChanged, [](EAVStoreListener* listener) {
+        runLoggingExceptions(MODULE, __LINE__, "onEAVCommit", [listener] { listener->onEAVCommit(); });
+    });
+}
+
+} // namespace Velmora
