@@ -111,8 +111,10 @@ bool CommandProcessor::runDuePeriodic(std::unique_lock<std::mutex>& lock)
 
 void CommandProcessor::waitForWork(std::unique_lock<std::mutex>& lock)
 {
+    idle = true;
     if (periodics.empty()) {
         wakeUp.wait(lock);
+        idle = false;
         return;
     }
     unsigned int now = OS_GetTicks();
@@ -123,6 +125,7 @@ void CommandProcessor::waitForWork(std::unique_lock<std::mutex>& lock)
     if (OS_TestClockActive())
         wait = std::min(wait, 5u);
     wakeUp.wait_for(lock, std::chrono::milliseconds(wait));
+    idle = false;
 }
 
 void CommandProcessor::discardQueue(std::unique_lock<std::mutex>& lock)
@@ -174,7 +177,7 @@ ReturnCode CommandProcessor::executeCommand(Command* command)
         return ReturnInvalidState;
     }
     queue.push_back({command, false, &completion});
-    wakeUp.notify_one();
+    wakeIfIdle();
     completion.condition.wait(lock, [&completion] { return completion.done; });
     return command->getStatus();
 }
@@ -198,7 +201,14 @@ void CommandProcessor::queueCommand(Command* command, bool takeOwnership)
         return;
     }
     queue.push_back({command, takeOwnership, nullptr});
-    wakeUp.notify_one();
+    wakeIfIdle();
+}
+
+void CommandProcessor::wakeIfIdle()
+{
+    // A busy loop looks at the queue again before it waits: no wake-up needed.
+    if (idle)
+        wakeUp.notify_one();
 }
 
 void CommandProcessor::registerPeriodicCommand(PeriodicCommand* command)

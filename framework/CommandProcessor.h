@@ -97,6 +97,7 @@ private:
     bool runDuePeriodic(std::unique_lock<std::mutex>& lock);
     void waitForWork(std::unique_lock<std::mutex>& lock);
     void discardQueue(std::unique_lock<std::mutex>& lock);
+    void wakeIfIdle(); // called with the mutex held
 
     std::mutex mutex;
     std::condition_variable wakeUp;
@@ -107,6 +108,7 @@ private:
     PeriodicCommand* runningPeriodic = nullptr;
     bool running = false;
     bool loopStarted = false;
+    bool idle = false; // the loop waits for work; guarded by mutex
     bool stopping = false;
 };
 

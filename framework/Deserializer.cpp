@@ -41,22 +41,21 @@ bool Deserializer::isValid() const { return valid; }
 
 Json::Value const& Deserializer::current() const { return *cursor.back(); }
 
-bool Deserializer::hasMember(std::string const& name) const
+Json::Value const* Deserializer::find(std::string const& name) const
 {
-    if (name.empty())
-        return true;
     Json::Value const& value = current();
-    return value.isObject() && value.isMember(name);
+    if (name.empty())
+        return &value;
+    if (!value.isObject())
+        return nullptr;
+    return value.find(name.data(), name.data() + name.size());
 }
+
+bool Deserializer::hasMember(std::string const& name) const { return find(name) != nullptr; }
 
 Json::Value const& Deserializer::member(std::string const& name) const
 {
-    if (name.empty())
-        return current();
-    Json::Value const& value = current();
-    if (!value.isObject())
-        throwException(MODULE, __LINE__, "member", ReturnInvalidParameter);
-    Json::Value const* found = value.find(name.data(), name.data() + name.size());
+    Json::Value const* found = find(name);
     if (!found)
         throwException(MODULE, __LINE__, "member", ReturnInvalidParameter);
     return *found;

@@ -36,6 +36,8 @@ public:
     // name); throws Exception(ReturnInvalidParameter) when there is none.
     Json::Value const& member(std::string const& name) const;
     bool hasMember(std::string const& name) const;
+    // The member `name` of the current object, or null (the current value for the empty name).
+    Json::Value const* find(std::string const& name) const;
 
     // Parses `text` strictly; false (and `out` untouched) when it is not JSON.
     static bool parse(std::string const& text, Json::Value& out);

@@ -26,40 +26,62 @@ void serialize(std::string const& name, std::string const& value, Serializer& se
     serializer.setValue(name, Json::Value(value));
 }
 
+namespace {
+
+void requireType(bool matches)
+{
+    if (!matches)
+        throwException(MODULE, __LINE__, "deserialize", ReturnInvalidParameter);
+}
+
+} // namespace
+
+bool valueAsBool(Json::Value const& value)
+{
+    requireType(value.isBool());
+    return value.asBool();
+}
+
+int valueAsInt(Json::Value const& value)
+{
+    requireType(value.isInt());
+    return value.asInt();
+}
+
+unsigned int valueAsUInt(Json::Value const& value)
+{
+    requireType(value.isUInt());
+    return value.asUInt();
+}
+
+std::string valueAsString(Json::Value const& value)
+{
+    requireType(value.isString());
+    return value.asString();
+}
+
 template <>
 bool deserialize<bool>(std::string const& name, Deserializer& deserializer)
 {
-    Json::Value const& value = deserializer.member(name);
-    if (!value.isBool())
-        throwException(MODULE, __LINE__, "deserialize", ReturnInvalidParameter);
-    return value.asBool();
+    return valueAsBool(deserializer.member(name));
 }
 
 template <>
 int deserialize<int>(std::string const& name, Deserializer& deserializer)
 {
-    Json::Value const& value = deserializer.member(name);
-    if (!value.isInt())
-        throwException(MODULE, __LINE__, "deserialize", ReturnInvalidParameter);
-    return value.asInt();
+    return valueAsInt(deserializer.member(name));
 }
 
 template <>
 unsigned int deserialize<unsigned int>(std::string const& name, Deserializer& deserializer)
 {
-    Json::Value const& value = deserializer.member(name);
-    if (!value.isUInt())
-        throwException(MODULE, __LINE__, "deserialize", ReturnInvalidParameter);
-    return value.asUInt();
+    return valueAsUInt(deserializer.member(name));
 }
 
 template <>
 std::string deserialize<std::string>(std::string const& name, Deserializer& deserializer)
 {
-    Json::Value const& value = deserializer.member(name);
-    if (!value.isString())
-        throwException(MODULE, __LINE__, "deserialize", ReturnInvalidParameter);
-    return value.asString();
+    return valueAsString(deserializer.member(name));
 }
 
 template <>

@@ -41,11 +41,29 @@ unsigned int deserialize<unsigned int>(std::string const& name, Deserializer& de
 template <>
 std::string deserialize<std::string>(std::string const& name, Deserializer& deserializer);
 
+// A bare value of the wrong JSON type throws Exception(ReturnInvalidParameter).
+bool valueAsBool(Json::Value const& value);
+int valueAsInt(Json::Value const& value);
+unsigned int valueAsUInt(Json::Value const& value);
+std::string valueAsString(Json::Value const& value);
+
 // Reads member `name` when present, `fallback` otherwise; a wrong type still throws.
 template <class T>
 T deserializeOptional(std::string const& name, Deserializer& deserializer, T const& fallback)
 {
-    return deserializer.hasMember(name) ? deserialize<T>(name, deserializer) : fallback;
+    Json::Value const* value = deserializer.find(name);
+    if (!value)
+        return fallback;
+    if constexpr (std::is_same_v<T, bool>)
+        return valueAsBool(*value);
+    else if constexpr (std::is_same_v<T, int>)
+        return valueAsInt(*value);
+    else if constexpr (std::is_same_v<T, unsigned int>)
+        return valueAsUInt(*value);
+    else if constexpr (std::is_same_v<T, std::string>)
+        return valueAsString(*value);
+    else
+        return deserialize<T>(name, deserializer);
 }
 
 template <class T>
