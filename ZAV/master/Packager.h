@@ -1,0 +1,156 @@
+// The owner of the package configuration and of the repository manifest.
+//
+// Two stores live in "/usr/local/var/velmora" (under the sysroot): the
+// settings (where the RPM configuration, database root and local repository
+// are, and how the manifest follows the repository) and the manifest (per
+// package name: "Path", "Dependencies", "Group" of the file that offers it).
+// Reading RPM data is left to a subclass (RPMPackager); this class keeps the
+// manifest in step with the repository directory through FSMonitor and fans
+// manifest changes out to its PackagerListeners.
+//
+// Threads: settings are read once, at construction, and never change after.
+// The manifest refresh runs on the monitor thread; manifest queries run on the
+// caller's thread; the two meet only in the store, which locks for itself.
+// Listener callbacks run on the thread that committed, listenerMutex released
+// around each. Listener pointers are not owned; the monitor is.
+// A subclass calls removeFSMonitor() first in its destructor, so the monitor
+// never calls into a half-destroyed object.
+#pragma once
+
+#include "CommandProcessor.h"
+#include "EAVStore.h"
+#include "EAVStoreListener.h"
+#include "IObservable.h"
+#include "ManifestPackageInfo.h"
+#include "Mutex.h"
+#include "PackageInfoListRequest.h"
+#include "PackagerListener.h"
+#include "ExtendedPackageInfo.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace Velmora {
+
+class FSMonitor;
+
+class Packager : public CommandProcessor, public EAVStoreListener, public virtual IObservable {
+public:
+    static std::string const SETTINGS_ENTITY;
+    static std::string const SETTINGS_CONFIG_PATH_ATTRIBUTE;
+    static std::string const SETTINGS_MACROS_PATH_ATTRIBUTE;
+    static std::string const SETTINGS_ROOT_PATH_ATTRIBUTE;
+    static std::string const SETTINGS_REPOSITORY_PATH_ATTRIBUTE;
+    static std::string const SETTINGS_SILENT_UPDATE_ATTRIBUTE;
+    static std::string const SETTINGS_TIMED_MANIFEST_UPDATE_SEC_ATTRIBUTE;
+    static std::string const SETTINGS_TIMED_MANIFEST_UPDATE_ATTRIBUTE;
+    static std::string const SETTINGS_DB_NAME;
+    static std::string const MANIFEST_PATH_ATTRIBUTE;
+    static std::string const MANIFEST_DEPENDENCIES_ATTRIBUTE;
+    static std::string const MANIFEST_GROUP_ATTRIBUTE;
+    static std::string const MANIFEST_DB_NAME;
+    static std::string const PACKAGER_DB_PATH;
+
+    // Runs _init on the packager's own thread, for a host that wants it there.
+    class PackagerInitCommand : public CommandProcessor::Command {
+    public:
+        PackagerInitCommand(Packager* packager, std::string const& rcFile, std::string const& macroFile,
+                            std::string const& dbRoot);
+        void call() override;
+        Packager* getPackager() const { return static_cast<Packager*>(processor); }
+
+    private:
+        std::string rcFile;
+        std::string macroFile;
+        std::string dbRoot;
+    };
+
+    // Opens both stores (a store that can't be opened throws) and reads the settings.
+    Packager();
+    ~Packager() override;
+
+    // Loads the configuration and starts the repository monitor, on the
+    // caller's thread. Empty arguments fall back to the settings store.
+    virtual void init(std::string const& rcFile, std::string const& macroFile, std::string const& dbRoot);
+    using CommandProcessor::init;
+
+    // The RPM database lock: see RPMPackager.
+    virtual bool acquireDB(void** handle) = 0;
+    virtual void releaseDB(void* handle) = 0;
+
+    virtual PackageInfo getPackageInfo(std::string const& name) = 0;
+    virtual ExtendedPackageInfo getExtendedPackageInfo(std::string const& name) = 0;
+    virtual ManifestPackageInfo getManifestPackageInfo(std::string const& name);
+    virtual void getPackageInfoList(PackageInfoListRequest const& request, VectorObject<PackageInfo>& out) = 0;
+    virtual void getExtendedPackageInfoList(PackageInfoListRequest const& request,
+                                            VectorObject<ExtendedPackageInfo>& out) = 0;
+    virtual void getManifestPackageInfoList(PackageInfoListRequest const& request,
+                                            VectorObject<ManifestPackageInfo>& out);
+    // What the repository directory holds now, one record per file.
+    virtual void getFilePackageInfoList(PackageInfoListRequest const& request,
+                                        VectorObject<ManifestPackageInfo>& out) = 0;
+
+    // The manifest refresh, in this order: strip drops rows whose file is gone,
+    // update adds rows for files that are new or changed.
+    virtual void updateLocalManifest();
+    virtual void stripLocalManifest();
+
+    void addListener(IListener* listener) override;
+    void removeListener(IListener* listener) override;
+
+    virtual void _init(std::string const& rcFile, std::string const& macroFile, std::string const& dbRoot);
+    virtual void loadRCFile(std::string const& path) = 0;
+    virtual void loadMacroFile(std::string const& path) = 0;
+    virtual void loadDB(std::string const& path) = 0;
+
+    int onEAVUpdate(std::string const& entity, std::string const& attribute, std::string const& value) override;
+    int onEAVCommit() override;
+
+    std::string const& getRCFilePath() const { return rcFilePath; }
+    std::string const& getMacroFilePath() const { return macroFilePath; }
+    std::string const& getDBPath() const { return dbPath; }
+    std::string getRepositoryPath() const { return repositoryPath; }
+    bool getSilentUpdate() const { return silentUpdate; }
+    bool getTimedManifestUpdate() const { return timedManifestUpdate; }
+    unsigned int getTimedManifestUpdateSec() const { return timedManifestUpdateSec; }
+    int getInotifyFd() const { return inotifyFd; }
+
+    // Manifest reads, on the caller's thread.
+    std::vector<std::string> getAvailablePackages() const;
+    std::string getPackageURI(std::string const& name) const;
+    std::string getPackageGroup(std::string const& name) const;
+    // Throws Exception(ReturnInvalidParameter) when the stored value is not a
+    // JSON array of strings.
+    void getPackageDependencies(std::string const& name, VectorObject<BasePackageInfo>& out) const;
+
+protected:
+    // Starts watching `path` and the monitor thread; each step only when not
+    // done yet, so a second call starts no second thread.
+    void addFSMonitor(std::string const& path);
+    // Stops the monitor, then closes the watch and the descriptor.
+    void removeFSMonitor();
+
+private:
+    void readSettings();
+    ManifestPackageInfo getInfo(std::string const& name) const;
+    void getInfoList(PackageInfoListRequest const& request, VectorObject<ManifestPackageInfo>& out) const;
+
+    EAVStore settingsStore;
+    EAVStore manifestStore;
+    Mutex listenerMutex;
+    std::vector<PackagerListener*> listeners; // guarded by listenerMutex
+    bool listenersChanged = false;
+    int inotifyFd = -1;
+    int watchDescriptor = -1;
+    std::string rcFilePath;
+    std::string macroFilePath;
+    std::string dbPath;
+    std::string repositoryPath;
+    bool silentUpdate = false;
+    unsigned int timedManifestUpdateSec = 10;
+    bool timedManifestUpdate = false;
+    std::unique_ptr<FSMonitor> fsMonitor;
+};
+
+} // namespace Velmora

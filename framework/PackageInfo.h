@@ -1,0 +1,32 @@
+// What the RPM database says of one installed package: its identity, install
+// time (seconds), platform and the packages it requires. The raw keys
+// "dependenciename" and "dependencieversion" of the header text are ignored;
+// "dependencies" may be absent. A value; not shared between threads.
+#pragma once
+
+#include "BasePackageInfo.h"
+#include "VectorObject.h"
+
+namespace Velmora {
+
+class PackageInfo : public BasePackageInfo {
+public:
+    PackageInfo();
+    explicit PackageInfo(Deserializer& deserializer);
+
+    std::string const& getObjectType() const override;
+    SerialObject* clone() const override;
+    using SerialObject::serialize;
+    void serialize(Serializer& serializer) const override;
+
+    unsigned int getInstallTime() const { return installTime; }
+    std::string const& getArchitecture() const { return architecture; }
+    VectorObject<BasePackageInfo> const& getDependencies() const { return dependencies; }
+
+protected:
+    unsigned int installTime = 0;
+    std::string architecture;
+    VectorObject<BasePackageInfo> dependencies;
+};
+
+} // namespace Velmora
