@@ -121,9 +121,12 @@ EAVDatabase::EAVDatabase(std::string const& path)
         throwException(MODULE, __LINE__, "open", ReturnGenericFailure);
     }
     sqlite3_busy_timeout(opened, 5000);
+    // Nothing is written before the file is known to be sound and ours.
     checkIntegrity();
+    bool fresh = isFresh();
     configure();
-    ensureTable();
+    if (fresh)
+        createTable();
 
     selectValue = std::make_unique<Statement>(*this, "SELECT value FROM eav WHERE entity = ?1 AND attribute = ?2");
     selectEntities = std::make_unique<Statement>(*this, "SELECT entity FROM eav GROUP BY entity ORDER BY MIN(rowid)");
@@ -167,24 +170,27 @@ void EAVDatabase::configure()
     execute("PRAGMA synchronous = FULL", "open");
 }
 
-void EAVDatabase::ensureTable()
+bool EAVDatabase::isFresh()
 {
-    if (execute("SELECT count(*) FROM sqlite_schema", "open") == "0") {
-        // Another process may be creating the same file: the check is repeated
-        // under the write lock.
-        execute("BEGIN IMMEDIATE", "open");
-        execute("CREATE TABLE IF NOT EXISTS eav (entity TEXT NOT NULL, attribute TEXT NOT NULL, value TEXT NOT NULL, "
-                "UNIQUE (entity, attribute))",
-                "open");
-        execute((std::string("PRAGMA application_id = ") + APPLICATION_ID).c_str(), "open");
-        execute("COMMIT", "open");
-        return;
-    }
+    if (execute("SELECT count(*) FROM sqlite_schema", "open") == "0")
+        return true;
     if (execute("PRAGMA application_id", "open") == APPLICATION_ID &&
         execute("SELECT count(*) FROM sqlite_schema WHERE type = 'table' AND name = 'eav'", "open") == "1")
-        return;
+        return false;
     VLOG(DebugLevelError, "open(): %s is a database of another kind\n", path.c_str());
     throwException(MODULE, __LINE__, "open", ReturnGenericFailure);
+}
+
+void EAVDatabase::createTable()
+{
+    // Another process may be creating the same file: the creation is repeated
+    // harmlessly under the write lock.
+    execute("BEGIN IMMEDIATE", "open");
+    execute("CREATE TABLE IF NOT EXISTS eav (entity TEXT NOT NULL, attribute TEXT NOT NULL, value TEXT NOT NULL, "
+            "UNIQUE (entity, attribute))",
+            "open");
+    execute((std::string("PRAGMA application_id = ") + APPLICATION_ID).c_str(), "open");
+    execute("COMMIT", "open");
 }
 
 std::string EAVDatabase::getValue(std::string const& entity, std::string const& attribute)

@@ -87,7 +87,9 @@ private:
     std::string execute(char const* sql, char const* operation);
     void configure();
     void checkIntegrity();
-    void ensureTable();
+    // True for an empty database; throws for one that isn't a store.
+    bool isFresh();
+    void createTable();
 
     std::string const path;
     std::unique_ptr<sqlite3, int (*)(sqlite3*)> connection;

@@ -1,0 +1,324 @@
+// The store in one process: its contract, its notifications, bad files, and
+// several threads at once.
+#include "EAVStore.h"
+#include "Exception.h"
+#include "ScratchDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+using namespace Velmora;
+using Strings = std::vector<std::string>;
+
+namespace {
+
+// Records every notification as one text, in arrival order.
+class Recorder : public EAVStoreListener {
+public:
+    int onEAVUpdate(std::string const& entity, std::string const& attribute, std::string const& value) override
+    {
+        std::lock_guard lock(mutex);
+        events.push_back(entity + "." + attribute + "=" + value);
+        return 0;
+    }
+    int onEAVCommit() override
+    {
+        std::lock_guard lock(mutex);
+        events.push_back("commit");
+        return 0;
+    }
+    Strings taken()
+    {
+        std::lock_guard lock(mutex);
+        return std::exchange(events, {});
+    }
+
+private:
+    std::mutex mutex;
+    Strings events;
+};
+
+class EAVStoreTest : public testing::Test {
+protected:
+    EAVStore& open()
+    {
+        store = std::make_unique<EAVStore>("Test", scratch.get(), ".db");
+        store->init();
+        return *store;
+    }
+    std::string file() const { return scratch.file("Test.db"); }
+
+    ScratchDirectory scratch;
+    std::unique_ptr<EAVStore> store;
+};
+
+} // namespace
+
+TEST_F(EAVStoreTest, KeepsInsertionOrderAndOneValuePerAttribute)
+{
+    EAVStore& s = open();
+    s.setValue("net", "dns", "1.1.1.1");
+    s.setValue("audio", "volume", "7");
+    s.setValue("net", "ip", "10.0.0.2");
+    s.setValue("net", "dns", "9.9.9.9"); // overwritten values keep their place
+
+    EXPECT_EQ(s.getEntities(), (Strings{"net", "audio"}));
+    EXPECT_EQ(s.getAttributes("net"), (Strings{"dns", "ip"}));
+    EXPECT_EQ(s.getValue("net", "dns"), "9.9.9.9");
+    EXPECT_EQ(s.getAttributeValueList("net"),
+              (EAVStore::AttributeValueList{{"dns", "9.9.9.9"}, {"ip", "10.0.0.2"}}));
+    EXPECT_EQ(s.getValue("net", "gateway"), "");
+    EXPECT_TRUE(s.getAttributes("nowhere").empty());
+    EXPECT_TRUE(s.getAttributeValueList("nowhere").empty());
+}
+
+TEST_F(EAVStoreTest, TextsAreStoredByteForByte)
+{
+    EAVStore& s = open();
+    std::string const awkward("quote\" nul\0 tab\t \xc3\xa9 '; DROP TABLE eav; --", 44);
+    s.setValue(awkward, awkward, awkward);
+    s.setValue("", "", "empty names");
+    EXPECT_EQ(s.getValue(awkward, awkward), awkward);
+    EXPECT_EQ(s.getValue("", ""), "empty names");
+    EXPECT_EQ(s.getEntities(), (Strings{awkward, ""}));
+}
+
+TEST_F(EAVStoreTest, RemoveEntityAndResetSurviveReopening)
+{
+    {
+        EAVStore& s = open();
+        s.setValueList({{"a", {"x", "1"}}, {"a", {"y", "2"}}, {"b", {"x", "3"}}, {"c", {"x", "4"}}});
+        s.removeEntity("a");
+        s.removeEntity("missing");
+    }
+    EAVStore& reopened = open();
+    EXPECT_EQ(reopened.getEntities(), (Strings{"b", "c"}));
+    reopened.reset();
+    EXPECT_TRUE(reopened.getEntities().empty());
+    reopened.setValue("d", "x", "5");
+    EXPECT_EQ(open().getEntities(), (Strings{"d"}));
+    EXPECT_EQ(integrityOf(file()), "ok");
+}
+
+TEST_F(EAVStoreTest, UseBeforeInitIsAnInvalidState)
+{
+    EAVStore s("Test", scratch.get(), ".db");
+    EXPECT_EQ(s.getPath(), file());
+    try {
+        s.getValue("a", "b");
+        FAIL() << "read before init";
+    } catch (Exception const& e) {
+        EXPECT_EQ(e.getCode(), ReturnInvalidState);
+    }
+    EXPECT_THROW(s.setValue("a", "b", "c"), Exception);
+    EXPECT_FALSE(std::filesystem::exists(file())) << "construction touches no file";
+    s.init();
+    s.init(); // a second init keeps the open database
+    s.setValue("a", "b", "c");
+    EXPECT_EQ(s.getValue("a", "b"), "c");
+}
+
+TEST_F(EAVStoreTest, ListenersHearEachWriteThenTheCommit)
+{
+    EAVStore& s = open();
+    Recorder first;
+    Recorder second;
+    ASSERT_TRUE(s.addListener(&first));
+    ASSERT_TRUE(s.addListener(&second));
+    EXPECT_FALSE(s.addListener(&first));
+
+    s.setValueList({{"p", {"Path", "/r/p.rpm"}}, {"p", {"Group", "g"}}, {"p", {"Path", "/r/q.rpm"}}});
+    EXPECT_EQ(first.taken(), (Strings{"p.Path=/r/p.rpm", "p.Group=g", "p.Path=/r/q.rpm", "commit"}));
+    EXPECT_EQ(second.taken().size(), 4u);
+    EXPECT_EQ(s.getValue("p", "Path"), "/r/q.rpm") << "the later element of a list wins";
+
+    s.setValueList({});
+    EXPECT_EQ(first.taken(), (Strings{"commit"}));
+    s.removeEntity("p");
+    s.reset();
+    EXPECT_TRUE(first.taken().empty()) << "removals tell no listener";
+
+    EXPECT_TRUE(s.removeListener(&second));
+    EXPECT_FALSE(s.removeListener(&second));
+    second.taken();
+    s.setValue("q", "a", "1");
+    EXPECT_EQ(first.taken(), (Strings{"q.a=1", "commit"}));
+    EXPECT_TRUE(second.taken().empty());
+}
+
+TEST_F(EAVStoreTest, ListenerSeesTheCommittedValueAndMayWriteBack)
+{
+    struct Echo : EAVStoreListener {
+        EAVStore* store = nullptr;
+        Strings seen;
+        int onEAVUpdate(std::string const& entity, std::string const& attribute, std::string const&) override
+        {
+            seen.push_back(store->getValue(entity, attribute));
+            if (entity == "in")
+                store->setValue("out", attribute, "echo");
+            return 0;
+        }
+        int onEAVCommit() override { return 0; }
+    } echo;
+    EAVStore& s = open();
+    echo.store = &s;
+    s.addListener(&echo);
+    s.setValue("in", "a", "1");
+    EXPECT_EQ(echo.seen, (Strings{"1", "echo"}));
+    EXPECT_EQ(s.getValue("out", "a"), "echo");
+}
+
+TEST_F(EAVStoreTest, AFailingListenerDoesNotUndoTheWrite)
+{
+    struct Thrower : EAVStoreListener {
+        int onEAVUpdate(std::string const&, std::string const&, std::string const&) override
+        {
+            throw Exception(ReturnGenericFailure);
+        }
+        int onEAVCommit() override { throw std::runtime_error("commit listener broke"); }
+    } thrower;
+    Recorder after;
+    EAVStore& s = open();
+    s.addListener(&thrower);
+    s.addListener(&after);
+    EXPECT_NO_THROW(s.setValue("a", "b", "c"));
+    EXPECT_EQ(s.getValue("a", "b"), "c");
+    EXPECT_EQ(after.taken(), (Strings{"a.b=c", "commit"}));
+}
+
+TEST_F(EAVStoreTest, ABadFileIsRefusedAndLeftAsItWas)
+{
+    std::string const garbage = "this is no database, just some text that happens to be here\n";
+    writeFile(file(), garbage);
+    EAVStore s("Test", scratch.get(), ".db");
+    try {
+        s.init();
+        FAIL() << "garbage accepted";
+    } catch (Exception const& e) {
+        EXPECT_EQ(e.getCode(), ReturnGenericFailure);
+    }
+    EXPECT_TRUE(contentsOf(file()) == garbage) << "the file was changed";
+    EXPECT_THROW(s.getEntities(), Exception) << "a refused store stays closed";
+}
+
+TEST_F(EAVStoreTest, ADamagedStoreIsRefused)
+{
+    {
+        EAVStore& s = open();
+        for (int i = 0; i < 400; ++i)
+            s.setValue("e" + std::to_string(i % 7), "a" + std::to_string(i), std::string(200, 'v'));
+        store.reset();
+    }
+    ASSERT_EQ(integrityOf(file()), "ok");
+    std::string bytes = contentsOf(file());
+    ASSERT_GT(bytes.size(), 8192u);
+    // Scribble over the second page, an interior page of the table.
+    for (std::size_t i = 4096; i < 4096 + 64; ++i)
+        bytes[i] = static_cast<char>(0xA5);
+    writeFile(file(), bytes);
+
+    EAVStore damaged("Test", scratch.get(), ".db");
+    EXPECT_THROW(damaged.init(), Exception);
+    EXPECT_TRUE(contentsOf(file()) == bytes) << "the file was changed";
+}
+
+TEST_F(EAVStoreTest, ADatabaseOfAnotherKindIsRefused)
+{
+    sqlite3* db = nullptr;
+    ASSERT_EQ(sqlite3_open(file().c_str(), &db), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(db, "CREATE TABLE accounts (name TEXT)", nullptr, nullptr, nullptr), SQLITE_OK);
+    sqlite3_close(db);
+    std::string before = contentsOf(file());
+
+    EAVStore s("Test", scratch.get(), ".db");
+    EXPECT_THROW(s.init(), Exception);
+    EXPECT_TRUE(contentsOf(file()) == before) << "the file was changed";
+}
+
+TEST_F(EAVStoreTest, ADirectoryThatIsAFileIsAnError)
+{
+    writeFile(scratch.file("notadir"), "x");
+    EAVStore s("Test", scratch.file("notadir"), ".db");
+    EXPECT_THROW(s.init(), Exception);
+}
+
+TEST_F(EAVStoreTest, MissingDirectoriesAreCreated)
+{
+    EAVStore s("Test", scratch.file("a/b"), ".db");
+    s.init();
+    s.setValue("x", "y", "z");
+    EXPECT_EQ(integrityOf(scratch.file("a/b/Test.db")), "ok");
+}
+
+// Readers check that each value only grows while a writer counts up and a
+// second writer commits batches; listeners must hear batches whole.
+TEST_F(EAVStoreTest, ReadersAndWritersOnSeveralThreads)
+{
+    struct BatchChecker : EAVStoreListener {
+        std::string open; // entity of the batch being heard
+        int pending = 0;
+        std::atomic<int> commits{0};
+        std::atomic<bool> interleaved{false};
+        int onEAVUpdate(std::string const& entity, std::string const&, std::string const&) override
+        {
+            if (pending != 0 && entity != open)
+                interleaved = true;
+            open = entity;
+            ++pending;
+            return 0;
+        }
+        int onEAVCommit() override
+        {
+            if (pending != 3)
+                interleaved = true;
+            pending = 0;
+            ++commits;
+            return 0;
+        }
+    } checker;
+    EAVStore& s = open();
+    s.addListener(&checker);
+    constexpr int ROUNDS = 150;
+    std::atomic<bool> done{false};
+    std::atomic<bool> wentBack{false};
+
+    std::vector<std::thread> threads;
+    for (int w = 0; w < 2; ++w)
+        threads.emplace_back([&s, w] {
+            std::string entity = "writer" + std::to_string(w);
+            for (int i = 1; i <= ROUNDS; ++i) {
+                std::string n = std::to_string(i);
+                s.setValueList({{entity, {"a", n}}, {entity, {"b", n}}, {entity, {"c", n}}});
+            }
+        });
+    for (int r = 0; r < 3; ++r)
+        threads.emplace_back([&] {
+            int last = 0;
+            while (!done) {
+                std::string value = s.getValue("writer0", "c");
+                int now = value.empty() ? 0 : std::stoi(value);
+                if (now < last)
+                    wentBack = true;
+                last = now;
+                for (auto const& [attribute, text] : s.getAttributeValueList("writer1"))
+                    if (text.empty())
+                        wentBack = true;
+                s.getEntities();
+            }
+        });
+    threads[0].join();
+    threads[1].join();
+    done = true;
+    for (std::size_t i = 2; i < threads.size(); ++i)
+        threads[i].join();
+
+    EXPECT_FALSE(wentBack);
+    EXPECT_FALSE(checker.interleaved);
+    EXPECT_EQ(checker.commits, 2 * ROUNDS);
+    EXPECT_EQ(s.getValue("writer1", "b"), std::to_string(ROUNDS));
+    EXPECT_EQ(integrityOf(file()), "ok");
+}

@@ -1,0 +1,171 @@
+// The persistent settings database in a relocated "/root": its asymmetries,
+// persistence, and stored texts it can't read.
+#include "EAVStore.h"
+#include "Exception.h"
+#include "MasterSettingsDB.h"
+#include "ScratchDirectory.h"
+#include "StringObject.h"
+#include "UInt32Object.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+using namespace Velmora;
+using Pairs = VectorObject<ISettingsDB::AttributeValuePair>;
+using Names = VectorObject<std::string>;
+
+namespace {
+
+class MasterSettingsDBTest : public testing::Test {
+protected:
+    MasterSettingsDBTest() { setenv("VELMORA_ROOT", scratch.get().c_str(), 1); }
+    ~MasterSettingsDBTest() override
+    {
+        close();
+        unsetenv("VELMORA_ROOT");
+    }
+
+    MasterSettingsDB& open()
+    {
+        close();
+        settings = new MasterSettingsDB();
+        settings->init();
+        return *settings;
+    }
+    void close()
+    {
+        delete settings;
+        settings = nullptr;
+    }
+    // A store file as the settings database sees it, opened beside it.
+    std::unique_ptr<EAVStore> rawStore(char const* name)
+    {
+        auto store = std::make_unique<EAVStore>(name, scratch.file("root"), ".db");
+        store->init();
+        return store;
+    }
+    static std::string text(SerialObject const& object) { return object.serialize(); }
+
+    ScratchDirectory scratch;
+    MasterSettingsDB* settings = nullptr;
+};
+
+} // namespace
+
+TEST_F(MasterSettingsDBTest, CurrentValuesPersistInWriteOrderAndTheLaterValueWins)
+{
+    {
+        MasterSettingsDB& s = open();
+        s.setCurrentValues("net", Pairs{ISettingsDB::AttributeValuePair("dns", StringObject("1.1.1.1")),
+                                        ISettingsDB::AttributeValuePair("mtu", UInt32Object(1500)),
+                                        ISettingsDB::AttributeValuePair("dns", StringObject("9.9.9.9"))});
+        s.setCurrentValue("audio", "volume", UInt32Object(7));
+        s.setCurrentValues("empty", Pairs{});
+    }
+    MasterSettingsDB& s = open();
+    EXPECT_EQ(s.getEntities(), (Names{"net", "audio"}));
+    EXPECT_EQ(s.getAttributes("net"), (Names{"dns", "mtu"}));
+    Pairs net = s.getCurrentValues("net");
+    ASSERT_EQ(net.size(), 2u);
+    EXPECT_EQ(text(net[0].getValue()), text(StringObject("9.9.9.9")));
+    EXPECT_EQ(text(net[1].getValue()), text(UInt32Object(1500)));
+    EXPECT_TRUE(s.getAttributes("nowhere").empty());
+    EXPECT_TRUE(s.getCurrentValues("nowhere").empty());
+    EXPECT_TRUE(std::filesystem::exists(scratch.file("root/ZAVSettingsDBCurrent.db")));
+    EXPECT_TRUE(std::filesystem::exists(scratch.file("root/ZAVSettingsDBAllowed.db")));
+}
+
+TEST_F(MasterSettingsDBTest, AllowedValuesKeepOnlyTheLastElement)
+{
+    MasterSettingsDB& s = open();
+    StringObject low("low"), mid("mid"), high("high");
+    s.setAllowedValues("video", "quality", VectorObject<SerialObject*>{&low, &mid, &high});
+    EXPECT_EQ(rawStore(MasterSettingsDB::ALLOWED_STORE_NAME)->getValue("video", "quality"), text(high));
+
+    // The text of one string is no vector; an absent value reads as an empty one.
+    try {
+        s.getAllowedValues("video", "quality");
+        FAIL() << "a string read as a vector";
+    } catch (Exception const& e) {
+        EXPECT_EQ(e.getCode(), ReturnInvalidParameter);
+    }
+    EXPECT_TRUE(s.getAllowedValues("video", "absent").empty());
+
+    // Neither list knows a setting with allowed values alone.
+    EXPECT_TRUE(s.getEntities().empty());
+    s.setAllowedValues("video", "quality", VectorObject<SerialObject*>{});
+    EXPECT_EQ(rawStore(MasterSettingsDB::ALLOWED_STORE_NAME)->getValue("video", "quality"), text(high));
+}
+
+TEST_F(MasterSettingsDBTest, AnAllowedValueThatIsAVectorReadsBackAsOne)
+{
+    MasterSettingsDB& s = open();
+    StringObject a("a"), b("b");
+    VectorObject<SerialObject*> inner{&a, &b};
+    s.setAllowedValues("ui", "themes", VectorObject<SerialObject*>{&inner});
+    VectorObject<SerialObject*> read = s.getAllowedValues("ui", "themes");
+    ASSERT_EQ(read.size(), 2u);
+    EXPECT_EQ(text(*read[0]), text(a));
+    EXPECT_EQ(text(*read[1]), text(b));
+    for (SerialObject* element : read)
+        delete element;
+}
+
+TEST_F(MasterSettingsDBTest, TheSingularReadLooksAtTheAllowedStore)
+{
+    MasterSettingsDB& s = open();
+    s.setCurrentValue("net", "dns", StringObject("current"));
+    try {
+        s.getCurrentValue("net", "dns");
+        FAIL() << "a setting without allowed value must fail the singular read";
+    } catch (Exception const& e) {
+        EXPECT_EQ(e.getCode(), ReturnGenericFailure);
+    }
+    StringObject allowed("allowed");
+    s.setAllowedValues("net", "dns", VectorObject<SerialObject*>{&allowed});
+    EXPECT_NE(s.getCurrentValue("net", "dns"), nullptr);
+}
+
+TEST_F(MasterSettingsDBTest, ResetEmptiesTheCurrentStoreOnly)
+{
+    MasterSettingsDB& s = open();
+    StringObject allowed("allowed");
+    s.setCurrentValue("net", "dns", StringObject("current"));
+    s.setAllowedValues("net", "dns", VectorObject<SerialObject*>{&allowed});
+    s.reset();
+    EXPECT_TRUE(s.getEntities().empty());
+    EXPECT_TRUE(s.getCurrentValues("net").empty());
+    EXPECT_NE(s.getCurrentValue("net", "dns"), nullptr);
+    EXPECT_EQ(rawStore(MasterSettingsDB::ALLOWED_STORE_NAME)->getValue("net", "dns"), text(allowed));
+}
+
+TEST_F(MasterSettingsDBTest, AStoredTextThatIsNoSerialObjectFailsTheRead)
+{
+    MasterSettingsDB& s = open();
+    s.setCurrentValue("net", "dns", StringObject("fine"));
+    rawStore(MasterSettingsDB::CURRENT_STORE_NAME)->setValue("net", "broken", "{not json");
+    rawStore(MasterSettingsDB::CURRENT_STORE_NAME)->setValue("net", "alien", "{\"@type\":\"NoSuchRecord\"}");
+    try {
+        s.getCurrentValues("net");
+        FAIL() << "unreadable text accepted";
+    } catch (Exception const& e) {
+        EXPECT_EQ(e.getCode(), ReturnGenericFailure);
+    }
+    // The store keeps what it holds; the readable value is still there.
+    auto store = rawStore(MasterSettingsDB::CURRENT_STORE_NAME);
+    EXPECT_EQ(store->getValue("net", "broken"), "{not json");
+    EXPECT_EQ(store->getAttributes("net").size(), 3u);
+    EXPECT_EQ(integrityOf(scratch.file("root/ZAVSettingsDBCurrent.db")), "ok");
+}
+
+TEST_F(MasterSettingsDBTest, ACorruptStoreFileStopsInitAndIsKept)
+{
+    std::filesystem::create_directories(scratch.file("root"));
+    std::string const junk(8192, '\x42');
+    writeFile(scratch.file("root/ZAVSettingsDBCurrent.db"), junk);
+    auto* s = new MasterSettingsDB();
+    EXPECT_THROW(s->init(), Exception);
+    delete s;
+    EXPECT_TRUE(contentsOf(scratch.file("root/ZAVSettingsDBCurrent.db")) == junk) << "the file was changed";
+}
