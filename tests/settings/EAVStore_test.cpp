@@ -79,7 +79,8 @@ TEST_F(EAVStoreTest, KeepsInsertionOrderAndOneValuePerAttribute)
 TEST_F(EAVStoreTest, TextsAreStoredByteForByte)
 {
     EAVStore& s = open();
-    std::string const awkward("quote\" nul\0 tab\t \xc3\xa9 '; DROP TABLE eav; --", 44);
+    static char const RAW[] = "quote\" nul\0 tab\t \xc3\xa9 '; DROP TABLE eav; --";
+    std::string const awkward(RAW, sizeof RAW - 1);
     s.setValue(awkward, awkward, awkward);
     s.setValue("", "", "empty names");
     EXPECT_EQ(s.getValue(awkward, awkward), awkward);
