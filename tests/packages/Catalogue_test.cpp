@@ -1,0 +1,161 @@
+// The catalogue over a real RPM database in a private root: listing by group,
+// paging, both orders, extended records and what broken headers or hostile
+// requests turn into.
+#include "MasterPackageManager.h"
+#include "PackageWorld.h"
+#include "RPMPackager.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <fstream>
+#include <thread>
+
+using namespace Velmora;
+using VelmoraTest::PackageWorld;
+
+namespace {
+
+template <class List>
+std::vector<std::string> names(List const& list)
+{
+    std::vector<std::string> out;
+    for (auto const& info : list)
+        out.push_back(info.getName());
+    return out;
+}
+
+class Catalogue : public ::testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        world = new PackageWorld();
+        world->installWithTool({PackageWorld::package("apple")});
+        // Install times are in seconds: make the second batch later.
+        std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+        world->installWithTool({PackageWorld::package("Banana"), PackageWorld::package("cherry"),
+                                PackageWorld::package("date"), PackageWorld::package("quoted"),
+                                PackageWorld::package("base")});
+    }
+    static void TearDownTestSuite() { delete world; }
+
+    void SetUp() override
+    {
+        packager.init("", "", "");
+        manager.init();
+    }
+
+    static PackageWorld* world;
+    RPMPackager packager;
+    MasterPackageManager manager{packager};
+};
+
+PackageWorld* Catalogue::world = nullptr;
+
+TEST_F(Catalogue, ListsByGroupInNameOrderWithPaging)
+{
+    EXPECT_EQ((std::vector<std::string>{"apple", "Banana"}),
+              names(manager.getPackageInfoList(VectorObject<std::string>{"Velmora/App"})));
+    EXPECT_EQ((std::vector<std::string>{"apple", "Banana", "cherry"}),
+              names(manager.getPackageInfoList(VectorObject<std::string>{"Velmora/App", "Velmora/Service"})));
+    auto all = manager.getPackageInfoList(VectorObject<std::string>{});
+    EXPECT_EQ((std::vector<std::string>{"apple", "Banana", "base", "cherry", "date", "quoted"}), names(all));
+    EXPECT_EQ((std::vector<std::string>{"base", "cherry"}),
+              names(manager.getPackageInfoList(VectorObject<std::string>{}, 2, 2, "")));
+    EXPECT_EQ(6u, manager.getPackageInfoList(VectorObject<std::string>{}, 9, 0, "").size());
+    // The extended header text holds the group; the quoted one doesn't parse
+    // and that package alone is left out.
+    EXPECT_EQ((std::vector<std::string>{"apple", "Banana", "base", "cherry", "date"}),
+              names(manager.getExtendedPackageInfoList(VectorObject<std::string>{})));
+}
+
+TEST_F(Catalogue, DateOrderPutsTheOlderInstallFirst)
+{
+    auto list = manager.getPackageInfoList(VectorObject<std::string>{}, 0, 0, IPackageManager::SORT_BY_DATE);
+    ASSERT_FALSE(list.empty());
+    EXPECT_EQ("apple", list.front().getName());
+    EXPECT_TRUE(std::is_sorted(list.begin(), list.end(), [](auto const& a, auto const& b) {
+        return a.getInstallTime() < b.getInstallTime();
+    }));
+    EXPECT_GT(list.back().getInstallTime(), list.front().getInstallTime());
+}
+
+TEST_F(Catalogue, ExtendedRecordsCarryTheDescriptionObjectOrAnEmptyOne)
+{
+    auto apple = manager.getExtendedPackageInfo("apple");
+    EXPECT_EQ("Velmora/App", apple.getGroup());
+    EXPECT_EQ("http://apple.example/", apple.getCustomPackageInfo().getApplicationURL());
+    EXPECT_EQ("summary of apple", apple.getDescription());
+    EXPECT_EQ("http://example.invalid/apple", apple.getURI());
+    EXPECT_NE(0u, apple.getInstallTime());
+
+    auto banana = manager.getExtendedPackageInfo("Banana");
+    EXPECT_EQ("Banana", banana.getName());
+    EXPECT_EQ("", banana.getCustomPackageInfo().getApplicationURL());
+
+    auto cherry = manager.getPackageInfo("cherry");
+    auto found = std::find_if(cherry.getDependencies().begin(), cherry.getDependencies().end(),
+                              [](BasePackageInfo const& d) { return d.getName() == "base"; });
+    ASSERT_NE(cherry.getDependencies().end(), found);
+    EXPECT_EQ("2", found->getVersion());
+
+    auto services = manager.getExtendedPackageInfoList(VectorObject<std::string>{"Velmora/Service"});
+    ASSERT_EQ(1u, services.size());
+    EXPECT_EQ("file:///svc/cherry", services[0].getCustomPackageInfo().getApplicationURL());
+}
+
+TEST_F(Catalogue, UnknownBrokenOrHostileNamesGiveDefaultsNotFailures)
+{
+    EXPECT_EQ("", manager.getPackageInfo("nothing-like-this").getName());
+    EXPECT_EQ("", manager.getExtendedPackageInfo("quoted").getName());
+    EXPECT_EQ("", manager.getPackageInfo("app[").getName());
+    EXPECT_TRUE(manager.getPackageInfoList(VectorObject<std::string>{"Velmora/(App"}).empty());
+    EXPECT_TRUE(manager.getPackageInfoList(VectorObject<std::string>{"No/Such"}).empty());
+    // The database is still usable afterwards.
+    EXPECT_EQ("apple", manager.getPackageInfo("apple").getName());
+}
+
+TEST_F(Catalogue, ConcurrentReadersShareTheDatabaseLock)
+{
+    std::vector<std::thread> readers;
+    std::atomic<int> good{0};
+    for (int i = 0; i < 4; ++i)
+        readers.emplace_back([&] {
+            for (int j = 0; j < 5; ++j)
+                if (packager.getPackageInfo("apple").getName() == "apple")
+                    ++good;
+        });
+    for (int j = 0; j < 5; ++j)
+        if (manager.getPackageInfoList(VectorObject<std::string>{"Velmora/App"}).size() == 2)
+            ++good;
+    for (auto& reader : readers)
+        reader.join();
+    EXPECT_EQ(25, good);
+}
+
+// A database that can't be opened keeps its lock on purpose: later readers
+// wait. Shown in a child process, which is left without clean-up.
+TEST(CatalogueFailure, UnopenableDatabaseGivesDefaultsAndStaysLocked)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            PackageWorld world;
+            std::ofstream(world.root() / "var/lib/rpm/rpmdb.sqlite", std::ios::trunc) << "not a database";
+            auto* packager = new RPMPackager();
+            packager->init("", "", "");
+            bool const empty = packager->getPackageInfo("apple").getName().empty();
+            std::atomic<bool> returned{false};
+            std::thread waiter([&] {
+                packager->getPackageInfo("apple");
+                returned = true;
+            });
+            waiter.detach();
+            std::this_thread::sleep_for(std::chrono::milliseconds(300));
+            std::_Exit(empty && !returned ? 3 : 4);
+        },
+        ::testing::ExitedWithCode(3), "");
+}
+
+} // namespace

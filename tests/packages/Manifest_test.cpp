@@ -1,0 +1,257 @@
+// The repository manifest and the installer over real package files: rows
+// follow files that appear, change and vanish; junk and quotes don't break
+// it; requests end with onRequestEnd; silent update installs what arrives.
+#include "MasterPackageInstaller.h"
+#include "MasterPackageManager.h"
+#include "PackageWorld.h"
+#include "RPMPackager.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+
+using namespace Velmora;
+using VelmoraTest::eventually;
+using VelmoraTest::PackageWorld;
+namespace fs = std::filesystem;
+
+namespace {
+
+struct Ends : IPackageInstaller::IPackageInstallerListener {
+    int onRequestEnd(VectorObject<std::string> const& packages, std::string const& operation,
+                     ReturnCode result) override
+    {
+        std::lock_guard lock(mutex);
+        std::string text = operation + ":" + std::to_string(result);
+        for (auto const& name : packages)
+            text += " " + name;
+        ends.push_back(text);
+        return 0;
+    }
+    std::vector<std::string> snapshot()
+    {
+        std::lock_guard lock(mutex);
+        return ends;
+    }
+    std::mutex mutex;
+    std::vector<std::string> ends;
+};
+
+struct ManifestEvents : IPackageManager::IPackageManagerListener {
+    int onPackageInfoChanged() override { return 0; }
+    int onPackageManifestChanged(std::string const& entity, std::string const& attribute,
+                                 std::string const&) override
+    {
+        std::lock_guard lock(mutex);
+        seen.push_back(entity + "/" + attribute);
+        return 0;
+    }
+    int onPackageRepositoryChanged() override { return 0; }
+    std::mutex mutex;
+    std::vector<std::string> seen;
+};
+
+std::vector<std::string> manifestNames(Packager& packager)
+{
+    VectorObject<ManifestPackageInfo> list;
+    packager.getManifestPackageInfoList(PackageInfoListRequest({}), list);
+    std::vector<std::string> out;
+    for (auto const& record : list)
+        out.push_back(record.getName());
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+// A packager whose refresh the test drives itself: no monitor thread.
+class StillPackager : public RPMPackager {
+public:
+    StillPackager() { init("", "", ""); }
+    void _init(std::string const& rc, std::string const& macros, std::string const& root) override
+    {
+        loadRCFile(rc);
+        loadMacroFile(macros);
+        loadDB(root);
+    }
+    void refresh()
+    {
+        stripLocalManifest();
+        updateLocalManifest();
+    }
+};
+
+TEST(Manifest, FollowsFilesThatAppearChangeAndVanish)
+{
+    PackageWorld world;
+    StillPackager packager;
+    packager.refresh();
+    EXPECT_TRUE(manifestNames(packager).empty());
+
+    fs::path const fig = world.offer("fig", "fig.rpm");
+    world.offer("apple");
+    packager.refresh();
+    EXPECT_EQ((std::vector<std::string>{"apple", "fig"}), manifestNames(packager));
+    auto record = packager.getManifestPackageInfo("fig");
+    EXPECT_EQ(fig.string(), record.getPath());
+    EXPECT_EQ("Velmora/App", record.getGroup());
+
+    // Same path, new content with a dependency: the row is rewritten.
+    world.offer("fig2", "fig.rpm");
+    packager.refresh();
+    VectorObject<BasePackageInfo> dependencies;
+    packager.getPackageDependencies("fig", dependencies);
+    auto base = std::find_if(dependencies.begin(), dependencies.end(),
+                             [](BasePackageInfo const& d) { return d.getName() == "base"; });
+    ASSERT_NE(dependencies.end(), base);
+    EXPECT_EQ("2", base->getVersion());
+
+    fs::remove(fig);
+    packager.refresh();
+    EXPECT_EQ((std::vector<std::string>{"apple"}), manifestNames(packager));
+    EXPECT_EQ("", packager.getManifestPackageInfo("fig").getPath());
+}
+
+TEST(Manifest, NeighboursThatVanishTogetherGoInTwoRefreshes)
+{
+    PackageWorld world;
+    StillPackager packager;
+    fs::path const a = world.offer("apple");
+    fs::path const b = world.offer("date");
+    packager.refresh();
+    ASSERT_EQ(2u, manifestNames(packager).size());
+    fs::remove(a);
+    fs::remove(b);
+    packager.refresh();
+    EXPECT_EQ(1u, manifestNames(packager).size());
+    packager.refresh();
+    EXPECT_TRUE(manifestNames(packager).empty());
+}
+
+TEST(Manifest, JunkFilesAndQuotedGroupsDoNotBreakTheRefresh)
+{
+    PackageWorld world;
+    StillPackager packager;
+    std::ofstream(world.repository() / "random.rpm") << "certainly not a package";
+    fs::path const source = PackageWorld::package("apple");
+    fs::path const truncated = world.repository() / "truncated.rpm";
+    fs::copy_file(source, truncated);
+    fs::resize_file(truncated, fs::file_size(source) / 2);
+    world.offer("quoted");
+    world.offer("date");
+    world.offer("apple", "ap\"ple.rpm");
+    packager.refresh();
+
+    // Files whose header can't be read or turned into a record, the quoted
+    // group among them, land under the empty name; a quote in a stored path
+    // makes that record unreadable, and only that one.
+    auto names = manifestNames(packager);
+    EXPECT_NE(names.end(), std::find(names.begin(), names.end(), "date"));
+    EXPECT_NE(names.end(), std::find(names.begin(), names.end(), ""));
+    EXPECT_EQ(names.end(), std::find(names.begin(), names.end(), "quoted"));
+    EXPECT_EQ("", packager.getManifestPackageInfo("apple").getName());
+    EXPECT_NE("", packager.getPackageURI("apple"));
+    VectorObject<ManifestPackageInfo> others;
+    packager.getManifestPackageInfoList(PackageInfoListRequest(VectorObject<std::string>{"Velmora/Other"}), others);
+    ASSERT_EQ(1u, others.size());
+    EXPECT_EQ("date", others[0].getName());
+}
+
+TEST(Installer, InstallsAndRemovesThroughTheManifestAndEndsEveryRequest)
+{
+    PackageWorld world;
+    StillPackager packager;
+    world.offer("fig");
+    world.offer("needy");
+    world.offer("base");
+    packager.refresh();
+    Ends ends;
+    MasterPackageInstaller installer(packager);
+    installer.addListener(&ends);
+    installer.init();
+
+    installer.packageInstall(VectorObject<std::string>{}, false);
+    installer.packageInstall(VectorObject<std::string>{"fig", "nowhere"}, false);
+    installer.packageInstall(VectorObject<std::string>{"fig"}, false);
+    installer.packageInstall(VectorObject<std::string>{"needy"}, false);
+    installer.packageInstall(VectorObject<std::string>{"needy"}, true);
+    installer.packageRemove(VectorObject<std::string>{"fig"}, false);
+    installer.packageRemove(VectorObject<std::string>{"not-installed"}, false);
+    ASSERT_TRUE(eventually([&] { return ends.snapshot().size() == 7; }));
+    EXPECT_EQ((std::vector<std::string>{"install:7", "install:7 fig nowhere", "install:0 fig", "install:7 needy",
+                                        "install:0 needy", "remove:0 fig", "remove:7 not-installed"}),
+              ends.snapshot());
+    EXPECT_EQ("needy", packager.getPackageInfo("needy").getName());
+    EXPECT_EQ("", packager.getPackageInfo("fig").getName());
+    EXPECT_TRUE(fs::exists(world.root() / "var/lib/rpm"));
+}
+
+TEST(Installer, ArgumentRecordsMatchTheRequestedForce)
+{
+    EXPECT_EQ(128, MasterPackageInstaller::installArguments(false).installInterfaceFlags);
+    EXPECT_EQ(0, MasterPackageInstaller::installArguments(false).probFilter);
+    EXPECT_EQ(132, MasterPackageInstaller::installArguments(true).installInterfaceFlags);
+    EXPECT_EQ(447, MasterPackageInstaller::installArguments(true).probFilter);
+    EXPECT_EQ(256, MasterPackageInstaller::removeArguments(false).installInterfaceFlags);
+    EXPECT_EQ(260, MasterPackageInstaller::removeArguments(true).installInterfaceFlags);
+    EXPECT_EQ(0, MasterPackageInstaller::removeArguments(true).probFilter);
+}
+
+TEST(Monitor, ManifestFollowsTheRepositoryAndTellsTheCatalogue)
+{
+    PackageWorld world;
+    RPMPackager packager;
+    packager.init("", "", "");
+    MasterPackageManager manager(packager);
+    ManifestEvents events;
+    manager.addListener(&events);
+    manager.init();
+
+    world.offer("apple");
+    ASSERT_TRUE(eventually([&] { return manager.getManifestPackageInfo("apple").getName() == "apple"; }));
+    // Listeners are told after the commit, so the row may show first.
+    EXPECT_TRUE(eventually([&] {
+        std::lock_guard lock(events.mutex);
+        return std::find(events.seen.begin(), events.seen.end(), "apple/Path") != events.seen.end();
+    }));
+    fs::remove(world.repository() / "apple-1.0.rpm");
+    ASSERT_TRUE(eventually([&] { return manager.getManifestPackageInfoList(VectorObject<std::string>{}).empty(); }));
+}
+
+TEST(Monitor, SilentUpdateInstallsWhatArrivesWithForce)
+{
+    PackageWorld world(std::map<std::string, std::string>{{"SilentUpdate", "true"}});
+    RPMPackager packager;
+    Ends ends;
+    MasterPackageInstaller installer(packager);
+    installer.addListener(&ends);
+    installer.init();
+    packager.init("", "", "");
+
+    world.offer("needy"); // its dependency is missing: only a forced install succeeds
+    ASSERT_TRUE(eventually([&] { return !ends.snapshot().empty(); }));
+    EXPECT_EQ("install:0 needy", ends.snapshot().front());
+    EXPECT_EQ("needy", packager.getPackageInfo("needy").getName());
+}
+
+TEST(Monitor, TimedUpdateRefreshesWithoutEvents)
+{
+    PackageWorld world({{"TimedManifestUpdate", "true"}, {"TimedManifestUpdateSec", "1"}});
+    world.offer("date"); // before the watch exists: no event will come
+    RPMPackager packager;
+    EXPECT_TRUE(packager.getTimedManifestUpdate());
+    EXPECT_EQ(1u, packager.getTimedManifestUpdateSec());
+    packager.init("", "", "");
+    EXPECT_TRUE(eventually([&] { return packager.getManifestPackageInfo("date").getName() == "date"; }));
+}
+
+TEST(Monitor, SettingsOtherThanExactTrueLeaveTimedUpdateOff)
+{
+    PackageWorld world({{"TimedManifestUpdate", "True"}, {"TimedManifestUpdateSec", "1"}, {"SilentUpdate", "yes"}});
+    RPMPackager packager;
+    EXPECT_FALSE(packager.getTimedManifestUpdate());
+    EXPECT_EQ(10u, packager.getTimedManifestUpdateSec());
+    EXPECT_FALSE(packager.getSilentUpdate());
+}
+
+} // namespace

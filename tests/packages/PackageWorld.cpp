@@ -1,0 +1,147 @@
+#include "PackageWorld.h"
+
+#include "EAVStore.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <stdexcept>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace VelmoraTest {
+
+namespace {
+
+// The test packages, by key. Names differ from keys where a test needs two
+// files of the same package.
+std::map<std::string, PackageSpec> const& catalogue()
+{
+    static std::map<std::string, PackageSpec> const specs{
+        {"apple", {"apple", "1.0", "Velmora/App", R"({"applicationURL":"http://apple.example/","permissions":["net"]})", {}}},
+        {"Banana", {"Banana", "2.0", "Velmora/App", "just words, not an object", {}}},
+        {"cherry", {"cherry", "1.0", "Velmora/Service", R"({"applicationURL":"file:///svc/cherry"})", {"base >= 2"}}},
+        {"date", {"date", "1.0", "Velmora/Other", "{}", {}}},
+        {"quoted", {"quoted", "1.0", "Velmora/\"Quoted\"", "{}", {}}},
+        {"fig", {"fig", "1.0", "Velmora/App", R"({"applicationURL":"http://fig.example/"})", {}}},
+        {"fig2", {"fig", "2.0", "Velmora/App", "{}", {"base >= 2"}}},
+        {"needy", {"needy", "1.0", "Velmora/App", "{}", {"missing-thing >= 1"}}},
+        {"base", {"base", "2.0", "Velmora/Base", "{}", {}}},
+    };
+    return specs;
+}
+
+void run(std::string const& command)
+{
+    if (std::system(command.c_str()) != 0)
+        throw std::runtime_error("command failed: " + command);
+}
+
+std::string specText(PackageSpec const& spec, bool subpackage)
+{
+    std::string const header = subpackage ? "%package -n " + spec.name + "\n" : "";
+    std::string text = header + (subpackage ? "" : "Name: " + spec.name + "\nVersion: " + spec.version +
+                                                       "\nRelease: 1\nLicense: none\nBuildArch: noarch\n"
+                                                       "AutoReqProv: no\n");
+    text += "Summary: summary of " + spec.name + "\nGroup: " + spec.group + "\nURL: http://example.invalid/" +
+            spec.name + "\n";
+    for (std::string const& requirement : spec.requires_)
+        text += "Requires: " + requirement + "\n";
+    std::string const suffix = subpackage ? " -n " + spec.name : "";
+    text += "%description" + suffix + "\n" + spec.description + "\n%files" + suffix + "\n";
+    return text;
+}
+
+void rpmbuild(fs::path const& directory, std::string const& spec)
+{
+    fs::path const top = directory / "top";
+    fs::create_directories(top);
+    fs::path const specFile = top / "packages.spec";
+    std::ofstream(specFile) << spec;
+    run("rpmbuild -bb --quiet --define '_topdir " + top.string() + "' --define '_rpmdir " + directory.string() +
+        "' --define '_build_name_fmt %{NAME}-%{VERSION}.rpm' --define '__os_install_post %{nil}' "
+        "--define '_build_id_links none' " + specFile.string() + " >/dev/null 2>&1");
+    fs::remove_all(top);
+}
+
+} // namespace
+
+fs::path PackageWorld::package(std::string const& key)
+{
+    PackageSpec const& spec = catalogue().at(key);
+    fs::path const directory = fs::path(VELMORA_PACKAGE_CACHE) / key;
+    fs::path const file = directory / (spec.name + "-" + spec.version + ".rpm");
+    if (!fs::exists(file)) {
+        fs::create_directories(directory);
+        rpmbuild(directory, specText(spec, false));
+    }
+    return file;
+}
+
+void PackageWorld::buildMany(fs::path const& directory, std::vector<PackageSpec> const& specs)
+{
+    if (specs.empty() || fs::exists(directory / "complete"))
+        return;
+    fs::create_directories(directory);
+    std::string spec = "Name: velmora-bench-main\nVersion: 1.0\nRelease: 1\nLicense: none\nBuildArch: noarch\n"
+                       "AutoReqProv: no\nSummary: main\n%description\nmain\n";
+    for (PackageSpec const& each : specs)
+        spec += specText(each, true);
+    rpmbuild(directory, spec);
+    std::ofstream(directory / "complete") << "";
+}
+
+PackageWorld::PackageWorld(std::map<std::string, std::string> settings)
+{
+    std::string pattern = (fs::temp_directory_path() / "velmora-packages-XXXXXX").string();
+    if (!mkdtemp(pattern.data()))
+        throw std::runtime_error("mkdtemp");
+    base = pattern;
+    rootPath = base / "root";
+    repositoryPath = base / "repository";
+    macroPath = base / "macros";
+    fs::path const storeDirectory = base / "sysroot/usr/local/var/velmora";
+    fs::create_directories(storeDirectory);
+    fs::create_directories(rootPath / "var/lib/rpm");
+    fs::create_directories(repositoryPath);
+    std::ofstream(macroPath) << "%_dbpath /var/lib/rpm\n%_pkgverify_level digest\n";
+    setenv("VELMORA_ROOT", (base / "sysroot").c_str(), 1);
+    run("rpm --root " + rootPath.string() + " --dbpath /var/lib/rpm --initdb");
+
+    settings.emplace("RootPath", rootPath.string());
+    settings.emplace("MacrosPath", macroPath.string());
+    settings.emplace("RepositoryPath", repositoryPath.string());
+    Velmora::EAVStore store("PackagerSettings", storeDirectory.string(), ".db");
+    store.init();
+    for (auto const& [attribute, value] : settings)
+        store.setValue("Settings", attribute, value);
+}
+
+PackageWorld::~PackageWorld()
+{
+    unsetenv("VELMORA_ROOT");
+    std::error_code ignored;
+    fs::remove_all(base, ignored);
+}
+
+void PackageWorld::installWithTool(std::vector<fs::path> const& files) const
+{
+    std::string command = "rpm --root " + rootPath.string() +
+                          " --dbpath /var/lib/rpm --define '_pkgverify_level digest' --nodeps -i";
+    for (fs::path const& file : files)
+        command += " " + file.string();
+    run(command + " >/dev/null 2>&1");
+}
+
+fs::path PackageWorld::offer(std::string const& key, std::string const& fileName) const
+{
+    fs::path const source = package(key);
+    fs::path const target = repositoryPath / (fileName.empty() ? source.filename() : fs::path(fileName));
+    // Written beside, then renamed in: a watcher never sees half a package.
+    fs::path const staging = base / "staging.rpm";
+    fs::copy_file(source, staging, fs::copy_options::overwrite_existing);
+    fs::rename(staging, target);
+    return target;
+}
+
+} // namespace VelmoraTest

@@ -1,0 +1,70 @@
+// Test world for the package classes: small real RPM packages built once per
+// build tree with rpmbuild, and per test a private directory holding the
+// sysroot (the packager's stores), an RPM root with its own database, a
+// repository directory and the macro file that points RPM at them.
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace VelmoraTest {
+
+struct PackageSpec {
+    std::string name;
+    std::string version;
+    std::string group;
+    std::string description;
+    std::vector<std::string> requires_;
+};
+
+class PackageWorld {
+public:
+    // Settings written to the packager's settings store before any packager
+    // exists; RootPath, MacrosPath and RepositoryPath are filled in.
+    explicit PackageWorld(std::map<std::string, std::string> settings = {});
+    ~PackageWorld();
+    PackageWorld(PackageWorld const&) = delete;
+    PackageWorld& operator=(PackageWorld const&) = delete;
+
+    // The package file of a test package (built on first use, then cached).
+    static std::filesystem::path package(std::string const& key);
+    // Builds `specs` into `directory` in one rpmbuild run (subpackages of one
+    // spec), unless they are there already.
+    static void buildMany(std::filesystem::path const& directory, std::vector<PackageSpec> const& specs);
+
+    std::filesystem::path const& root() const { return rootPath; }
+    std::filesystem::path const& repository() const { return repositoryPath; }
+    std::filesystem::path const& macros() const { return macroPath; }
+    // Installs package files into the private root with the rpm tool.
+    void installWithTool(std::vector<std::filesystem::path> const& files) const;
+    // Copies a test package into the repository under `fileName` (default: its own name).
+    std::filesystem::path offer(std::string const& key, std::string const& fileName = "") const;
+
+private:
+    std::filesystem::path base;
+    std::filesystem::path rootPath;
+    std::filesystem::path repositoryPath;
+    std::filesystem::path macroPath;
+};
+
+// Polls `condition` every 20 ms for up to 30 s; the bound only catches hangs.
+template <class Condition>
+bool eventually(Condition condition);
+
+} // namespace VelmoraTest
+
+#include <chrono>
+#include <thread>
+
+template <class Condition>
+bool VelmoraTest::eventually(Condition condition)
+{
+    for (int i = 0; i < 1500; ++i) {
+        if (condition())
+            return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return condition();
+}

@@ -1,0 +1,162 @@
+// The package records as they travel: JSON keys, optional members, the
+// manifest order, the dependency text of a header, and catalogue paging.
+#include "ExtendedPackageInfo.h"
+#include "ManifestPackageInfo.h"
+#include "MasterPackageManager.h"
+#include "PackageInfoListRequest.h"
+#include "RPMPackager.h"
+#include "Serialization.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+using namespace Velmora;
+
+namespace {
+
+VectorObject<BasePackageInfo> deps(std::initializer_list<std::pair<char const*, char const*>> list)
+{
+    VectorObject<BasePackageInfo> out;
+    for (auto const& [name, version] : list)
+        out.push_back(BasePackageInfo(name, version));
+    return out;
+}
+
+TEST(PackageRecords, HeaderTextWithoutDependenciesReadsAndIgnoresRawKeys)
+{
+    auto info = deserialize<PackageInfo>(R"({"name":"a","version":"1","release":"2","installTime":7,)"
+                                         R"("architecture":"noarch","dependenciename":[],"dependencieversion":[]})");
+    EXPECT_EQ("a", info.getName());
+    EXPECT_EQ(7u, info.getInstallTime());
+    EXPECT_TRUE(info.getDependencies().empty());
+
+    auto copy = deserialize<PackageInfo>(info.serialize());
+    EXPECT_TRUE(copy == info);
+}
+
+TEST(PackageRecords, BrokenTextThrowsSoCallersCanTellItFromAnEmptyPackage)
+{
+    EXPECT_THROW(deserialize<PackageInfo>(R"({"name":"a", "group":"x"y"})"), Exception);
+    EXPECT_THROW(deserialize<ManifestPackageInfo>("[1]"), Exception);
+    EXPECT_THROW(deserialize<PackageInfo>(R"({"installTime":"soon"})"), Exception);
+}
+
+TEST(PackageRecords, ExtendedRecordCarriesTheCustomObject)
+{
+    auto info = deserialize<ExtendedPackageInfo>(
+        R"({"name":"a","group":"G","URI":"u","description":"d","epoch":"",)"
+        R"("customPackageInfo":{"applicationURL":"http://x/","permissions":["p"]}})");
+    EXPECT_EQ("G", info.getGroup());
+    EXPECT_EQ("http://x/", info.getCustomPackageInfo().getApplicationURL());
+    EXPECT_EQ(1u, info.getCustomPackageInfo().getPermissions().size());
+    auto empty = deserialize<ExtendedPackageInfo>(R"({"name":"a","customPackageInfo":{}})");
+    EXPECT_EQ("", empty.getCustomPackageInfo().getApplicationURL());
+}
+
+TEST(PackageRecords, ListRequestReadsFromItsNamedMember)
+{
+    Deserializer d(std::string(R"({"listRequest":{"groups":["A","B"],"start":2,"nbItems":-1,"sortOrder":"x"}})"));
+    PackageInfoListRequest request("listRequest", d);
+    EXPECT_EQ(2u, request.getGroups().size());
+    EXPECT_EQ(2u, request.getStart());
+    EXPECT_EQ(-1, request.getNbItems());
+    Deserializer missing(std::string(R"({"other":1})"));
+    EXPECT_THROW(PackageInfoListRequest("listRequest", missing), Exception);
+}
+
+TEST(ManifestOrder, IsStrictWeakAndMatchesTheStoredFormOfTheSameFile)
+{
+    ManifestPackageInfo fromFile("a", "/r/a.rpm", deps({{"b", "2"}, {"c", ""}}), "G");
+    VectorObject<std::string> words;
+    fromFile.getNVRDependencies(words);
+    ASSERT_EQ((std::vector<std::string>{"b 2", "c"}), std::vector<std::string>(words.begin(), words.end()));
+    // The store keeps only name and version of each dependency.
+    ManifestPackageInfo stored("a", "/r/a.rpm", deps({{"b", "2"}, {"c", ""}}), "G");
+    EXPECT_FALSE(fromFile < stored);
+    EXPECT_FALSE(stored < fromFile);
+    EXPECT_FALSE(fromFile < fromFile);
+
+    std::vector<ManifestPackageInfo> records{
+        ManifestPackageInfo("a", "/r/a.rpm", deps({{"b", "3"}}), "G"), fromFile,
+        ManifestPackageInfo("a", "/r/a.rpm", {}, "G"), ManifestPackageInfo("", "/r/junk", {}, ""),
+        ManifestPackageInfo("a", "/r/a2.rpm", {}, "G")};
+    for (auto const& x : records)
+        for (auto const& y : records) {
+            EXPECT_FALSE(x < y && y < x);
+            for (auto const& z : records)
+                EXPECT_TRUE(!(x < y && y < z) || x < z);
+        }
+    // A file whose dependencies changed is a new offer.
+    EXPECT_TRUE(records[0] < fromFile || fromFile < records[0]);
+}
+
+TEST(HeaderDependencies, AreInsertedFirstAndOnlyWhenThere)
+{
+    std::string json = R"({"name":"a","dependenciename":["b","c"],"dependencieversion":["2",""]})";
+    RPMPackager::formatRPMDependencies(json);
+    auto info = deserialize<PackageInfo>(json);
+    ASSERT_EQ(2u, info.getDependencies().size());
+    EXPECT_EQ("b", info.getDependencies()[0].getName());
+    EXPECT_EQ("2", info.getDependencies()[0].getVersion());
+    EXPECT_EQ(0u, json.find("{\"dependencies\":"));
+
+    std::string none = R"({"name":"a","dependenciename":[],"dependencieversion":[]})";
+    std::string const before = none;
+    RPMPackager::formatRPMDependencies(none);
+    EXPECT_EQ(before, none);
+
+    std::string broken = R"({"name":"a"b","dependenciename":["x"]})";
+    std::string const brokenBefore = broken;
+    RPMPackager::formatRPMDependencies(broken);
+    EXPECT_EQ(brokenBefore, broken);
+}
+
+VectorObject<PackageInfo> fivePackages()
+{
+    VectorObject<PackageInfo> list;
+    char const* names[] = {"echo", "Banana", "delta", "apple", "Charlie"};
+    unsigned times[] = {5, 1, 4, 2, 3};
+    for (int i = 0; i < 5; ++i)
+        list.push_back(deserialize<PackageInfo>(std::string("{\"name\":\"") + names[i] +
+                                                "\",\"installTime\":" + std::to_string(times[i]) + "}"));
+    return list;
+}
+
+std::vector<std::string> names(VectorObject<PackageInfo> const& list)
+{
+    std::vector<std::string> out;
+    for (auto const& info : list)
+        out.push_back(info.getName());
+    return out;
+}
+
+TEST(CatalogueGrooming, SortsCaseBlindAndPagesWithoutEverGivingAnEmptyPage)
+{
+    auto list = fivePackages();
+    MasterPackageManager::_groomList(PackageInfoListRequest({}, 2, 3, ""), list);
+    EXPECT_EQ((std::vector<std::string>{"Charlie", "delta", "echo"}), names(list));
+
+    list = fivePackages();
+    MasterPackageManager::_groomList(PackageInfoListRequest({}, 5, 0, ""), list);
+    EXPECT_EQ((std::vector<std::string>{"apple", "Banana", "Charlie", "delta", "echo"}), names(list));
+
+    list = fivePackages();
+    MasterPackageManager::_groomList(PackageInfoListRequest({}, 1, -2, ""), list);
+    EXPECT_EQ(4u, list.size());
+
+    list = fivePackages();
+    MasterPackageManager::_groomList(PackageInfoListRequest({}, 0, 2, IPackageManager::SORT_BY_DATE), list);
+    EXPECT_EQ((std::vector<std::string>{"Banana", "apple"}), names(list));
+}
+
+TEST(CatalogueGrooming, DateOrderOfManifestRecordsEndsAndKeepsEveryRecord)
+{
+    VectorObject<ManifestPackageInfo> list;
+    for (int i = 0; i < 100; ++i)
+        list.push_back(ManifestPackageInfo("p" + std::to_string(i), "/r", {}, ""));
+    MasterPackageManager::_groomList(PackageInfoListRequest({}, 0, 0, IPackageManager::SORT_BY_DATE), list);
+    EXPECT_EQ(100u, list.size());
+}
+
+} // namespace
