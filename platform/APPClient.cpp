@@ -1,8 +1,11 @@
 #include "APPClient.h"
 
 #include "DebugPrint.h"
+#include "Deserializer.h"
 #include "Exception.h"
+#include "IRPC.h"
 #include "ListenerList.h"
+#include "RPCConnection.h"
 
 namespace Velmora {
 
@@ -16,6 +19,30 @@ APPClient::Factory& factory()
     static APPClient::Factory current;
     return current;
 }
+
+Json::Value withUid(std::string const& uid)
+{
+    Json::Value params(Json::objectValue);
+    params["uid"] = uid;
+    return params;
+}
+
+Json::Value withUid(std::string const& uid, char const* key, Json::Value value)
+{
+    Json::Value params = withUid(uid);
+    params[key] = std::move(value);
+    return params;
+}
+
+template <class Record>
+Record readRecord(Json::Value const& value)
+{
+    Deserializer deserializer(IRPC::write(value));
+    return Record(deserializer);
+}
+
+bool asBool(Json::Value const& value) { return value.isBool() && value.asBool(); }
+unsigned int asUnsigned(Json::Value const& value) { return value.isUInt() ? value.asUInt() : 0; }
 
 } // namespace
 
@@ -35,15 +62,24 @@ void APPClient::setFactory(Factory replacement)
     factory() = std::move(replacement);
 }
 
-APPClient::APPClient(Client::Type type, std::string const& uid) : type(type), uid(uid), listenerMutex(MODULE) {}
+APPClient::APPClient(Client::Type type, std::string const& uid)
+    : type(type), uid(uid), connectionMutex(MODULE), listenerMutex(MODULE)
+{
+}
 
 APPClient::~APPClient()
 {
-    Mutex::ScopedLock lock(&listenerMutex);
-    deliveriesDone.wait(listenerMutex, [this] { return deliveries == 0; });
+    if (bound)
+        RPCRegistry::getInstance().unbind(uid, this);
 }
 
-void APPClient::init() {}
+void APPClient::init()
+{
+    if (bound)
+        return;
+    bound = true;
+    RPCRegistry::getInstance().bind(uid, this);
+}
 
 std::string const& APPClient::getUid() const { return uid; }
 
@@ -61,27 +97,25 @@ void APPClient::removeListener(IListener* listener)
         listenersChanged = true;
 }
 
-template <class Notify>
-void APPClient::deliver(Notify&& notify)
-{
-    {
-        Mutex::ScopedLock lock(&listenerMutex);
-        ++deliveries;
-    }
-    fanOut(listenerMutex, listeners, listenersChanged, notify);
-    Mutex::ScopedLock lock(&listenerMutex);
-    --deliveries;
-    deliveriesDone.notify_all();
-}
-
-void APPClient::notifyKeepAlive(std::string const& state)
-{
-    deliver([&](ILifecycleManagementListener* listener) { listener->onKeepAlive(uid, state); });
-}
+void APPClient::notifyKeepAlive(std::string const& state) { notifyKeepAlive(uid, state); }
 
 void APPClient::notifyStateChange(std::string const& oldState, std::string const& newState)
 {
-    deliver([&](ILifecycleManagementListener* listener) { listener->onStateChange(uid, oldState, newState); });
+    notifyStateChange(uid, oldState, newState);
+}
+
+void APPClient::notifyKeepAlive(std::string const& reportedUid, std::string const& state)
+{
+    fanOut(listenerMutex, listeners, listenersChanged,
+           [&](ILifecycleManagementListener* listener) { listener->onKeepAlive(reportedUid, state); });
+}
+
+void APPClient::notifyStateChange(std::string const& reportedUid, std::string const& oldState,
+                                  std::string const& newState)
+{
+    fanOut(listenerMutex, listeners, listenersChanged, [&](ILifecycleManagementListener* listener) {
+        listener->onStateChange(reportedUid, oldState, newState);
+    });
 }
 
 void APPClient::failNotConnected(char const* operation) const
@@ -90,34 +124,167 @@ void APPClient::failNotConnected(char const* operation) const
     throwException(MODULE, __LINE__, operation, ReturnGenericFailure);
 }
 
-std::string APPClient::getState(std::string const&) { failNotConnected("getState"); }
-void APPClient::setState(std::string const&, std::string const&) { failNotConnected("setState"); }
-void APPClient::activate(std::string const&) { failNotConnected("activate"); }
-void APPClient::suspend(std::string const&) { failNotConnected("suspend"); }
-void APPClient::terminate(std::string const&) { failNotConnected("terminate"); }
-ILifecycleManagement::RuntimeStatistics APPClient::getRuntimeStatistics(std::string const&)
+std::string APPClient::interfaceName(Side side) const
 {
-    failNotConnected("getRuntimeStatistics");
+    switch (side) {
+    case Side::Lifecycle:
+        return "ILifecycleManagement";
+    case Side::Compositing:
+        return "IWindowCompositing";
+    case Side::Event:
+        break;
+    }
+    return "IWindowEvent";
 }
 
-void APPClient::setVisibility(std::string const&, bool) { failNotConnected("setVisibility"); }
-bool APPClient::getVisibility(std::string const&) { failNotConnected("getVisibility"); }
-void APPClient::setOpacity(std::string const&, unsigned int) { failNotConnected("setOpacity"); }
-unsigned int APPClient::getOpacity(std::string const&) { failNotConnected("getOpacity"); }
-void APPClient::setZOrder(std::string const&, unsigned int) { failNotConnected("setZOrder"); }
-unsigned int APPClient::getZOrder(std::string const&) { failNotConnected("getZOrder"); }
-void APPClient::setLocation(std::string const&, Rect const&) { failNotConnected("setLocation"); }
-ISurfaceCompositing::Rect APPClient::getLocation(std::string const&) { failNotConnected("getLocation"); }
-void APPClient::bringToFront(std::string const&) { failNotConnected("bringToFront"); }
-void APPClient::sendToBack(std::string const&) { failNotConnected("sendToBack"); }
-void APPClient::bringForward(std::string const&) { failNotConnected("bringForward"); }
-void APPClient::sendBackward(std::string const&) { failNotConnected("sendBackward"); }
+std::shared_ptr<RPCConnection> APPClient::currentConnection()
+{
+    Mutex::ScopedLock lock(&connectionMutex);
+    return connection && connection->isOpen() ? connection : nullptr;
+}
 
-void APPClient::handleFocus(std::string const&, bool) { failNotConnected("handleFocus"); }
-bool APPClient::isFocused(std::string const&) { failNotConnected("isFocused"); }
-bool APPClient::handleEvent(std::string const&, Event const&) { failNotConnected("handleEvent"); }
+Json::Value APPClient::request(Side side, char const* method, Json::Value params)
+{
+    auto const peer = currentConnection();
+    if (!peer)
+        failNotConnected(method);
+    RPCConnection::Reply reply = peer->call(interfaceName(side) + "." + method, params);
+    if (!reply.ok) {
+        VLOG(DebugLevelError, "%s(): application %s answered: %s\n", method, uid.c_str(), reply.message.c_str());
+        throwException(MODULE, __LINE__, method, ReturnGenericFailure);
+    }
+    return std::move(reply.result);
+}
 
-void APPClient::authorizationTokenCreation(unsigned int, IServiceManager::Rights const&) {}
-void APPClient::authorizationTokenDeletion(unsigned int) {}
+void APPClient::onRegistered(std::shared_ptr<RPCConnection> const& registered)
+{
+    Mutex::ScopedLock lock(&connectionMutex);
+    connection = registered;
+    for (auto& [method, params] : pendingTokens)
+        connection->notify(method, params);
+    pendingTokens.clear();
+}
+
+void APPClient::onReport(std::string const& name, Json::Value const& parameters)
+{
+    auto const text = [&](char const* key) {
+        Json::Value const& value = parameters[key];
+        return value.isString() ? value.asString() : std::string();
+    };
+    if (!parameters.isObject())
+        return;
+    if (name == "ILifecycleManagement::onStateChange")
+        notifyStateChange(text("oldState"), text("newState"));
+    else if (name == "ILifecycleManagement::onKeepAlive")
+        notifyKeepAlive(text("state"));
+}
+
+void APPClient::onUnregistered()
+{
+    Mutex::ScopedLock lock(&connectionMutex);
+    connection.reset();
+}
+
+void APPClient::sendToken(char const* method, Json::Value params)
+{
+    std::string const name = std::string("IServiceManager.") + method;
+    Mutex::ScopedLock lock(&connectionMutex);
+    if (connection && connection->isOpen())
+        connection->notify(name, params);
+    else
+        pendingTokens.emplace_back(name, std::move(params));
+}
+
+std::string APPClient::getState(std::string const& id)
+{
+    Json::Value const state = request(Side::Lifecycle, "getState", withUid(id));
+    return state.isString() ? state.asString() : std::string();
+}
+
+void APPClient::setState(std::string const& id, std::string const& requestedState)
+{
+    request(Side::Lifecycle, "setState", withUid(id, "state", requestedState));
+}
+
+void APPClient::activate(std::string const& id) { request(Side::Lifecycle, "activate", withUid(id)); }
+void APPClient::suspend(std::string const& id) { request(Side::Lifecycle, "suspend", withUid(id)); }
+void APPClient::terminate(std::string const& id) { request(Side::Lifecycle, "terminate", withUid(id)); }
+
+ILifecycleManagement::RuntimeStatistics APPClient::getRuntimeStatistics(std::string const& id)
+{
+    return readRecord<RuntimeStatistics>(request(Side::Lifecycle, "getRuntimeStatistics", withUid(id)));
+}
+
+void APPClient::setVisibility(std::string const& id, bool visible)
+{
+    request(Side::Compositing, "setVisibility", withUid(id, "visible", visible));
+}
+
+bool APPClient::getVisibility(std::string const& id)
+{
+    return asBool(request(Side::Compositing, "getVisibility", withUid(id)));
+}
+
+void APPClient::setOpacity(std::string const& id, unsigned int opacity)
+{
+    request(Side::Compositing, "setOpacity", withUid(id, "opacity", opacity));
+}
+
+unsigned int APPClient::getOpacity(std::string const& id)
+{
+    return asUnsigned(request(Side::Compositing, "getOpacity", withUid(id)));
+}
+
+void APPClient::setZOrder(std::string const& id, unsigned int zOrder)
+{
+    request(Side::Compositing, "setZOrder", withUid(id, "zorder", zOrder));
+}
+
+unsigned int APPClient::getZOrder(std::string const& id)
+{
+    return asUnsigned(request(Side::Compositing, "getZOrder", withUid(id)));
+}
+
+void APPClient::setLocation(std::string const& id, Rect const& location)
+{
+    request(Side::Compositing, "setLocation", withUid(id, "location", IRPC::toJson(location)));
+}
+
+ISurfaceCompositing::Rect APPClient::getLocation(std::string const& id)
+{
+    return readRecord<Rect>(request(Side::Compositing, "getLocation", withUid(id)));
+}
+
+void APPClient::bringToFront(std::string const& id) { request(Side::Compositing, "bringToFront", withUid(id)); }
+void APPClient::sendToBack(std::string const& id) { request(Side::Compositing, "sendToBack", withUid(id)); }
+void APPClient::bringForward(std::string const& id) { request(Side::Compositing, "bringForward", withUid(id)); }
+void APPClient::sendBackward(std::string const& id) { request(Side::Compositing, "sendBackward", withUid(id)); }
+
+void APPClient::handleFocus(std::string const& id, bool focus)
+{
+    request(Side::Event, "handleFocus", withUid(id, "focus", focus));
+}
+
+bool APPClient::isFocused(std::string const& id) { return asBool(request(Side::Event, "isFocused", withUid(id))); }
+
+bool APPClient::handleEvent(std::string const& id, Event const& event)
+{
+    return asBool(request(Side::Event, "handleEvent", withUid(id, "event", IRPC::toJson(event))));
+}
+
+void APPClient::authorizationTokenCreation(unsigned int token, IServiceManager::Rights const& rights)
+{
+    Json::Value params(Json::objectValue);
+    params["token"] = token;
+    params["authAttrInternal"] = rights.serialize();
+    sendToken("authorizationTokenCreation", std::move(params));
+}
+
+void APPClient::authorizationTokenDeletion(unsigned int token)
+{
+    Json::Value params(Json::objectValue);
+    params["token"] = token;
+    sendToken("authorizationTokenDeletion", std::move(params));
+}
 
 } // namespace Velmora

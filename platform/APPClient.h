@@ -19,16 +19,18 @@
 #include "IWindowCompositing.h"
 #include "IWindowEvent.h"
 #include "Mutex.h"
+#include "RPCRegistry.h"
 
 #include <condition_variable>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
 namespace Velmora {
 
 class APPClient : public virtual IApplication, public virtual IWindowCompositing, public virtual IWindowEvent,
-                  public virtual IObservable {
+                  public virtual IObservable, private RPCRegistry::IRegistrationListener {
 public:
     using Factory = std::function<APPClient*(Client::Type, std::string const& uid)>;
 
@@ -87,16 +89,37 @@ public:
     virtual void authorizationTokenDeletion(unsigned int token);
 
 protected:
-    // Tells every listener of a report from the program.
+    // The interface a call belongs to; its wire name depends on the peer.
+    enum class Side { Lifecycle, Compositing, Event };
+
+    // Tells every listener of a report from the program (of `reportedUid`).
     void notifyKeepAlive(std::string const& state);
     void notifyStateChange(std::string const& oldState, std::string const& newState);
+    void notifyKeepAlive(std::string const& reportedUid, std::string const& state);
+    void notifyStateChange(std::string const& reportedUid, std::string const& oldState, std::string const& newState);
     // Throws Exception(ReturnGenericFailure) for a call that needs the program.
     [[noreturn]] void failNotConnected(char const* operation) const;
+
+    // Calls `method` of `side` on the peer with `params`; throws as described above.
+    Json::Value request(Side side, char const* method, Json::Value params);
+    virtual std::string interfaceName(Side side) const;
+    // The peer's connection, or null when it is not there.
+    virtual std::shared_ptr<RPCConnection> currentConnection();
 
     Client::Type type;
     std::string uid;
 
 private:
+    void onRegistered(std::shared_ptr<RPCConnection> const& connection) override;
+    void onReport(std::string const& name, Json::Value const& parameters) override;
+    void onUnregistered() override;
+    void sendToken(char const* method, Json::Value params);
+
+    Mutex connectionMutex;
+    std::shared_ptr<RPCConnection> connection;
+    std::vector<std::pair<std::string, Json::Value>> pendingTokens;
+    bool bound = false;
+
     template <class Notify>
     void deliver(Notify&& notify);
 

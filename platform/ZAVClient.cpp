@@ -1,9 +1,96 @@
 #include "ZAVClient.h"
 
+#include "DebugPrint.h"
+#include "Exception.h"
+#include "IRPC.h"
+#include "RPCClient.h"
+
 namespace Velmora {
+
+static char const MODULE[] = "ZAVClient";
+
+static char const STATE_CHANGE[] = "IApplicationManager::onStateChange";
+static char const KEEP_ALIVE[] = "IApplicationManager::onKeepAlive";
 
 ZAVClient* ZAVClient::create(Client::Type type, std::string const& name) { return new ZAVClient(type, name); }
 
-ZAVClient::ZAVClient(Client::Type type, std::string const& name) : APPClient(type, name) {}
+ZAVClient::ZAVClient(Client::Type type, std::string const& name) : APPClient(type, name), dialMutex(MODULE) {}
+
+ZAVClient::~ZAVClient()
+{
+    Mutex::ScopedLock lock(&dialMutex);
+    slave.reset();
+}
+
+void ZAVClient::init()
+{
+    runLoggingExceptions(MODULE, __LINE__, "init", [this] { currentConnection(); });
+}
+
+std::string const& ZAVClient::getServerUid() const { return uid; }
+
+std::string ZAVClient::interfaceName(Side side) const
+{
+    return side == Side::Lifecycle ? "IApplicationManager" : "IWindowManager";
+}
+
+std::shared_ptr<RPCConnection> ZAVClient::currentConnection()
+{
+    Mutex::ScopedLock lock(&dialMutex);
+    if (slave && slave->isConnected())
+        return slave->getConnection();
+    slave.reset();
+    auto dialled = std::make_unique<RPCClient>(1);
+    dialled->setNotificationHandler(
+        [this](std::string const& name, Json::Value const& params) { onSlaveNotification(name, params); });
+    try {
+        dialled->connect(uid);
+        Json::Value events(Json::arrayValue);
+        events.append(STATE_CHANGE);
+        events.append(KEEP_ALIVE);
+        Json::Value params;
+        params["events"] = events;
+        dialled->callOrThrow("RPC.subscribe", params);
+    } catch (Exception const&) {
+        VLOG(DebugLevelError, "currentConnection(): slave server %s is not reachable\n", uid.c_str());
+        return nullptr;
+    }
+    slave = std::move(dialled);
+    return slave->getConnection();
+}
+
+void ZAVClient::onSlaveNotification(std::string const& name, Json::Value const& params)
+{
+    auto const text = [&](char const* key) {
+        Json::Value const& value = params[key];
+        return value.isString() ? value.asString() : std::string();
+    };
+    if (!params.isObject())
+        return;
+    if (name == STATE_CHANGE)
+        notifyStateChange(text("uid"), text("oldState"), text("newState"));
+    else if (name == KEEP_ALIVE)
+        notifyKeepAlive(text("uid"), text("state"));
+}
+
+std::string ZAVClient::launch(SerialObject const& parameters, unsigned int proxy)
+{
+    Json::Value params = IRPC::toJson(parameters);
+    if (!params.isObject()) {
+        VLOG(DebugLevelError, "launch(): the launch parameters are not a record\n");
+        throwException(MODULE, __LINE__, "launch", ReturnInvalidParameter);
+    }
+    params["proxy"] = proxy;
+    Json::Value const uidOfLaunch = request(Side::Compositing, "launch", params);
+    return uidOfLaunch.isString() ? uidOfLaunch.asString() : std::string();
+}
+
+void ZAVClient::dispatchEvent(Event const& event, unsigned int proxy)
+{
+    Json::Value params(Json::objectValue);
+    params["proxy"] = proxy;
+    params["event"] = IRPC::toJson(event);
+    request(Side::Compositing, "dispatchEvent", params);
+}
 
 } // namespace Velmora

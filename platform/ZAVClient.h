@@ -2,17 +2,23 @@
 // by its endpoint name. The window table refers to it for the Android
 // applications that the slave runs; such entries share one ZAVClient.
 //
-// This is the seam the bus fills in: until then a client is not connected and
-// every call throws Exception(ReturnGenericFailure).
+// init() dials the endpoint and follows the slave's state and keep-alive
+// notifications, which reach the listeners with the reporting uid. A slave
+// that is not up yet is dialled again at the next call. Calls throw Exception
+// when the slave is unreachable, fails the call or misses the deadline.
 // Threads: calls from any thread; listeners hear the slave's reports on the
-// client's thread. Owned by the manager that created it.
+// client's bus thread. Owned by the manager that created it.
 #pragma once
 
 #include "APPClient.h"
+#include "Event.h"
 
+#include <memory>
 #include <string>
 
 namespace Velmora {
+
+class RPCClient;
 
 class ZAVClient : public APPClient {
 public:
@@ -20,6 +26,25 @@ public:
     static ZAVClient* create(Client::Type type, std::string const& name);
 
     ZAVClient(Client::Type type, std::string const& name);
+    ~ZAVClient() override;
+
+    void init() override;
+    // The name of the slave server; table entries served through it carry it.
+    std::string const& getServerUid() const;
+    // IWindowManager side: the slave launches `parameters` (a launch record)
+    // in its session `proxy` and gives the new uid.
+    std::string launch(SerialObject const& parameters, unsigned int proxy = 0);
+    void dispatchEvent(Event const& event, unsigned int proxy = 0);
+
+protected:
+    std::string interfaceName(Side side) const override;
+    std::shared_ptr<RPCConnection> currentConnection() override;
+
+private:
+    void onSlaveNotification(std::string const& name, Json::Value const& params);
+
+    Mutex dialMutex;
+    std::unique_ptr<RPCClient> slave;
 };
 
 } // namespace Velmora

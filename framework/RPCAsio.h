@@ -1,0 +1,22 @@
+// Inside of RPCIoContext, for the transport sources only: keep this include
+// out of widely used headers, it pulls in the whole of the I/O library.
+#pragma once
+
+#include "RPCIoContext.h"
+
+#include <utility> // before the I/O library: its headers use std::exchange without it
+
+#include <boost/asio.hpp>
+
+#include <thread>
+#include <vector>
+
+namespace Velmora {
+
+struct RPCIoContext::Impl {
+    boost::asio::io_context io;
+    boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work{io.get_executor()};
+    std::vector<std::thread> threads;
+};
+
+} // namespace Velmora

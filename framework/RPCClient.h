@@ -1,0 +1,68 @@
+// The dialling side of the bus: one connection to a named endpoint, with its
+// own small thread pool. It calls the server, follows notifications, and
+// answers the server's calls with the methods set before connect().
+//
+// Threads: set the methods and handlers before connect(); call/notify from
+// any thread; methods and handlers run on the client's threads. Never
+// disconnect or destroy the client from one of its own handlers.
+#pragma once
+
+#include "RPCConnection.h"
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace Velmora {
+
+class RPCIoContext;
+
+class RPCClient : private RPCConnection::IHandler {
+public:
+    // A method of this side: parameters in, result out; a throw becomes an error answer.
+    using Method = std::function<Json::Value(Json::Value const& params)>;
+    using NotificationHandler = std::function<void(std::string const& name, Json::Value const& params)>;
+    using ClosedHandler = std::function<void()>;
+
+    explicit RPCClient(unsigned int threadCount = 2);
+    ~RPCClient() override;
+    RPCClient(RPCClient const&) = delete;
+    RPCClient& operator=(RPCClient const&) = delete;
+
+    void setMethod(std::string const& name, Method method);
+    void setNotificationHandler(NotificationHandler handler);
+    void setClosedHandler(ClosedHandler handler);
+
+    // Dials <runtime>/<name>.sock; throws Exception when nobody answers.
+    void connect(std::string const& endpointName);
+    void connectPath(std::string const& path);
+    void disconnect();
+    bool isConnected() const;
+
+    // See RPCConnection::call; throws Exception(ReturnGenericFailure) when not connected.
+    RPCConnection::Reply call(std::string const& method, Json::Value const& params);
+    RPCConnection::Reply call(std::string const& method, Json::Value const& params, unsigned int timeoutMs);
+    Json::Value callOrThrow(std::string const& method, Json::Value const& params);
+    void notify(std::string const& method, Json::Value const& params);
+    // The connection, null before connect().
+    std::shared_ptr<RPCConnection> getConnection() const;
+
+private:
+    std::string handleRequest(RPCConnection& connection, IRPC::RPCSynchronousMethodObject const& request) override;
+    void handleNotification(RPCConnection& connection, std::string const& name, Json::Value const& parameters) override;
+    bool handleOpened(std::shared_ptr<RPCConnection> const& connection) override;
+    void handleClosed(RPCConnection& connection) override;
+    std::shared_ptr<RPCConnection> requireConnection(char const* operation) const;
+
+    unsigned int threadCount;
+    std::map<std::string, Method> methods;
+    NotificationHandler notificationHandler;
+    ClosedHandler closedHandler;
+    std::unique_ptr<RPCIoContext> context;
+    mutable std::mutex mutex;
+    std::shared_ptr<RPCConnection> connection;
+};
+
+} // namespace Velmora

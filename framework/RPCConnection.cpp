@@ -1,0 +1,238 @@
+#include "RPCConnection.h"
+
+#include "DebugPrint.h"
+#include "Exception.h"
+
+#include <chrono>
+#include <cstdlib>
+
+namespace Velmora {
+
+static char const MODULE[] = "RPCConnection";
+
+struct RPCConnection::PendingCall {
+    std::condition_variable answered;
+    bool done = false;
+    bool lost = false; // the connection ended first
+    Reply reply;
+};
+
+namespace {
+
+bool isValidId(Json::Value const& id) { return id.isString() || id.isIntegral() || id.isNull(); }
+
+bool isValidParams(Json::Value const& message)
+{
+    return !message.isMember("params") || message["params"].isObject() || message["params"].isArray();
+}
+
+} // namespace
+
+unsigned int RPCConnection::defaultTimeoutMs()
+{
+    char const* text = std::getenv("VELMORA_RPC_TIMEOUT_MS");
+    if (!text || !*text)
+        return 2000;
+    char* end = nullptr;
+    unsigned long const value = std::strtoul(text, &end, 10);
+    return (*end == '\0' && value > 0 && value < 3600000) ? static_cast<unsigned int>(value) : 2000;
+}
+
+RPCConnection::RPCConnection(IHandler& handler) : handler(handler) {}
+
+RPCConnection::~RPCConnection() = default;
+
+bool RPCConnection::isOpen() const
+{
+    std::lock_guard lock(mutex);
+    return open;
+}
+
+void RPCConnection::subscribe(std::vector<std::string> const& names)
+{
+    std::lock_guard lock(mutex);
+    subscriptions.insert(names.begin(), names.end());
+}
+
+void RPCConnection::unsubscribe(std::vector<std::string> const& names)
+{
+    std::lock_guard lock(mutex);
+    for (auto const& name : names)
+        subscriptions.erase(name);
+}
+
+bool RPCConnection::isSubscribed(std::string const& name) const
+{
+    std::lock_guard lock(mutex);
+    return subscriptions.count("*") != 0 || subscriptions.count(name) != 0;
+}
+
+std::string RPCConnection::getRegisteredUid() const
+{
+    std::lock_guard lock(mutex);
+    return registeredUid;
+}
+
+void RPCConnection::setRegisteredUid(std::string const& uid)
+{
+    std::lock_guard lock(mutex);
+    registeredUid = uid;
+}
+
+void RPCConnection::sendText(std::string text)
+{
+    if (isOpen())
+        write(std::move(text));
+}
+
+void RPCConnection::notify(std::string const& method, Json::Value const& params)
+{
+    Json::Value message;
+    message["jsonrpc"] = "2.0";
+    message["method"] = method;
+    if (!params.isNull())
+        message["params"] = params;
+    sendText(IRPC::write(message));
+}
+
+RPCConnection::Reply RPCConnection::call(std::string const& method, Json::Value const& params, unsigned int timeoutMs)
+{
+    auto const call = std::make_shared<PendingCall>();
+    unsigned long long id = 0;
+    {
+        std::lock_guard lock(mutex);
+        if (!open) {
+            VLOG(DebugLevelError, "call(): %s on a closed connection\n", method.c_str());
+            throwException(MODULE, __LINE__, "call", ReturnGenericFailure);
+        }
+        id = nextId++;
+        pending[id] = call;
+    }
+    Json::Value message;
+    message["jsonrpc"] = "2.0";
+    message["id"] = Json::UInt64(id);
+    message["method"] = method;
+    if (!params.isNull())
+        message["params"] = params;
+    write(IRPC::write(message));
+
+    std::unique_lock lock(mutex);
+    bool const answered = call->answered.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&] { return call->done; });
+    pending.erase(id);
+    if (!answered) {
+        lock.unlock();
+        VLOG(DebugLevelError, "call(): %s missed its deadline of %u ms\n", method.c_str(), timeoutMs);
+        throwException(MODULE, __LINE__, "call", ReturnTimedOut);
+    }
+    if (call->lost) {
+        lock.unlock();
+        VLOG(DebugLevelError, "call(): %s: the peer went away\n", method.c_str());
+        throwException(MODULE, __LINE__, "call", ReturnGenericFailure);
+    }
+    return call->reply;
+}
+
+Json::Value RPCConnection::callOrThrow(std::string const& method, Json::Value const& params)
+{
+    Reply reply = call(method, params);
+    if (!reply.ok) {
+        VLOG(DebugLevelError, "callOrThrow(): %s failed: %s\n", method.c_str(), reply.message.c_str());
+        throwException(MODULE, __LINE__, "callOrThrow", ReturnGenericFailure);
+    }
+    return std::move(reply.result);
+}
+
+void RPCConnection::receive(std::string const& text)
+{
+    Json::Value const message = IRPC::parse(text);
+    if (message.isNull())
+        return sendError(Json::Value(), IRPC::PARSE_ERROR, "Parse error");
+    if (!message.isObject())
+        return sendError(Json::Value(), IRPC::INVALID_REQUEST, "Invalid Request");
+    Json::Value const id = message.get("id", Json::Value());
+    if (!isValidId(id))
+        return sendError(Json::Value(), IRPC::INVALID_REQUEST, "Invalid Request");
+    if (!message.isMember("method")) {
+        if (message.isMember("result") || message.isMember("error"))
+            return completeCall(message);
+        return sendError(id, IRPC::INVALID_REQUEST, "Invalid Request");
+    }
+    if (!message["method"].isString() || !isValidParams(message))
+        return sendError(id, IRPC::INVALID_REQUEST, "Invalid Request");
+    std::string const method = message["method"].asString();
+    Json::Value const params = message.get("params", Json::Value());
+    if (!message.isMember("id"))
+        return handler.handleNotification(*this, method, params);
+    answerRequest(IRPC::RPCSynchronousMethodObject(method, params), id);
+}
+
+void RPCConnection::answerRequest(IRPC::RPCSynchronousMethodObject const& request, Json::Value const& id)
+{
+    runDetached([self = shared_from_this(), request, id] {
+        std::string reply;
+        try {
+            reply = self->handler.handleRequest(*self, request);
+        } catch (Exception const& e) {
+            reply = IRPC::RPCErrorObject(request.getMethod(), e.what()).serialize();
+        } catch (std::exception const& e) {
+            reply = IRPC::RPCErrorObject(request.getMethod(), e.what()).serialize();
+        } catch (...) {
+            reply = IRPC::RPCErrorObject(request.getMethod(), "unknown").serialize();
+        }
+        if (reply.size() < 2 || reply.front() != '{')
+            reply = IRPC::RPCErrorObject(request.getMethod(), "unknown").serialize();
+        self->sendText("{\"id\":" + IRPC::write(id) + "," + reply.substr(1));
+    });
+}
+
+void RPCConnection::completeCall(Json::Value const& message)
+{
+    Json::Value const& id = message["id"];
+    if (!id.isIntegral())
+        return;
+    std::lock_guard lock(mutex);
+    auto const found = pending.find(id.asUInt64());
+    if (found == pending.end())
+        return; // late answer to a call that already gave up
+    Reply& reply = found->second->reply;
+    if (message.isMember("error")) {
+        Json::Value const& error = message["error"];
+        reply.code = error.get("code", IRPC::SERVER_ERROR).isInt() ? error.get("code", IRPC::SERVER_ERROR).asInt()
+                                                                     : int(IRPC::SERVER_ERROR);
+        reply.message = error.get("message", "").isString() ? error["message"].asString() : std::string();
+    } else {
+        reply.ok = true;
+        reply.result = message["result"];
+    }
+    found->second->done = true;
+    found->second->answered.notify_all();
+}
+
+void RPCConnection::sendError(Json::Value const& id, int code, std::string const& text)
+{
+    VLOG(DebugLevelWarning, "receive(): rejected message: %s\n", text.c_str());
+    Json::Value message;
+    message["jsonrpc"] = "2.0";
+    message["id"] = id;
+    message["error"]["code"] = code;
+    message["error"]["message"] = text;
+    sendText(IRPC::write(message));
+}
+
+void RPCConnection::closed()
+{
+    {
+        std::lock_guard lock(mutex);
+        if (!open)
+            return;
+        open = false;
+        for (auto& [id, call] : pending) {
+            call->lost = true;
+            call->done = true;
+            call->answered.notify_all();
+        }
+    }
+    handler.handleClosed(*this);
+}
+
+} // namespace Velmora

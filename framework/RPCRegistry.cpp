@@ -1,0 +1,90 @@
+#include "RPCRegistry.h"
+
+#include "DebugPrint.h"
+#include "RPCConnection.h"
+
+namespace Velmora {
+
+static char const MODULE[] = "RPCRegistry";
+
+RPCRegistry& RPCRegistry::getInstance()
+{
+    static RPCRegistry instance;
+    return instance;
+}
+
+void RPCRegistry::bind(std::string const& uid, IRegistrationListener* listener)
+{
+    std::lock_guard lock(mutex);
+    Entry& entry = entries[uid];
+    entry.listener = listener;
+    if (auto connection = entry.connection.lock(); connection && connection->isOpen())
+        listener->onRegistered(connection);
+}
+
+void RPCRegistry::unbind(std::string const& uid, IRegistrationListener* listener)
+{
+    std::lock_guard lock(mutex);
+    auto const found = entries.find(uid);
+    if (found == entries.end() || found->second.listener != listener)
+        return;
+    found->second.listener = nullptr;
+    if (found->second.connection.expired())
+        entries.erase(found);
+}
+
+void RPCRegistry::registerConnection(std::string const& uid, std::shared_ptr<RPCConnection> const& connection)
+{
+    std::lock_guard lock(mutex);
+    Entry& entry = entries[uid];
+    auto const previous = entry.connection.lock();
+    if (previous && previous != connection) {
+        VLOG(DebugLevelInfo, "registerConnection(): uid %s registered again, replacing its connection\n",
+             uid.c_str());
+        previous->setRegisteredUid(std::string());
+    }
+    entry.connection = connection;
+    connection->setRegisteredUid(uid);
+    if (entry.listener)
+        entry.listener->onRegistered(connection);
+}
+
+void RPCRegistry::report(RPCConnection& connection, std::string const& name, Json::Value const& parameters)
+{
+    std::string const uid = connection.getRegisteredUid();
+    if (uid.empty())
+        return;
+    std::lock_guard lock(mutex);
+    auto const found = entries.find(uid);
+    if (found == entries.end() || found->second.connection.lock().get() != &connection || !found->second.listener)
+        return;
+    found->second.listener->onReport(name, parameters);
+}
+
+void RPCRegistry::connectionClosed(RPCConnection& connection)
+{
+    std::string const uid = connection.getRegisteredUid();
+    if (uid.empty())
+        return;
+    std::lock_guard lock(mutex);
+    auto const found = entries.find(uid);
+    if (found == entries.end())
+        return;
+    auto const current = found->second.connection.lock();
+    if (current && current.get() != &connection)
+        return; // an older connection of a uid that registered again
+    found->second.connection.reset();
+    if (found->second.listener)
+        found->second.listener->onUnregistered();
+    else
+        entries.erase(found);
+}
+
+std::shared_ptr<RPCConnection> RPCRegistry::find(std::string const& uid)
+{
+    std::lock_guard lock(mutex);
+    auto const found = entries.find(uid);
+    return found == entries.end() ? nullptr : found->second.connection.lock();
+}
+
+} // namespace Velmora

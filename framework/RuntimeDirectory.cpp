@@ -1,0 +1,42 @@
+#include "RuntimeDirectory.h"
+
+#include "DebugPrint.h"
+#include "Exception.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace Velmora {
+
+static char const MODULE[] = "RuntimeDirectory";
+
+std::string RuntimeDirectory::path()
+{
+    if (char const* explicitDir = std::getenv("VELMORA_RUNTIME_DIR"); explicitDir && *explicitDir)
+        return explicitDir;
+    if (char const* xdg = std::getenv("XDG_RUNTIME_DIR"); xdg && *xdg)
+        return std::string(xdg) + "/velmora";
+    return "/tmp/velmora-" + std::to_string(getuid());
+}
+
+std::string RuntimeDirectory::ensure()
+{
+    std::string const dir = path();
+    if (mkdir(dir.c_str(), 0700) != 0 && errno != EEXIST) {
+        VLOG(DebugLevelError, "ensure(): cannot create %s: %s\n", dir.c_str(), std::strerror(errno));
+        throwException(MODULE, __LINE__, "ensure", ReturnGenericFailure);
+    }
+    struct stat status {};
+    if (stat(dir.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {
+        VLOG(DebugLevelError, "ensure(): %s is not a directory\n", dir.c_str());
+        throwException(MODULE, __LINE__, "ensure", ReturnGenericFailure);
+    }
+    return dir;
+}
+
+std::string RuntimeDirectory::endpointPath(std::string const& name) { return path() + "/" + name + ".sock"; }
+
+} // namespace Velmora

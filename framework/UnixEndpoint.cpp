@@ -1,0 +1,282 @@
+#include "UnixEndpoint.h"
+
+#include "DebugPrint.h"
+#include "Exception.h"
+#include "RPCAsio.h"
+
+#include <deque>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace Velmora {
+
+static char const MODULE[] = "UnixEndpoint";
+
+namespace asio = boost::asio;
+using Protocol = asio::local::stream_protocol;
+using Strand = asio::strand<asio::io_context::executor_type>;
+
+namespace {
+
+// One line-framed connection. All socket work runs on the connection's strand.
+class UnixLineConnection : public RPCConnection {
+public:
+    UnixLineConnection(IHandler& handler, asio::io_context& io, Protocol::socket socket)
+        : RPCConnection(handler), io(io), socket(std::move(socket)), strand(this->socket.get_executor()),
+          input(MAX_MESSAGE_SIZE + 1)
+    {
+    }
+
+    void start()
+    {
+        asio::dispatch(strand, [self = shared()] { self->readNext(); });
+    }
+
+    void close() override
+    {
+        asio::dispatch(strand, [self = shared()] { self->shutdown(); });
+    }
+
+protected:
+    void write(std::string text) override
+    {
+        text.push_back('\n');
+        asio::dispatch(strand, [self = shared(), text = std::move(text)]() mutable { self->enqueue(std::move(text)); });
+    }
+
+    void runDetached(std::function<void()> job) override { asio::post(io, std::move(job)); }
+
+private:
+    std::shared_ptr<UnixLineConnection> shared()
+    {
+        return std::static_pointer_cast<UnixLineConnection>(shared_from_this());
+    }
+
+    void readNext()
+    {
+        asio::async_read_until(socket, input, '\n',
+                               asio::bind_executor(strand, [self = shared()](boost::system::error_code error,
+                                                                             std::size_t length) {
+                                   self->onRead(error, length);
+                               }));
+    }
+
+    void onRead(boost::system::error_code error, std::size_t length)
+    {
+        if (error == asio::error::not_found)
+            return rejectOversized();
+        if (error)
+            return shutdown();
+        std::string line(asio::buffers_begin(input.data()), asio::buffers_begin(input.data()) + length - 1);
+        input.consume(length);
+        if (!line.empty() && line.back() == '\r')
+            line.pop_back();
+        if (!line.empty())
+            receive(line);
+        readNext();
+    }
+
+    // A line without end within the limit: answer once, then hang up, since
+    // the stream cannot be resynchronised.
+    void rejectOversized()
+    {
+        VLOG(DebugLevelWarning, "onRead(): message over %zu bytes, closing\n", MAX_MESSAGE_SIZE);
+        closeAfterWrite = true;
+        enqueue("{\"error\":{\"code\":-32600,\"message\":\"Message too large\"},\"id\":null,\"jsonrpc\":\"2.0\"}\n");
+    }
+
+    void enqueue(std::string text)
+    {
+        if (!socket.is_open())
+            return;
+        if (pendingBytes + text.size() > MAX_PENDING_OUTPUT) {
+            VLOG(DebugLevelWarning, "enqueue(): peer reads too slowly, closing\n");
+            return shutdown();
+        }
+        pendingBytes += text.size();
+        output.push_back(std::move(text));
+        if (output.size() == 1)
+            writeNext();
+    }
+
+    void writeNext()
+    {
+        asio::async_write(socket, asio::buffer(output.front()),
+                          asio::bind_executor(strand, [self = shared()](boost::system::error_code error, std::size_t) {
+                              self->onWritten(error);
+                          }));
+    }
+
+    void onWritten(boost::system::error_code error)
+    {
+        if (error)
+            return shutdown();
+        pendingBytes -= output.front().size();
+        output.pop_front();
+        if (!output.empty())
+            return writeNext();
+        if (closeAfterWrite)
+            shutdown();
+    }
+
+    void shutdown()
+    {
+        if (socket.is_open()) {
+            boost::system::error_code ignored;
+            socket.shutdown(Protocol::socket::shutdown_both, ignored);
+            socket.close(ignored);
+        }
+        output.clear();
+        pendingBytes = 0;
+        closed();
+    }
+
+    asio::io_context& io;
+    Protocol::socket socket;
+    asio::any_io_executor strand; // the socket's own strand
+    asio::streambuf input;
+    std::deque<std::string> output;
+    std::size_t pendingBytes = 0;
+    bool closeAfterWrite = false;
+};
+
+class UnixListener : public RPCListener, public std::enable_shared_from_this<UnixListener> {
+public:
+    UnixListener(asio::io_context& io, std::string const& path, RPCConnection::IHandler& handler)
+        : io(io), strand(asio::make_strand(io)), acceptor(strand), retryTimer(strand), path(path), handler(handler)
+    {
+    }
+
+    void open()
+    {
+        acceptor.open(Protocol());
+        acceptor.bind(Protocol::endpoint(path));
+        acceptor.listen(asio::socket_base::max_listen_connections);
+        asio::dispatch(strand, [self = shared_from_this()] { self->acceptNext(); });
+    }
+
+    void close() override
+    {
+        ::unlink(path.c_str());
+        asio::dispatch(strand, [self = shared_from_this()] {
+            boost::system::error_code ignored;
+            self->retryTimer.cancel();
+            self->acceptor.close(ignored);
+        });
+    }
+
+private:
+    void acceptNext()
+    {
+        acceptor.async_accept(asio::make_strand(io), [self = shared_from_this()](boost::system::error_code error,
+                                                                                  Protocol::socket socket) {
+            self->onAccept(error, std::move(socket));
+        });
+    }
+
+    void onAccept(boost::system::error_code error, Protocol::socket socket)
+    {
+        if (error == asio::error::operation_aborted || !acceptor.is_open())
+            return;
+        if (error) {
+            // Out of descriptors, most likely: wait a little instead of spinning.
+            VLOG(DebugLevelWarning, "onAccept(): %s\n", error.message().c_str());
+            retryTimer.expires_after(std::chrono::milliseconds(100));
+            retryTimer.async_wait([self = shared_from_this()](boost::system::error_code waitError) {
+                if (!waitError)
+                    self->acceptNext();
+            });
+            return;
+        }
+        auto connection = std::make_shared<UnixLineConnection>(handler, io, std::move(socket));
+        if (handler.handleOpened(connection))
+            connection->start();
+        else
+            connection->close();
+        acceptNext();
+    }
+
+    asio::io_context& io;
+    Strand strand;
+    Protocol::acceptor acceptor;
+    asio::steady_timer retryTimer;
+    std::string path;
+    RPCConnection::IHandler& handler;
+};
+
+void checkPathLength(std::string const& path, char const* operation)
+{
+    if (path.size() < sizeof(sockaddr_un::sun_path))
+        return;
+    VLOG(DebugLevelError, "%s(): socket path too long: %s\n", operation, path.c_str());
+    throwException(MODULE, __LINE__, operation, ReturnInvalidParameter);
+}
+
+bool hasLiveListener(std::string const& path)
+{
+    asio::io_context probe;
+    Protocol::socket socket(probe);
+    boost::system::error_code error;
+    socket.connect(Protocol::endpoint(path), error);
+    return !error;
+}
+
+// Clears the way for a new listener on `path`, or throws when it is taken.
+void reclaimPath(std::string const& path)
+{
+    struct stat status {};
+    if (::lstat(path.c_str(), &status) != 0)
+        return;
+    if (!S_ISSOCK(status.st_mode)) {
+        VLOG(DebugLevelError, "listen(): %s exists and is not a socket\n", path.c_str());
+        throwException(MODULE, __LINE__, "listen", ReturnInvalidState);
+    }
+    if (hasLiveListener(path)) {
+        VLOG(DebugLevelError, "listen(): endpoint %s is in use\n", path.c_str());
+        throwException(MODULE, __LINE__, "listen", ReturnInvalidState);
+    }
+    VLOG(DebugLevelInfo, "listen(): replacing stale socket %s\n", path.c_str());
+    ::unlink(path.c_str());
+}
+
+} // namespace
+
+std::shared_ptr<RPCListener> UnixEndpoint::listen(RPCIoContext& context, std::string const& path,
+                                                  RPCConnection::IHandler& handler)
+{
+    checkPathLength(path, "listen");
+    reclaimPath(path);
+    auto listener = std::make_shared<UnixListener>(context.impl().io, path, handler);
+    try {
+        listener->open();
+    } catch (boost::system::system_error const& e) {
+        VLOG(DebugLevelError, "listen(): %s: %s\n", path.c_str(), e.what());
+        throwException(MODULE, __LINE__, "listen", ReturnGenericFailure);
+    }
+    return listener;
+}
+
+std::shared_ptr<RPCConnection> UnixEndpoint::connect(RPCIoContext& context, std::string const& path,
+                                                     RPCConnection::IHandler& handler)
+{
+    checkPathLength(path, "connect");
+    asio::io_context& io = context.impl().io;
+    Protocol::socket socket(asio::make_strand(io));
+    boost::system::error_code error;
+    socket.connect(Protocol::endpoint(path), error);
+    if (error) {
+        VLOG(DebugLevelError, "connect(): %s: %s\n", path.c_str(), error.message().c_str());
+        throwException(MODULE, __LINE__, "connect", ReturnGenericFailure);
+    }
+    auto connection = std::make_shared<UnixLineConnection>(handler, io, std::move(socket));
+    if (!handler.handleOpened(connection)) {
+        connection->close();
+        throwException(MODULE, __LINE__, "connect", ReturnGenericFailure);
+    }
+    connection->start();
+    return connection;
+}
+
+} // namespace Velmora
