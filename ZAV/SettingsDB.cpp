@@ -55,10 +55,21 @@ void SettingsDB::GetCurrentValueCommand::setReturn(SerialObject const& value)
 }
 
 SettingsDB::GetCurrentValuesCommand::GetCurrentValuesCommand(SettingsDB* settings, std::string const& entity)
-    : ReturningCommand(settings), entity(entity)
+    : SettingsDBCommand(settings), entity(entity)
 {
 }
-void SettingsDB::GetCurrentValuesCommand::call() { setReturn(getSettingsDB()->_getCurrentValues(entity)); }
+void SettingsDB::GetCurrentValuesCommand::call()
+{
+    VectorObject<AttributeValuePair> values = getSettingsDB()->_getCurrentValues(entity);
+    result.swap(values);
+}
+
+VectorObject<ISettingsDB::AttributeValuePair> SettingsDB::GetCurrentValuesCommand::takeReturn()
+{
+    VectorObject<AttributeValuePair> taken;
+    taken.swap(result);
+    return taken;
+}
 
 SettingsDB::SetCurrentValuesCommand::SetCurrentValuesCommand(SettingsDB* settings, CurrentValues const& values)
     : SettingsDBCommand(settings), values(values)
@@ -113,7 +124,7 @@ VectorObject<ISettingsDB::AttributeValuePair> SettingsDB::getCurrentValues(std::
 {
     GetCurrentValuesCommand command(this, entity);
     executeOrThrow(command, MODULE, __LINE__, "getCurrentValues");
-    return command.getReturn();
+    return command.takeReturn();
 }
 
 void SettingsDB::setCurrentValues(CurrentValues const& values)

@@ -69,7 +69,9 @@ public:
         // As for EntityAttributeValueTriplet.
         explicit AttributeValuePair(Deserializer& deserializer);
         AttributeValuePair(AttributeValuePair const& other);
+        AttributeValuePair(AttributeValuePair&& other) noexcept = default;
         AttributeValuePair& operator=(AttributeValuePair const& other);
+        AttributeValuePair& operator=(AttributeValuePair&& other) noexcept = default;
 
         std::string const& getObjectType() const override;
         SerialObject* clone() const override;

@@ -79,14 +79,16 @@ SerialObject* MasterSettingsDB::_getCurrentValue(EntityAttributePair const& pair
 
 VectorObject<ISettingsDB::AttributeValuePair> MasterSettingsDB::_getCurrentValues(std::string const& entity)
 {
+    EAVStore::AttributeValueList stored = currentStore.getAttributeValueList(entity);
     VectorObject<AttributeValuePair> result;
-    for (auto const& [attribute, text] : currentStore.getAttributeValueList(entity)) {
+    result.reserve(stored.size());
+    for (auto const& [attribute, text] : stored) {
         std::shared_ptr<SerialObject> object(createSerialObject(text));
         if (!object) {
             VLOG(DebugLevelError, "createSerialObject failed\n");
             throwException(MODULE, __LINE__, "_getCurrentValues", ReturnGenericFailure);
         }
-        result.push_back(AttributeValuePair(attribute, *object));
+        result.emplace_back(attribute, *object);
     }
     return result;
 }
