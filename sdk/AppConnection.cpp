@@ -1,0 +1,120 @@
+#include "AppConnection.h"
+
+#include "IRPC.h"
+
+#include <cstdlib>
+#include <unistd.h>
+
+namespace Velmora {
+
+namespace {
+
+std::string environment(char const* name, char const* fallback)
+{
+    char const* value = std::getenv(name);
+    return value && *value ? value : fallback;
+}
+
+} // namespace
+
+AppConnection::AppConnection() : uid(uidFromEnvironment()) { installMethods(); }
+
+AppConnection::~AppConnection() { client.disconnect(); }
+
+std::string AppConnection::uidFromEnvironment()
+{
+    Json::Value const parameters = IRPC::parse(environment("VELMORA_APP_PARAMETERS", "{}"));
+    if (parameters.isObject() && parameters["authorizationToken"].isString() &&
+        !parameters["authorizationToken"].asString().empty())
+        return parameters["authorizationToken"].asString();
+    return std::to_string(::getpid());
+}
+
+void AppConnection::connect()
+{
+    client.connect(environment("VELMORA_APP_HOSTNAME", "ZAV"));
+    Json::Value params;
+    params["uid"] = uid;
+    client.callOrThrow("RPC.register", params);
+}
+
+void AppConnection::reportState(std::string const& newState)
+{
+    Json::Value params;
+    params["uid"] = uid;
+    {
+        std::lock_guard lock(mutex);
+        params["oldState"] = state;
+        state = newState;
+    }
+    params["newState"] = newState;
+    client.notify("ILifecycleManagement::onStateChange", params);
+}
+
+void AppConnection::keepAlive()
+{
+    Json::Value params;
+    params["uid"] = uid;
+    params["state"] = getState();
+    client.notify("ILifecycleManagement::onKeepAlive", params);
+}
+
+std::string AppConnection::getState() const
+{
+    std::lock_guard lock(mutex);
+    return state;
+}
+
+void AppConnection::installMethods()
+{
+    client.setMethod("ILifecycleManagement.getState", [this](Json::Value const&) { return Json::Value(getState()); });
+    client.setMethod("ILifecycleManagement.setState", [this](Json::Value const& params) {
+        reportState(params["state"].asString());
+        return Json::Value();
+    });
+    client.setMethod("ILifecycleManagement.terminate", [this](Json::Value const&) {
+        if (terminateCallback)
+            terminateCallback();
+        else {
+            reportState("TERMINATED");
+            if (exitCallback)
+                exitCallback();
+        }
+        return Json::Value();
+    });
+    client.setMethod("IWindowCompositing.setVisibility", [this](Json::Value const& params) {
+        {
+            std::lock_guard lock(mutex);
+            visible = params["visible"].asBool();
+        }
+        if (visibilityCallback)
+            visibilityCallback(params["visible"].asBool());
+        return Json::Value();
+    });
+    client.setMethod("IWindowCompositing.getVisibility", [this](Json::Value const&) {
+        std::lock_guard lock(mutex);
+        return Json::Value(visible);
+    });
+    client.setMethod("IWindowEvent.handleFocus", [this](Json::Value const& params) {
+        {
+            std::lock_guard lock(mutex);
+            focused = params["focus"].asBool();
+        }
+        if (focusCallback)
+            focusCallback(params["focus"].asBool());
+        return Json::Value();
+    });
+    client.setMethod("IWindowEvent.isFocused", [this](Json::Value const&) {
+        std::lock_guard lock(mutex);
+        return Json::Value(focused);
+    });
+    client.setMethod("IWindowEvent.handleEvent", [this](Json::Value const& params) {
+        return Json::Value(eventCallback ? eventCallback(params["event"]) : false);
+    });
+    client.setNotificationHandler([this](std::string const& name, Json::Value const& params) {
+        if (tokenCallback && name.rfind("IServiceManager.", 0) == 0)
+            tokenCallback(name, params);
+    });
+}
+
+} // namespace Velmora

@@ -1,0 +1,66 @@
+// What a program links to talk to the server: it learns its uid from
+// VELMORA_APP_PARAMETERS (authorizationToken, else its pid), dials the server
+// named by VELMORA_APP_HOSTNAME, registers, reports its states and
+// keep-alives, and answers the server's lifecycle, window and event calls.
+//
+// Threads: set the callbacks before connect(); the callbacks run on the
+// connection's threads; reportState/keepAlive from any thread.
+#pragma once
+
+#include "RPCClient.h"
+
+#include <functional>
+#include <mutex>
+#include <string>
+
+namespace Velmora {
+
+class AppConnection {
+public:
+    using Callback = std::function<void()>;
+    using FlagCallback = std::function<void(bool)>;
+    using EventCallback = std::function<bool(Json::Value const& event)>;
+    using TokenCallback = std::function<void(std::string const& method, Json::Value const& params)>;
+
+    AppConnection();
+    ~AppConnection();
+
+    // The uid this program registers under.
+    static std::string uidFromEnvironment();
+
+    // Told when the server asks the program to end; the default reports
+    // TERMINATED and calls the exit callback.
+    void onTerminate(Callback callback) { terminateCallback = std::move(callback); }
+    void onExitRequested(Callback callback) { exitCallback = std::move(callback); }
+    void onFocus(FlagCallback callback) { focusCallback = std::move(callback); }
+    void onVisibility(FlagCallback callback) { visibilityCallback = std::move(callback); }
+    void onEvent(EventCallback callback) { eventCallback = std::move(callback); }
+    void onToken(TokenCallback callback) { tokenCallback = std::move(callback); }
+    // Replaces or adds an answer to "<Interface>.<method>".
+    void setMethod(std::string const& name, RPCClient::Method method) { client.setMethod(name, std::move(method)); }
+
+    // Dials and registers; throws Exception when the server is not there.
+    void connect();
+    void reportState(std::string const& state);
+    void keepAlive();
+    std::string getState() const;
+    std::string const& getUid() const { return uid; }
+
+private:
+    void installMethods();
+
+    std::string uid;
+    RPCClient client;
+    mutable std::mutex mutex;
+    std::string state = "UNINITIALIZED";
+    bool focused = false;
+    bool visible = false;
+    Callback terminateCallback;
+    Callback exitCallback;
+    FlagCallback focusCallback;
+    FlagCallback visibilityCallback;
+    EventCallback eventCallback;
+    TokenCallback tokenCallback;
+};
+
+} // namespace Velmora
