@@ -1,0 +1,78 @@
+// Feeds arbitrary bytes to the attribute-certificate readers (DER and PEM) and
+// everything that runs on a certificate once read: the checks of applying it
+// against a fixed holder and issuer, the reading of its rights whatever its
+// signature, re-encoding, and the diagnostic print (to /dev/null).
+#include "AuthorizationAttributesManager.h"
+
+#include <openssl/pem.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+
+using namespace Velmora;
+
+namespace {
+
+X509Ptr makeCertificate(char const* issuerOrganisation, EVP_PKEY* key)
+{
+    X509Ptr certificate(X509_new());
+    X509NamePtr subject(X509_NAME_new());
+    X509NamePtr issuer(X509_NAME_new());
+    X509_NAME_add_entry_by_txt(subject.get(), "CN", MBSTRING_ASC,
+                               reinterpret_cast<unsigned char const*>("fuzz"), -1, -1, 0);
+    X509_NAME_add_entry_by_txt(issuer.get(), "O", MBSTRING_ASC,
+                               reinterpret_cast<unsigned char const*>(issuerOrganisation), -1, -1, 0);
+    ASN1_INTEGER_set(X509_get_serialNumber(certificate.get()), 7);
+    X509_set_subject_name(certificate.get(), subject.get());
+    X509_set_issuer_name(certificate.get(), issuer.get());
+    X509_gmtime_adj(X509_getm_notBefore(certificate.get()), 0);
+    X509_gmtime_adj(X509_getm_notAfter(certificate.get()), 3600);
+    X509_set_pubkey(certificate.get(), key);
+    X509_sign(certificate.get(), key, EVP_sha256());
+    return certificate;
+}
+
+struct Peers {
+    EVPKeyPtr key{EVP_RSA_gen(1024)};
+    X509Ptr holder = makeCertificate("DORICProtected", key.get());
+    X509Ptr issuer = makeCertificate("Velmora", key.get());
+};
+
+void exercise(ATTRIBUTE_CERTIFICATE* certificate)
+{
+    static Peers peers;
+    AuthorizationAttributesManager::Rights allowed;
+    AuthorizationAttributesManager::checkAttributeCertificate(peers.holder.get(), peers.issuer.get(), certificate,
+                                                              allowed);
+    AuthorizationAttributesManager::Rights unchecked;
+    AuthorizationAttributesManager::readAllowedInterfaces(certificate, unchecked);
+    unsigned char* der = nullptr;
+    int length = i2d_ATTRIBUTE_CERTIFICATE(certificate, &der);
+    OpenSSLMemoryPtr owner(length > 0 ? der : nullptr);
+    AuthorizationAttributesManager::PrintAttributeCertificate(certificate);
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***)
+{
+    // Rejections log at level 1; silence them, and the print.
+    setenv("VELMORA_DEBUG", "0", 1);
+    if (std::freopen("/dev/null", "w", stdout) == nullptr)
+        std::abort();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
+{
+    unsigned char const* cursor = data;
+    AttributeCertificatePtr fromDer(d2i_ATTRIBUTE_CERTIFICATE(nullptr, &cursor, static_cast<long>(size)));
+    if (fromDer)
+        exercise(fromDer.get());
+    BIOPtr bio(BIO_new_mem_buf(data, static_cast<int>(size)));
+    AttributeCertificatePtr fromPem(bio ? PEM_read_bio_ATTRIBUTE_CERTIFICATE(bio.get()) : nullptr);
+    if (fromPem)
+        exercise(fromPem.get());
+    return 0;
+}
