@@ -283,22 +283,18 @@ void RPMPackager::getRPMDBEntries(std::vector<headerTag> const& tags, rpmTagVal 
     releaseDB(handle);
 }
 
-void RPMPackager::getRPMFileEntry(std::string const& path, std::vector<headerTag> const& tags, std::string& out)
+void RPMPackager::readFileEntry(rpmts ts, std::string const& path, std::vector<headerTag> const& tags,
+                                std::string& out)
 {
-    void* handle = nullptr;
-    if (!acquireDB(&handle))
-        return;
     out.clear();
     File file(Fopen(path.c_str(), "r.ufdio"));
-    if (file && !Ferror(file.get())) {
-        Header raw = nullptr;
-        rpmReadPackageFile(static_cast<rpmts>(handle), file.get(), path.c_str(), &raw);
-        HeaderHandle header(raw);
-        if (header)
-            out = headerToJson(header.get(), tags);
-    }
-    file.reset();
-    releaseDB(handle);
+    if (!file || Ferror(file.get()))
+        return;
+    Header raw = nullptr;
+    rpmReadPackageFile(ts, file.get(), path.c_str(), &raw);
+    HeaderHandle header(raw);
+    if (header)
+        out = headerToJson(header.get(), tags);
 }
 
 template <class T>
@@ -326,10 +322,8 @@ void RPMPackager::getRPMInfoList(PackageInfoListRequest const& request, VectorOb
     }
 }
 
-ExtendedPackageInfo RPMPackager::getRPMFileInfo(std::string const& path, std::vector<headerTag> const& tags)
+ExtendedPackageInfo RPMPackager::fileRecord(std::string const& json)
 {
-    std::string json;
-    getRPMFileEntry(path, tags, json);
     ExtendedPackageInfo record;
     if (json.empty() || !parseRecord(json, record))
         return ExtendedPackageInfo();
@@ -376,9 +370,20 @@ void RPMPackager::getFilePackageInfoList(PackageInfoListRequest const& request,
     directory.reset();
 
     out.clear();
+    // One database hold for the whole directory: opening the database per
+    // file would cost more than reading the files.
+    std::vector<std::string> entries(paths.size());
+    void* handle = nullptr;
+    if (!acquireDB(&handle))
+        return;
+    for (std::size_t i = 0; i < paths.size(); ++i)
+        readFileEntry(static_cast<rpmts>(handle), paths[i], extendedPackageInfoHeaderTags, entries[i]);
+    releaseDB(handle);
+
     VectorObject<std::string> const& groups = request.getGroups();
-    for (std::string const& path : paths) {
-        ExtendedPackageInfo const info = getRPMFileInfo(path, extendedPackageInfoHeaderTags);
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+        std::string const& path = paths[i];
+        ExtendedPackageInfo const info = fileRecord(entries[i]);
         ManifestPackageInfo const record(info.getName(), path, info.getDependencies(), info.getGroup());
         if (groups.empty()) {
             out.push_back(record);

@@ -83,7 +83,10 @@ private:
     // has no such tag or (JSON) the value doesn't parse.
     static bool getRPMHeaderData(Header header, rpmTagVal tag, HeaderInfoType type, std::string& out);
     static std::string headerToJson(Header header, std::vector<headerTag> const& tags);
-    void getRPMFileEntry(std::string const& path, std::vector<headerTag> const& tags, std::string& out);
+    // The JSON of one package file read with `ts`, the database lock held; empty when it is no package.
+    static void readFileEntry(rpmts ts, std::string const& path, std::vector<headerTag> const& tags,
+                              std::string& out);
+    static ExtendedPackageInfo fileRecord(std::string const& json);
     void getRPMDBEntries(std::vector<headerTag> const& tags, rpmTagVal filterTag,
                          VectorObject<std::string> const& values, VectorObject<std::string>& out);
     // The configured path of one load operation, macro-expanded: `path`, else
@@ -96,7 +99,6 @@ private:
     template <class T>
     void getRPMInfoList(PackageInfoListRequest const& request, VectorObject<T>& out,
                         std::vector<headerTag> const& tags);
-    ExtendedPackageInfo getRPMFileInfo(std::string const& path, std::vector<headerTag> const& tags);
 
     rpmts transactionSet = nullptr; // guarded by dbMutex
     Mutex dbMutex;

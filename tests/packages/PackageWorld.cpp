@@ -59,7 +59,7 @@ void rpmbuild(fs::path const& directory, std::string const& spec)
     fs::path const specFile = top / "packages.spec";
     std::ofstream(specFile) << spec;
     run("rpmbuild -bb --quiet --define '_topdir " + top.string() + "' --define '_rpmdir " + directory.string() +
-        "' --define '_build_name_fmt %{NAME}-%{VERSION}.rpm' --define '__os_install_post %{nil}' "
+        "' --define '_build_name_fmt %%{NAME}-%%{VERSION}.rpm' --define '__os_install_post %{nil}' "
         "--define '_build_id_links none' " + specFile.string() + " >/dev/null 2>&1");
     fs::remove_all(top);
 }
@@ -84,7 +84,7 @@ void PackageWorld::buildMany(fs::path const& directory, std::vector<PackageSpec>
         return;
     fs::create_directories(directory);
     std::string spec = "Name: velmora-bench-main\nVersion: 1.0\nRelease: 1\nLicense: none\nBuildArch: noarch\n"
-                       "AutoReqProv: no\nSummary: main\n%description\nmain\n";
+                       "AutoReqProv: no\nSummary: main\n%description\nmain\n%files\n";
     for (PackageSpec const& each : specs)
         spec += specText(each, true);
     rpmbuild(directory, spec);
