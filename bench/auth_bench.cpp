@@ -4,6 +4,7 @@
 #include "FigureReporter.h"
 
 #include "AuthorizationAttributesManager.h"
+#include "TestPki.h"
 
 #include <openssl/pem.h>
 
@@ -17,34 +18,6 @@ using namespace Velmora;
 
 namespace {
 
-X509Ptr makeCertificate(char const* issuerOrganisation, EVP_PKEY* key)
-{
-    X509Ptr certificate(X509_new());
-    X509NamePtr subject(X509_NAME_new());
-    X509NamePtr issuer(X509_NAME_new());
-    X509_NAME_add_entry_by_txt(subject.get(), "CN", MBSTRING_ASC, reinterpret_cast<unsigned char const*>("bench"),
-                               -1, -1, 0);
-    X509_NAME_add_entry_by_txt(issuer.get(), "O", MBSTRING_ASC,
-                               reinterpret_cast<unsigned char const*>(issuerOrganisation), -1, -1, 0);
-    ASN1_INTEGER_set(X509_get_serialNumber(certificate.get()), 7);
-    X509_set_subject_name(certificate.get(), subject.get());
-    X509_set_issuer_name(certificate.get(), issuer.get());
-    X509_gmtime_adj(X509_getm_notBefore(certificate.get()), 0);
-    X509_gmtime_adj(X509_getm_notAfter(certificate.get()), 3600);
-    X509_set_pubkey(certificate.get(), key);
-    X509_sign(certificate.get(), key, EVP_sha256());
-    return certificate;
-}
-
-std::string pemOf(X509* certificate)
-{
-    BIOPtr bio(BIO_new(BIO_s_mem()));
-    PEM_write_bio_X509(bio.get(), certificate);
-    char* data = nullptr;
-    long length = BIO_get_mem_data(bio.get(), &data);
-    return std::string(data, length);
-}
-
 // An issuer, a holder of "DORICProtected" and a manager, in a private sysroot.
 struct Setup {
     Setup()
@@ -54,12 +27,13 @@ struct Setup {
         std::filesystem::create_directories(root / "tmp");
         setenv("VELMORA_ROOT", root.c_str(), 1);
         setenv("VELMORA_DEBUG", "0", 1);
-        X509Ptr issuer = makeCertificate("Velmora", key.get());
-        std::ofstream(root / "issuer.crt") << pemOf(issuer.get());
+        X509Ptr issuer = VelmoraTest::makeCertificate({{"CN", "bench"}}, {{"O", "Velmora"}}, 1, key.get(), key.get());
+        std::ofstream(root / "issuer.crt") << VelmoraTest::toPem(issuer.get());
         FilePtr keyFile = openFile((root / "issuer.key").c_str(), "w");
         PEM_write_PrivateKey(keyFile.get(), key.get(), nullptr, nullptr, 0, nullptr, nullptr);
         keyFile.reset();
-        holder = pemOf(makeCertificate("DORICProtected", key.get()).get());
+        holder = VelmoraTest::toPem(
+            VelmoraTest::makeCertificate({{"CN", "bench"}}, {{"O", "DORICProtected"}}, 7, key.get(), key.get()).get());
         manager = AuthorizationAttributesManager::getInstance();
         manager->initialize((root / "issuer.crt").string(), (root / "issuer.key").string(), nullptr);
     }

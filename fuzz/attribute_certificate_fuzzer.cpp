@@ -3,6 +3,7 @@
 // against a fixed holder and issuer, the reading of its rights whatever its
 // signature, re-encoding, and the diagnostic print (to /dev/null).
 #include "AuthorizationAttributesManager.h"
+#include "TestPki.h"
 
 #include <openssl/pem.h>
 
@@ -14,29 +15,10 @@ using namespace Velmora;
 
 namespace {
 
-X509Ptr makeCertificate(char const* issuerOrganisation, EVP_PKEY* key)
-{
-    X509Ptr certificate(X509_new());
-    X509NamePtr subject(X509_NAME_new());
-    X509NamePtr issuer(X509_NAME_new());
-    X509_NAME_add_entry_by_txt(subject.get(), "CN", MBSTRING_ASC,
-                               reinterpret_cast<unsigned char const*>("fuzz"), -1, -1, 0);
-    X509_NAME_add_entry_by_txt(issuer.get(), "O", MBSTRING_ASC,
-                               reinterpret_cast<unsigned char const*>(issuerOrganisation), -1, -1, 0);
-    ASN1_INTEGER_set(X509_get_serialNumber(certificate.get()), 7);
-    X509_set_subject_name(certificate.get(), subject.get());
-    X509_set_issuer_name(certificate.get(), issuer.get());
-    X509_gmtime_adj(X509_getm_notBefore(certificate.get()), 0);
-    X509_gmtime_adj(X509_getm_notAfter(certificate.get()), 3600);
-    X509_set_pubkey(certificate.get(), key);
-    X509_sign(certificate.get(), key, EVP_sha256());
-    return certificate;
-}
-
 struct Peers {
     EVPKeyPtr key{EVP_RSA_gen(1024)};
-    X509Ptr holder = makeCertificate("DORICProtected", key.get());
-    X509Ptr issuer = makeCertificate("Velmora", key.get());
+    X509Ptr holder = VelmoraTest::makeCertificate({{"CN", "fuzz"}}, {{"O", "DORICProtected"}}, 7, key.get(), key.get());
+    X509Ptr issuer = VelmoraTest::makeCertificate({{"CN", "fuzz"}}, {{"O", "Velmora"}}, 1, key.get(), key.get());
 };
 
 void exercise(ATTRIBUTE_CERTIFICATE* certificate)

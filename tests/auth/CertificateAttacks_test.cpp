@@ -58,7 +58,20 @@ std::string pemOf(std::string const& der)
 
 } // namespace
 
-using Rejection = AuthorizationTest;
+class Rejection : public AuthorizationTest {
+protected:
+    // A certificate whose only authorization value names `interfaceName` and
+    // `functions` (both owned by the value; null functions are left absent).
+    std::string withValue(GENERAL_NAME* interfaceName, GENERAL_NAMES* functions)
+    {
+        AllowedInterfacePtr value(AllowedInterface_new());
+        GENERAL_NAME_free(value->interfaceName);
+        value->interfaceName = interfaceName;
+        value->functionNames = functions;
+        return resigned(pki.doricHolder.get(),
+                        [&](ATTRIBUTE_CERTIFICATE* certificate) { replaceValue(certificate, value.get()); });
+    }
+};
 
 TEST_F(Rejection, TamperedSignature)
 {
@@ -164,60 +177,28 @@ TEST_F(Rejection, IssuerNameOfSomeoneElse)
 
 TEST_F(Rejection, AttributeWithoutFunctionNames)
 {
-    expectRejected(pki.doricHolder.get(),
-                   resigned(pki.doricHolder.get(),
-                            [](ATTRIBUTE_CERTIFICATE* certificate) {
-                                AllowedInterfacePtr value(AllowedInterface_new());
-                                GENERAL_NAME_free(value->interfaceName);
-                                value->interfaceName = directoryName("IZap");
-                                replaceValue(certificate, value.get());
-                            }),
-                   "Function name array is NULL.\n");
+    expectRejected(pki.doricHolder.get(), withValue(directoryName("IZap"), nullptr), "Function name array is NULL.\n");
 }
 
 TEST_F(Rejection, InterfaceNameThatIsNotADirectoryName)
 {
-    expectRejected(pki.doricHolder.get(),
-                   resigned(pki.doricHolder.get(),
-                            [](ATTRIBUTE_CERTIFICATE* certificate) {
-                                AllowedInterfacePtr value(AllowedInterface_new());
-                                GENERAL_NAME_free(value->interfaceName);
-                                value->interfaceName = dnsName("izap.example");
-                                value->functionNames = GENERAL_NAMES_new();
-                                replaceValue(certificate, value.get());
-                            }),
+    expectRejected(pki.doricHolder.get(), withValue(dnsName("izap.example"), GENERAL_NAMES_new()),
                    "Attribute values interface name is not a DIRNAME.\n");
 }
 
 TEST_F(Rejection, FunctionNameThatIsNotADirectoryName)
 {
-    expectRejected(pki.doricHolder.get(),
-                   resigned(pki.doricHolder.get(),
-                            [](ATTRIBUTE_CERTIFICATE* certificate) {
-                                AllowedInterfacePtr value(AllowedInterface_new());
-                                GENERAL_NAME_free(value->interfaceName);
-                                value->interfaceName = directoryName("IZap");
-                                value->functionNames = GENERAL_NAMES_new();
-                                sk_GENERAL_NAME_push(value->functionNames, dnsName("zap"));
-                                replaceValue(certificate, value.get());
-                            }),
+    GENERAL_NAMES* functions = GENERAL_NAMES_new();
+    sk_GENERAL_NAME_push(functions, dnsName("zap"));
+    expectRejected(pki.doricHolder.get(), withValue(directoryName("IZap"), functions),
                    "Attribute values instance subtype is not a DIRNAME.\n");
 }
 
 TEST_F(Rejection, DirectoryNameWithoutACommonName)
 {
-    expectRejected(pki.doricHolder.get(),
-                   resigned(pki.doricHolder.get(),
-                            [](ATTRIBUTE_CERTIFICATE* certificate) {
-                                AllowedInterfacePtr value(AllowedInterface_new());
-                                GENERAL_NAME_free(value->interfaceName);
-                                value->interfaceName = GENERAL_NAME_new();
-                                GENERAL_NAME_set0_value(value->interfaceName, GEN_DIRNAME,
-                                                        makeName({{"O", "no common name"}}).release());
-                                value->functionNames = GENERAL_NAMES_new();
-                                replaceValue(certificate, value.get());
-                            }),
-                   "X509 Name is invalid.\n");
+    GENERAL_NAME* name = GENERAL_NAME_new();
+    GENERAL_NAME_set0_value(name, GEN_DIRNAME, makeName({{"O", "no common name"}}).release());
+    expectRejected(pki.doricHolder.get(), withValue(name, GENERAL_NAMES_new()), "X509 Name is invalid.\n");
 }
 
 TEST_F(Rejection, ValueThatIsNoAllowedInterface)
