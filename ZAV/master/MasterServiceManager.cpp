@@ -1,0 +1,269 @@
+#include "MasterServiceManager.h"
+
+#include "DebugPrint.h"
+#include "Exception.h"
+#include "MasterPackageManager.h"
+#include "MultiInputDriver.h"
+#include "PackageInfoListRequest.h"
+#include "PlatformHelper.h"
+
+#include <cstdlib>
+#include <cstring>
+
+namespace Velmora {
+
+static char const MODULE[] = "MasterServiceManager";
+
+char const* const MasterServiceManager::SERVICE_GROUP = "Velmora/Service";
+char const* const MasterServiceManager::START_NODE = "start_velmora";
+char const* const MasterServiceManager::MEDIA_ENGINE_EXECUTABLE = "VelmoraQENExec";
+
+namespace {
+
+char const SESSION_OPTION[] = "--velmora:session";
+// The number stands right behind the option word, wherever the word is found.
+constexpr std::size_t SESSION_NUMBER_INDEX = sizeof(SESSION_OPTION) - 1;
+
+char const* const MEDIA_FACILITIES[] = {"MediaStore", "MediaPlayer", "FastChannelChange", "Frontend", "TV"};
+
+bool contains(std::string const& text, char const* fragment) { return text.find(fragment) != std::string::npos; }
+
+} // namespace
+
+void MasterServiceManager::SequenceBootupCommand::call()
+{
+    static_cast<MasterServiceManager*>(getServiceManager())->_sequenceBootup();
+}
+
+MasterServiceManager::MasterServiceManager(ApplicationFactory* factory, int argc, char** argv)
+    : ServiceManager(factory, argc, argv)
+{
+    for (int i = 1; i < argc; ++i) {
+        if (!std::strstr(argv[i], SESSION_OPTION))
+            continue;
+        unsigned long const index = std::strtoul(argv[i] + SESSION_NUMBER_INDEX, nullptr, 10);
+        if (sessionCount < index + 1)
+            sessionCount = static_cast<unsigned int>(index + 1);
+    }
+}
+
+MasterServiceManager::~MasterServiceManager()
+{
+    // Nothing may run on the manager's thread while its links go.
+    uninit();
+    processWatcher.reset();
+    delete webClient;
+    webClient = nullptr;
+    if (inputDriver)
+        delete inputDriver;
+}
+
+Client::Type MasterServiceManager::getClientType() { return Client::Master; }
+
+void MasterServiceManager::init()
+{
+    ApplicationManager::init();
+    processWatcher = std::make_unique<ProcessWatcher>([this](std::string const& uid) {
+        onStateChange(uid, std::string(), ILifecycleManagement::STATE_CRASHED);
+    });
+    buildGraph();
+    // Taken before the first pass: a service may come up as soon as it is started.
+    inputDriver = Singleton<InputDriver>::getInstance<MultiInputDriver>();
+    SequenceBootupCommand firstPass(this);
+    executeOrThrow(firstPass, MODULE, __LINE__, "init");
+    if (sessionCount == 0) {
+        VLOG(DebugLevelError, "Must specify at least one session to start with!\n");
+        throwException(MODULE, __LINE__, "init", ReturnGenericFailure);
+    }
+}
+
+void MasterServiceManager::buildGraph()
+{
+    MasterPackageManager* packages = ExplicitSingleton<MasterPackageManager>::getInstance();
+    struct Release {
+        MasterPackageManager* packages;
+        ~Release() { delete packages; }
+    } release{packages};
+    PackageInfoListRequest const request(VectorObject<std::string>{SERVICE_GROUP});
+    for (PackageInfo const& service : packages->getPackageInfoList(request)) {
+        ExtendedPackageInfo const extended = packages->getExtendedPackageInfo(service.getName());
+        VectorObject<BasePackageInfo> const dependencies = extended.getDependencies();
+        for (BasePackageInfo const& dependency : dependencies) {
+            ExtendedPackageInfo const prerequisite = packages->getExtendedPackageInfo(dependency.getName());
+            if (!contains(prerequisite.getGroup(), SERVICE_GROUP))
+                continue;
+            serviceGraph.newEdge(StringObject(prerequisite.getCustomPackageInfo().getApplicationURL()),
+                                 StringObject(extended.getCustomPackageInfo().getApplicationURL()));
+        }
+    }
+}
+
+void MasterServiceManager::_sequenceBootup()
+{
+    unsigned int pendingTrees = 0;
+    for (StringObject const& root : serviceGraph.getRoots())
+        if (advanceTree(serviceGraph.getDfsTree(root)))
+            ++pendingTrees;
+    if (pendingTrees == 0)
+        onBootComplete();
+}
+
+bool MasterServiceManager::advanceTree(VectorObject<StringObject> const& tree)
+{
+    for (StringObject const& node : tree) {
+        std::string const& name = node.getValue();
+        if (contains(name, START_NODE))
+            continue;
+        auto const found = std::find_if(applications.begin(), applications.end(),
+                                        [&](auto const& row) { return row.second.getName() == name; });
+        if (found == applications.end()) {
+            _createApplication(name, std::to_string(sessionCount));
+            return true;
+        }
+        std::string const& state = found->second.getLastReportedState();
+        if (state != ILifecycleManagement::STATE_RUNNING)
+            return true;
+        if (ILifecycleManagement::isApplicationTerminated(state)) {
+            VLOG(DebugLevelError, "application %s is in abnormal state %s\n", found->second.getName().c_str(),
+                 state.c_str());
+            return true;
+        }
+    }
+    return false;
+}
+
+void MasterServiceManager::_onApplicationListChange()
+{
+    ServiceManager::_onApplicationListChange();
+    _sequenceBootup();
+}
+
+std::string MasterServiceManager::_createApplication(std::string const& name, std::string const& parameters)
+{
+    std::string const uid = ServiceManager::_createApplication(name, parameters);
+    if (uid.empty() || !processWatcher)
+        return uid;
+    if (ApplicationMapEntry* entry = _getApplicationEntry(uid))
+        processWatcher->watch(entry->getPid(), uid);
+    return uid;
+}
+
+MasterServiceManager::KnownService MasterServiceManager::classify(std::string const& url)
+{
+    if (contains(url, "hux"))
+        return KnownService::PowerManager;
+    if (contains(url, "QEN"))
+        return KnownService::MediaEngine;
+    if (contains(url, "NET"))
+        return KnownService::Network;
+    if (contains(url, "WEB"))
+        return KnownService::WebService;
+    if (contains(url, "DIAG"))
+        return KnownService::Diagnostics;
+    return KnownService::None;
+}
+
+void MasterServiceManager::_onStateChange(std::string const& uid, std::string const& oldState,
+                                          std::string const& newState)
+{
+    ApplicationMapEntry* entry = _getApplicationEntry(uid);
+    if (entry && newState != entry->getLastReportedState()) {
+        KnownService const service = classify(entry->getName());
+        if (newState == ILifecycleManagement::STATE_RUNNING)
+            serviceUp(service);
+        else if (ILifecycleManagement::isApplicationTerminated(newState))
+            serviceDown(service);
+    }
+    ServiceManager::_onStateChange(uid, oldState, newState);
+}
+
+void MasterServiceManager::serviceUp(KnownService service)
+{
+    switch (service) {
+    case KnownService::PowerManager:
+        announce("HUX");
+        (new PlatformHelper(std::string()))->start();
+        inputDriver->enableIr();
+        break;
+    case KnownService::MediaEngine:
+        for (char const* facility : MEDIA_FACILITIES)
+            announce(facility);
+        break;
+    case KnownService::Network:
+        inputDriver->enableHotplug();
+        announce("NET");
+        break;
+    case KnownService::WebService:
+        if (!webClient)
+            connectWebService();
+        break;
+    case KnownService::Diagnostics:
+        announce("DIAG");
+        break;
+    case KnownService::None:
+        break;
+    }
+}
+
+void MasterServiceManager::serviceDown(KnownService service)
+{
+    switch (service) {
+    case KnownService::PowerManager:
+        std::exit(0);
+    case KnownService::MediaEngine:
+        onServiceFailure("QEN");
+        if (webClient)
+            for (char const* facility : MEDIA_FACILITIES)
+                withdraw(facility);
+        _createApplication(MEDIA_ENGINE_EXECUTABLE, std::string());
+        break;
+    case KnownService::Network:
+        inputDriver->disableHotplug();
+        withdraw("NET");
+        break;
+    case KnownService::WebService:
+        delete webClient;
+        webClient = nullptr;
+        break;
+    case KnownService::Diagnostics:
+        withdraw("DIAG");
+        break;
+    case KnownService::None:
+        break;
+    }
+}
+
+void MasterServiceManager::connectWebService()
+{
+    webClient = WEBClient::create(Client::Plain, std::string());
+    if (!webClient)
+        throwException(MODULE, __LINE__, "_onStateChange", ReturnGenericFailure);
+    try {
+        webClient->init();
+    } catch (...) {
+        // Stay collecting, so that the service's next coming up tries again.
+        delete webClient;
+        webClient = nullptr;
+        throw;
+    }
+    webClient->addService("ZAV");
+    for (std::string const& name : pendingServices)
+        webClient->addService(name);
+    pendingServices.clear();
+}
+
+void MasterServiceManager::announce(std::string const& name)
+{
+    if (webClient)
+        webClient->addService(name);
+    else
+        pendingServices.push_back(name);
+}
+
+void MasterServiceManager::withdraw(std::string const& name)
+{
+    if (webClient)
+        webClient->removeService(name);
+}
+
+} // namespace Velmora

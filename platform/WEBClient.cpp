@@ -1,0 +1,66 @@
+#include "WEBClient.h"
+
+#include "DebugPrint.h"
+#include "Exception.h"
+#include "Mutex.h"
+#include "RPCClient.h"
+
+namespace Velmora {
+
+static char const MODULE[] = "WEBClient";
+
+namespace {
+
+Mutex factoryMutex("WEBClientFactory");
+
+WEBClient::Factory& factory()
+{
+    static WEBClient::Factory current;
+    return current;
+}
+
+} // namespace
+
+WEBClient* WEBClient::create(Client::Type type, std::string const& name)
+{
+    Factory chosen;
+    {
+        Mutex::ScopedLock lock(&factoryMutex);
+        chosen = factory();
+    }
+    return chosen ? chosen(type, name) : new WEBClient(type, name);
+}
+
+void WEBClient::setFactory(Factory replacement)
+{
+    Mutex::ScopedLock lock(&factoryMutex);
+    factory() = std::move(replacement);
+}
+
+WEBClient::WEBClient(Client::Type type, std::string const& name) : type(type), endpoint(name.empty() ? "WEB" : name)
+{
+}
+
+WEBClient::~WEBClient() = default;
+
+void WEBClient::init()
+{
+    auto dialled = std::make_unique<RPCClient>(1);
+    dialled->connect(endpoint);
+    client = std::move(dialled);
+}
+
+void WEBClient::addService(std::string const& name) { send("IWebService.addService", name); }
+
+void WEBClient::removeService(std::string const& name) { send("IWebService.removeService", name); }
+
+void WEBClient::send(char const* method, std::string const& name)
+{
+    if (!client)
+        throwException(MODULE, __LINE__, method, ReturnInvalidState);
+    Json::Value params;
+    params["name"] = name;
+    client->callOrThrow(method, params);
+}
+
+} // namespace Velmora

@@ -1,0 +1,309 @@
+// The boot sequencer and the reactions to known services over fake clients, a
+// fake factory, web client and input driver: session options, the order of
+// starts per tree and pass, repeated boot completion, restarts, the web
+// service's facility list, and the power manager's end of the process.
+#include "MasterServiceManager.h"
+#include "PlatformHelper.h"
+#include "ServiceFakes.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+
+using namespace Velmora;
+using namespace ServiceTest;
+
+namespace {
+
+using Names = std::vector<std::string>;
+
+class TestMaster : public MasterServiceManager {
+public:
+    TestMaster(ApplicationFactory* factory, std::vector<char const*> const& args)
+        : MasterServiceManager(factory, static_cast<int>(args.size()), const_cast<char**>(args.data()))
+    {
+    }
+
+    // What init() does after reading the catalogue, with the given edges.
+    void boot(std::vector<std::pair<std::string, std::string>> const& edges)
+    {
+        ApplicationManager::init();
+        for (auto const& [first, second] : edges)
+            serviceGraph.newEdge(StringObject(first), StringObject(second));
+        inputDriver = Singleton<InputDriver>::getInstance<FakeInputDriver>();
+        onThread([this] { _sequenceBootup(); });
+    }
+    void onThread(std::function<void()> body)
+    {
+        struct Call : Command {
+            Call(CommandProcessor* p, std::function<void()> b) : Command(p), body(std::move(b)) {}
+            void call() override { body(); }
+            std::function<void()> body;
+        } command(this, std::move(body));
+        executeOrThrow(command, "TestMaster", __LINE__, "onThread");
+    }
+    bool hasWebClient()
+    {
+        bool has = false;
+        onThread([&] { has = webClient != nullptr; });
+        return has;
+    }
+    Names pending()
+    {
+        Names copy;
+        onThread([&] { copy = pendingServices; });
+        return copy;
+    }
+};
+
+std::vector<char const*> const ONE_SESSION{"server", "--velmora:session0"};
+
+struct Boot : testing::Test {
+    Boot()
+    {
+        WEBClient::setFactory([this](Client::Type, std::string const&) -> WEBClient* {
+            if (refuseWeb)
+                return nullptr;
+            return new FakeWeb(web, webInstances);
+        });
+        manager.addListener(&listener);
+    }
+    ~Boot() override
+    {
+        manager.removeListener(&listener);
+        WEBClient::setFactory(nullptr);
+        delete driver;
+    }
+
+    // The uid of the newest entry started under `name`.
+    std::string uidOf(std::string const& name)
+    {
+        std::lock_guard lock(factory.mutex);
+        std::string uid;
+        for (auto const& [pid, started] : factory.names)
+            if (started == name && (uid.empty() || std::stoi(pid) > std::stoi(uid)))
+                uid = pid;
+        return uid;
+    }
+    void report(std::string const& name, std::string const& state)
+    {
+        FakeClient* client = clients.get(uidOf(name));
+        ASSERT_NE(nullptr, client) << name;
+        client->report("", state);
+        manager.onThread([] {});
+    }
+    FakeInputDriver& input() { return *static_cast<FakeInputDriver*>(driver); }
+
+    FakeClients clients;
+    FakeFactory factory;
+    Journal web;
+    std::atomic<int> webInstances{0};
+    bool refuseWeb = false;
+    ServiceListener listener;
+    TestMaster manager{&factory, ONE_SESSION};
+    InputDriver* driver = Singleton<InputDriver>::getInstance<FakeInputDriver>();
+};
+
+TEST(Sessions, OnlyTheHighestIndexRightBehindTheWordCounts)
+{
+    FakeFactory factory;
+    auto count = [&](std::vector<char const*> args) {
+        args.insert(args.begin(), "server");
+        return TestMaster(&factory, args).getSessionCount();
+    };
+    EXPECT_EQ(0u, count({}));
+    EXPECT_EQ(1u, count({"--velmora:session"}));
+    EXPECT_EQ(2u, count({"--velmora:session1", "--velmora:session0"}));
+    EXPECT_EQ(4u, count({"--velmora:session3"}));
+    EXPECT_EQ(13u, count({"--velmora:session12"}));
+    EXPECT_EQ(1u, count({"--velmora:session=2"}));
+    // Found behind other characters, but read at the same index of the word.
+    EXPECT_EQ(1u, count({"x--velmora:session5"}));
+    EXPECT_EQ(6u, count({"--velmora:session5x"}));
+    EXPECT_EQ(0u, count({"--velmora:gcInitDelay", "3"}));
+}
+
+TEST_F(Boot, EachTreeStartsOneServiceAtATimeInWalkOrder)
+{
+    // Tree 1: start -> a -> b, a -> c. Tree 2: start2 -> d.
+    manager.boot({{"start_velmora", "svc-a"}, {"svc-a", "svc-b"}, {"svc-a", "svc-c"}, {"start_velmora_2", "svc-d"}});
+    EXPECT_EQ((Names{"svc-a", "svc-d"}), factory.startedNames());
+    EXPECT_EQ("svc-a|1", factory.started[0]);
+
+    report("svc-a", "INITIALIZING");
+    EXPECT_EQ(2u, factory.started.size());
+    report("svc-a", "RUNNING");
+    EXPECT_EQ((Names{"svc-a", "svc-d", "svc-b"}), factory.startedNames());
+    report("svc-d", "RUNNING");
+    report("svc-b", "RUNNING");
+    EXPECT_EQ((Names{"svc-a", "svc-d", "svc-b", "svc-c"}), factory.startedNames());
+    EXPECT_EQ(0u, listener.journal.count("boot complete"));
+    report("svc-c", "RUNNING");
+    EXPECT_EQ(1u, listener.journal.count("boot complete"));
+
+    // Any new state with all trees up completes the boot again.
+    report("svc-b", "SUSPENDED");
+    EXPECT_EQ(1u, listener.journal.count("boot complete"));
+    report("svc-b", "RUNNING");
+    EXPECT_EQ(2u, listener.journal.count("boot complete"));
+}
+
+TEST_F(Boot, SharedNodesAndStartOnlyTrees)
+{
+    // A diamond reached by two trees: the first tree starts the shared node,
+    // the second waits for it. A tree of start nodes alone is complete.
+    manager.boot({{"start_velmora", "x"}, {"start_velmora_b", "y"}, {"x", "shared"}, {"y", "shared"},
+                  {"start_velmora_c", "start_velmora_d"}});
+    EXPECT_EQ((Names{"x", "y"}), factory.startedNames());
+    report("x", "RUNNING");
+    report("y", "RUNNING");
+    EXPECT_EQ((Names{"x", "y", "shared"}), factory.startedNames());
+    report("shared", "RUNNING");
+    EXPECT_EQ(1u, listener.journal.count("boot complete"));
+
+    TestMaster empty(&factory, ONE_SESSION);
+    ServiceListener early;
+    empty.addListener(&early);
+    empty.boot({});
+    EXPECT_EQ(1u, early.journal.count("boot complete"));
+    empty.removeListener(&early);
+}
+
+TEST_F(Boot, DeadServiceIsStartedAgainBeforeAnythingBehindIt)
+{
+    manager.boot({{"start_velmora", "first"}, {"first", "second"}, {"second", "third"}});
+    report("first", "RUNNING");
+    std::string const oldFirst = uidOf("first");
+    report("first", "CRASHED");
+    EXPECT_EQ((Names{"first", "second", "first"}), factory.startedNames());
+    EXPECT_NE(oldFirst, uidOf("first"));
+    EXPECT_EQ(1u, factory.destroyed.size());
+    report("second", "RUNNING"); // the second is up but waits behind the first
+    EXPECT_EQ(3u, factory.started.size());
+    report("first", "RUNNING");
+    EXPECT_EQ((Names{"first", "second", "first", "third"}), factory.startedNames());
+}
+
+TEST_F(Boot, FailedStartLeavesTheTreePendingUntilAnotherReport)
+{
+    factory.failing["broken"] = true;
+    manager.boot({{"start_velmora", "broken"}, {"start_velmora_2", "fine"}});
+    EXPECT_EQ((Names{"broken", "fine"}), factory.startedNames());
+    report("fine", "RUNNING");
+    EXPECT_EQ((Names{"broken", "fine", "broken"}), factory.startedNames());
+    EXPECT_EQ(0u, listener.journal.count("boot complete"));
+}
+
+TEST_F(Boot, WebServiceHearsTheServerThenThePendingFacilitiesInOrder)
+{
+    manager.boot({{"start_velmora", "NETd"}, {"start_velmora", "VelmoraQENExec"}, {"start_velmora", "WEBd"},
+                  {"start_velmora", "DIAGd"}});
+    report("NETd", "RUNNING");
+    report("VelmoraQENExec", "RUNNING");
+    EXPECT_EQ((Names{"NET", "MediaStore", "MediaPlayer", "FastChannelChange", "Frontend", "TV"}), manager.pending());
+    report("WEBd", "RUNNING");
+    EXPECT_EQ((Names{"web init", "add ZAV", "add NET", "add MediaStore", "add MediaPlayer", "add FastChannelChange",
+                     "add Frontend", "add TV"}),
+              web.all());
+    EXPECT_TRUE(manager.pending().empty());
+    EXPECT_EQ((Names{"enableHotplug"}), input().journal.all());
+
+    web.clear();
+    report("DIAGd", "RUNNING");
+    report("DIAGd", "TERMINATED");
+    report("NETd", "CRASHED");
+    EXPECT_EQ((Names{"add DIAG", "remove DIAG", "remove NET"}), web.all());
+    EXPECT_EQ((Names{"enableHotplug", "disableHotplug"}), input().journal.all());
+
+    // The web service's end drops the client; its return hears only what was pending since.
+    web.clear();
+    report("WEBd", "CRASHED");
+    EXPECT_FALSE(manager.hasWebClient());
+    EXPECT_EQ(0, webInstances);
+    report("NETd", "RUNNING"); // the new network process
+    report("WEBd", "RUNNING");
+    EXPECT_EQ((Names{"web gone", "web init", "add ZAV", "add NET"}), web.all());
+}
+
+TEST_F(Boot, MediaEngineLossIsAFailureAndRestartsIt)
+{
+    manager.boot({{"start_velmora", "VelmoraQENExec"}, {"start_velmora", "WEBd"}});
+    report("VelmoraQENExec", "RUNNING");
+    report("VelmoraQENExec", "CRASHED"); // before the web service: nothing withdrawn
+    EXPECT_EQ(1u, listener.journal.count("failure QEN"));
+    EXPECT_EQ("VelmoraQENExec|", factory.started.back());
+    report("VelmoraQENExec", "RUNNING");
+    // Announced twice: once per coming up while the web service was away.
+    Names const pending = manager.pending();
+    EXPECT_EQ(2, std::count(pending.begin(), pending.end(), std::string("TV")));
+
+    report("WEBd", "RUNNING");
+    web.clear();
+    std::size_t const starts = factory.started.size();
+    report("VelmoraQENExec", "TERMINATED");
+    EXPECT_EQ((Names{"remove MediaStore", "remove MediaPlayer", "remove FastChannelChange", "remove Frontend",
+                     "remove TV"}),
+              web.all());
+    // Restarted once, at once, with empty parameters; the pass then waits for it.
+    EXPECT_EQ(starts + 1, factory.started.size());
+    EXPECT_EQ(2u, listener.journal.count("failure QEN"));
+}
+
+TEST_F(Boot, OnlyNewUpAndDownStatesOfKnownServicesAct)
+{
+    manager.boot({{"start_velmora", "WEB-NET"}, {"start_velmora", "plain"}});
+    report("WEB-NET", "INITIALIZING");
+    EXPECT_TRUE(input().journal.all().empty());
+    report("WEB-NET", "RUNNING"); // network, not web service: the earlier row wins
+    EXPECT_FALSE(manager.hasWebClient());
+    EXPECT_EQ((Names{"enableHotplug"}), input().journal.all());
+    report("WEB-NET", "RUNNING"); // a repeat acts no more
+    EXPECT_EQ((Names{"enableHotplug"}), input().journal.all());
+    report("plain", "RUNNING");
+    // An unknown uid is passed on and nothing else.
+    manager.onStateChange("424242", "", "RUNNING");
+    manager.onThread([] {});
+    EXPECT_EQ((Names{"NET"}), manager.pending());
+}
+
+TEST_F(Boot, RefusedWebClientLosesTheReportAndTheNextOneConnects)
+{
+    manager.boot({{"start_velmora", "WEBd"}});
+    refuseWeb = true;
+    report("WEBd", "RUNNING");
+    EXPECT_FALSE(manager.hasWebClient());
+    EXPECT_EQ(0u, listener.journal.count("boot complete")); // the state never got recorded
+    refuseWeb = false;
+    report("WEBd", "RUNNING");
+    EXPECT_TRUE(manager.hasWebClient());
+    EXPECT_EQ(1u, listener.journal.count("boot complete"));
+}
+
+TEST_F(Boot, PowerManagerUpStartsThePlatformAndItsEndEndsTheProcess)
+{
+    manager.boot({{"start_velmora", "velmora-hux"}});
+    report("velmora-hux", "RUNNING");
+    EXPECT_EQ((Names{"HUX"}), manager.pending());
+    EXPECT_EQ((Names{"enableIr"}), input().journal.all());
+    EXPECT_EQ(1u, Singleton<PlatformHelper>::getInstance<PlatformHelper>()->getStartCount());
+}
+
+TEST(PowerManagerDeath, EndsTheProcessWithStatusZero)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            FakeClients clients;
+            FakeFactory factory;
+            TestMaster manager(&factory, ONE_SESSION);
+            manager.boot({{"start_velmora", "velmora-hux"}});
+            clients.get("5000")->report("", "RUNNING");
+            clients.get("5000")->report("RUNNING", "CRASHED");
+            manager.onThread([] {});
+            std::_Exit(3); // not reached when the report ends the process
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+} // namespace

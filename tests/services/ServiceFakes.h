@@ -1,0 +1,191 @@
+// Stand-ins for the service manager's surroundings: a factory that hands out
+// process ids, application clients that a test makes report, a web client and
+// an input driver that record what they are told, and a listener that records
+// the manager's notifications. Each records under a lock: the manager calls
+// them on its own thread.
+#pragma once
+
+#include "APPClient.h"
+#include "ApplicationFactory.h"
+#include "Exception.h"
+#include "IServiceManager.h"
+#include "InputDriver.h"
+#include "WEBClient.h"
+
+#include <atomic>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace ServiceTest {
+
+using namespace Velmora;
+
+class Journal {
+public:
+    void add(std::string const& line)
+    {
+        std::lock_guard lock(mutex);
+        lines.push_back(line);
+    }
+    std::vector<std::string> all() const
+    {
+        std::lock_guard lock(mutex);
+        return lines;
+    }
+    std::size_t count(std::string const& line) const
+    {
+        std::lock_guard lock(mutex);
+        std::size_t n = 0;
+        for (auto const& each : lines)
+            n += each == line;
+        return n;
+    }
+    void clear()
+    {
+        std::lock_guard lock(mutex);
+        lines.clear();
+    }
+
+private:
+    mutable std::mutex mutex;
+    std::vector<std::string> lines;
+};
+
+// Pids count up from 5000; a name in `failing` doesn't start.
+class FakeFactory : public ApplicationFactory {
+public:
+    std::string createApplication(std::string const& name, std::string const&, std::string const& parameters) override
+    {
+        std::lock_guard lock(mutex);
+        started.push_back(name + "|" + parameters);
+        if (failing.count(name))
+            return "";
+        std::string pid = std::to_string(nextPid++);
+        names[pid] = name;
+        return pid;
+    }
+    void destroyApplication(std::string const& pid, bool) override
+    {
+        std::lock_guard lock(mutex);
+        destroyed.push_back(pid);
+    }
+    std::vector<std::string> startedNames()
+    {
+        std::lock_guard lock(mutex);
+        std::vector<std::string> result;
+        for (auto const& each : started)
+            result.push_back(each.substr(0, each.find('|')));
+        return result;
+    }
+
+    std::mutex mutex;
+    int nextPid = 5000;
+    std::vector<std::string> started; // "name|parameters"
+    std::vector<std::string> destroyed;
+    std::map<std::string, std::string> names; // pid -> name
+    std::map<std::string, bool> failing;
+};
+
+class FakeClient : public APPClient {
+public:
+    FakeClient(Client::Type type, std::string const& uid, Journal& journal) : APPClient(type, uid), journal(journal) {}
+    void init() override {}
+    void authorizationTokenCreation(unsigned int token, IServiceManager::Rights const& rights) override
+    {
+        if (failTokens)
+            throw Exception(ReturnGenericFailure);
+        journal.add("create " + uid + " " + std::to_string(token) + " " + std::to_string(rights.size()));
+    }
+    void authorizationTokenDeletion(unsigned int token) override
+    {
+        journal.add("delete " + uid + " " + std::to_string(token));
+    }
+    void report(std::string const& oldState, std::string const& newState) { notifyStateChange(oldState, newState); }
+    Journal& journal;
+    std::atomic<bool> failTokens{false};
+};
+
+// Installs FakeClient as the APPClient factory for the life of the object.
+class FakeClients {
+public:
+    FakeClients()
+    {
+        APPClient::setFactory([this](Client::Type type, std::string const& uid) {
+            auto* client = new FakeClient(type, uid, journal);
+            std::lock_guard lock(mutex);
+            clients[uid] = client;
+            types[uid] = type;
+            return client;
+        });
+    }
+    ~FakeClients() { APPClient::setFactory(nullptr); }
+    FakeClient* get(std::string const& uid)
+    {
+        std::lock_guard lock(mutex);
+        auto found = clients.find(uid);
+        return found == clients.end() ? nullptr : found->second;
+    }
+    Client::Type typeOf(std::string const& uid)
+    {
+        std::lock_guard lock(mutex);
+        return types.at(uid);
+    }
+
+    Journal journal;
+
+private:
+    std::mutex mutex;
+    std::map<std::string, FakeClient*> clients; // owned by the manager
+    std::map<std::string, Client::Type> types;
+};
+
+class FakeWeb : public WEBClient {
+public:
+    FakeWeb(Journal& journal, std::atomic<int>& instances) : WEBClient(Client::Plain, ""), journal(journal), instances(instances)
+    {
+        ++instances;
+    }
+    ~FakeWeb() override
+    {
+        --instances;
+        journal.add("web gone");
+    }
+    void init() override { journal.add("web init"); }
+    void addService(std::string const& name) override { journal.add("add " + name); }
+    void removeService(std::string const& name) override { journal.add("remove " + name); }
+    Journal& journal;
+    std::atomic<int>& instances;
+};
+
+class FakeInputDriver : public InputDriver {
+public:
+    void addListener(IListener*, unsigned int) override {}
+    void removeListener(IListener*) override {}
+    void enableIr() override { journal.add("enableIr"); }
+    void enableHotplug() override { journal.add("enableHotplug"); }
+    void disableHotplug() override { journal.add("disableHotplug"); }
+    void enableIrFilter(IWindowEvent::KeyEvent::Code) override {}
+    void disableIrFilter() override {}
+    Journal journal;
+};
+
+class ServiceListener : public IServiceManager::IServiceManagerListener {
+public:
+    void onKeepAlive(std::string const&, std::string const&) override {}
+    void onStateChange(std::string const&, std::string const&, std::string const&) override {}
+    void onError(std::string const&, std::string const&) override {}
+    void onBootComplete() override { journal.add("boot complete"); }
+    void onServiceFailure(std::string const& name) override { journal.add("failure " + name); }
+    void onServiceListChange(VectorObject<std::string> const& list) override
+    {
+        std::string text = "list";
+        for (auto const& uid : list)
+            text += " " + uid;
+        journal.add(text);
+    }
+    Journal journal;
+};
+
+} // namespace ServiceTest
