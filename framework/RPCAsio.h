@@ -13,8 +13,15 @@
 
 namespace Velmora {
 
+// The event loop lives as long as the last connection or listener bound to
+// it: their sockets and strands must be destroyed before it. stop() shuts its
+// services down, which frees the handlers still queued and with them the
+// connections they hold.
 struct RPCIoContext::Impl {
-    boost::asio::io_context io;
+    struct Loop : boost::asio::io_context {
+        using boost::asio::io_context::shutdown;
+    };
+    Loop io;
     boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work{io.get_executor()};
     std::vector<std::thread> threads;
 };

@@ -40,9 +40,11 @@ void RPCClient::disconnect()
         current->close();
     if (context)
         context->stop();
+    {
+        std::lock_guard lock(mutex);
+        connection.reset();
+    }
     context.reset();
-    std::lock_guard lock(mutex);
-    connection.reset();
 }
 
 bool RPCClient::isConnected() const

@@ -6,7 +6,7 @@ namespace Velmora {
 
 static char const MODULE[] = "RPCIoContext";
 
-RPCIoContext::RPCIoContext(unsigned int threadCount) : implementation(std::make_unique<Impl>())
+RPCIoContext::RPCIoContext(unsigned int threadCount) : implementation(std::make_shared<Impl>())
 {
     for (unsigned int i = 0; i < threadCount; ++i)
         implementation->threads.emplace_back([this] {
@@ -26,6 +26,7 @@ void RPCIoContext::stop()
         if (thread.joinable())
             thread.join();
     implementation->threads.clear();
+    implementation->io.shutdown();
 }
 
 } // namespace Velmora

@@ -4,7 +4,8 @@
 // sequence, so a blocking handler never holds up reading.
 //
 // Threads: construct and destroy on one thread; stop() joins the threads and
-// must not be called from one of them. The context owns its threads.
+// must not be called from one of them. The context owns its threads; the
+// loop itself is shared with the connections and listeners bound to it.
 #pragma once
 
 #include <memory>
@@ -21,10 +22,11 @@ public:
 
     // Ends the loop and joins its threads; idempotent.
     void stop();
-    Impl& impl() { return *implementation; }
+    // Shared by everything bound to the loop, which keeps it alive.
+    std::shared_ptr<Impl> const& impl() { return implementation; }
 
 private:
-    std::unique_ptr<Impl> implementation;
+    std::shared_ptr<Impl> implementation;
 };
 
 } // namespace Velmora

@@ -23,8 +23,8 @@ namespace {
 // One line-framed connection. All socket work runs on the connection's strand.
 class UnixLineConnection : public RPCConnection {
 public:
-    UnixLineConnection(IHandler& handler, asio::io_context& io, Protocol::socket socket)
-        : RPCConnection(handler), io(io), socket(std::move(socket)), strand(this->socket.get_executor()),
+    UnixLineConnection(IHandler& handler, std::shared_ptr<RPCIoContext::Impl> loop, Protocol::socket socket)
+        : RPCConnection(handler), loop(std::move(loop)), io(this->loop->io), socket(std::move(socket)), strand(this->socket.get_executor()),
           input(MAX_MESSAGE_SIZE + 1)
     {
     }
@@ -133,6 +133,7 @@ private:
         closed();
     }
 
+    std::shared_ptr<RPCIoContext::Impl> loop; // first: outlives the socket
     asio::io_context& io;
     Protocol::socket socket;
     asio::any_io_executor strand; // the socket's own strand
@@ -144,8 +145,8 @@ private:
 
 class UnixListener : public RPCListener, public std::enable_shared_from_this<UnixListener> {
 public:
-    UnixListener(asio::io_context& io, std::string const& path, RPCConnection::IHandler& handler)
-        : io(io), strand(asio::make_strand(io)), acceptor(strand), retryTimer(strand), path(path), handler(handler)
+    UnixListener(std::shared_ptr<RPCIoContext::Impl> loop, std::string const& path, RPCConnection::IHandler& handler)
+        : loop(std::move(loop)), io(this->loop->io), strand(asio::make_strand(io)), acceptor(strand), retryTimer(strand), path(path), handler(handler)
     {
     }
 
@@ -190,7 +191,7 @@ private:
             });
             return;
         }
-        auto connection = std::make_shared<UnixLineConnection>(handler, io, std::move(socket));
+        auto connection = std::make_shared<UnixLineConnection>(handler, loop, std::move(socket));
         if (handler.handleOpened(connection))
             connection->start();
         else
@@ -198,6 +199,7 @@ private:
         acceptNext();
     }
 
+    std::shared_ptr<RPCIoContext::Impl> loop; // first: outlives the acceptor
     asio::io_context& io;
     Strand strand;
     Protocol::acceptor acceptor;
@@ -248,7 +250,7 @@ std::shared_ptr<RPCListener> UnixEndpoint::listen(RPCIoContext& context, std::st
 {
     checkPathLength(path, "listen");
     reclaimPath(path);
-    auto listener = std::make_shared<UnixListener>(context.impl().io, path, handler);
+    auto listener = std::make_shared<UnixListener>(context.impl(), path, handler);
     try {
         listener->open();
     } catch (boost::system::system_error const& e) {
@@ -262,15 +264,14 @@ std::shared_ptr<RPCConnection> UnixEndpoint::connect(RPCIoContext& context, std:
                                                      RPCConnection::IHandler& handler)
 {
     checkPathLength(path, "connect");
-    asio::io_context& io = context.impl().io;
-    Protocol::socket socket(asio::make_strand(io));
+    Protocol::socket socket(asio::make_strand(context.impl()->io));
     boost::system::error_code error;
     socket.connect(Protocol::endpoint(path), error);
     if (error) {
         VLOG(DebugLevelError, "connect(): %s: %s\n", path.c_str(), error.message().c_str());
         throwException(MODULE, __LINE__, "connect", ReturnGenericFailure);
     }
-    auto connection = std::make_shared<UnixLineConnection>(handler, io, std::move(socket));
+    auto connection = std::make_shared<UnixLineConnection>(handler, context.impl(), std::move(socket));
     if (!handler.handleOpened(connection)) {
         connection->close();
         throwException(MODULE, __LINE__, "connect", ReturnGenericFailure);

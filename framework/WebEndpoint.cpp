@@ -26,8 +26,8 @@ namespace {
 // One WebSocket peer; all stream work runs on the stream's strand.
 class WebSocketConnection : public RPCConnection {
 public:
-    WebSocketConnection(IHandler& handler, asio::io_context& io, beast::tcp_stream stream)
-        : RPCConnection(handler), opener(handler), io(io), socket(std::move(stream))
+    WebSocketConnection(IHandler& handler, std::shared_ptr<RPCIoContext::Impl> loop, beast::tcp_stream stream)
+        : RPCConnection(handler), loop(std::move(loop)), opener(handler), io(this->loop->io), socket(std::move(stream))
     {
         socket.read_message_max(MAX_MESSAGE_SIZE);
         socket.set_option(websocket::stream_base::timeout::suggested(beast::role_type::server));
@@ -127,6 +127,7 @@ private:
         closed();
     }
 
+    std::shared_ptr<RPCIoContext::Impl> loop; // first: outlives the stream
     IHandler& opener;
     asio::io_context& io;
     websocket::stream<beast::tcp_stream> socket;
@@ -141,9 +142,9 @@ bool WebSocketConnection::handlerAccepts() { return opener.handleOpened(shared_f
 // One HTTP peer until it upgrades or hangs up: each POST body is one request.
 class HttpSession : public std::enable_shared_from_this<HttpSession> {
 public:
-    HttpSession(asio::io_context& io, tcp::socket socket, RPCConnection::IHandler& handler,
+    HttpSession(std::shared_ptr<RPCIoContext::Impl> loop, tcp::socket socket, RPCConnection::IHandler& handler,
                 WebEndpoint::PayloadHandler payload)
-        : io(io), stream(std::move(socket)), handler(handler), payload(std::move(payload))
+        : loop(std::move(loop)), io(this->loop->io), stream(std::move(socket)), handler(handler), payload(std::move(payload))
     {
     }
 
@@ -180,7 +181,7 @@ private:
     void upgrade(http::request<http::string_body> request)
     {
         stream.expires_never();
-        auto connection = std::make_shared<WebSocketConnection>(handler, io, std::move(stream));
+        auto connection = std::make_shared<WebSocketConnection>(handler, loop, std::move(stream));
         connection->accept(std::move(request));
     }
 
@@ -206,6 +207,7 @@ private:
         stream.close();
     }
 
+    std::shared_ptr<RPCIoContext::Impl> loop; // first: outlives the stream
     asio::io_context& io;
     beast::tcp_stream stream;
     beast::flat_buffer buffer;
@@ -216,8 +218,9 @@ private:
 
 class WebListener : public RPCListener, public std::enable_shared_from_this<WebListener> {
 public:
-    WebListener(asio::io_context& io, RPCConnection::IHandler& handler, WebEndpoint::PayloadHandler payload)
-        : io(io), strand(asio::make_strand(io)), acceptor(strand), retryTimer(strand), handler(handler),
+    WebListener(std::shared_ptr<RPCIoContext::Impl> loop, RPCConnection::IHandler& handler,
+                WebEndpoint::PayloadHandler payload)
+        : loop(std::move(loop)), io(this->loop->io), strand(asio::make_strand(io)), acceptor(strand), retryTimer(strand), handler(handler),
           payload(std::move(payload))
     {
     }
@@ -265,10 +268,11 @@ private:
             });
             return;
         }
-        std::make_shared<HttpSession>(io, std::move(socket), handler, payload)->readNext();
+        std::make_shared<HttpSession>(loop, std::move(socket), handler, payload)->readNext();
         acceptNext();
     }
 
+    std::shared_ptr<RPCIoContext::Impl> loop; // first: outlives the acceptor
     asio::io_context& io;
     asio::strand<asio::io_context::executor_type> strand;
     tcp::acceptor acceptor;
@@ -283,7 +287,7 @@ private:
 std::shared_ptr<RPCListener> WebEndpoint::listen(RPCIoContext& context, std::string const& host, unsigned short port,
                                                  RPCConnection::IHandler& handler, PayloadHandler payload)
 {
-    auto listener = std::make_shared<WebListener>(context.impl().io, handler, std::move(payload));
+    auto listener = std::make_shared<WebListener>(context.impl(), handler, std::move(payload));
     try {
         listener->open(tcp::endpoint(asio::ip::make_address(host), port));
     } catch (boost::system::system_error const& e) {
