@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdio>
 #include <sys/wait.h>
 
@@ -64,8 +65,9 @@ TEST(VelmoractlTest, WatchFollowsTheNotificationsAskedFor)
     ASSERT_TRUE(BusTest::waitFor([&] { return server.getConnectionCount() == 1; }));
     // The subscription lands just after the connection; repeat until a line shows.
     std::string line;
+    std::atomic<bool> seen{false};
     std::thread sender([&] {
-        for (int i = 0; i < 200 && line.empty(); ++i) {
+        for (int i = 0; i < 200 && !seen; ++i) {
             server.handleRPCNotification("IX::b", "{}");
             server.handleRPCNotification("IX::a", "{\"n\":1}");
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
@@ -75,6 +77,7 @@ TEST(VelmoractlTest, WatchFollowsTheNotificationsAskedFor)
     char buffer[256];
     if (std::fgets(buffer, sizeof(buffer), pipe))
         line = buffer;
+    seen = true;
     sender.join();
     ::pclose(pipe);
     EXPECT_EQ("IX::a {\"n\":1}\n", line);
