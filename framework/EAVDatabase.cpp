@@ -133,6 +133,7 @@ EAVDatabase::EAVDatabase(std::string const& path)
     selectAttributes = std::make_unique<Statement>(*this, "SELECT attribute FROM eav WHERE entity = ?1 ORDER BY rowid");
     selectAttributeValues =
         std::make_unique<Statement>(*this, "SELECT attribute, value FROM eav WHERE entity = ?1 ORDER BY rowid");
+    selectAll = std::make_unique<Statement>(*this, "SELECT entity, attribute, value FROM eav ORDER BY rowid");
     upsertValue = std::make_unique<Statement>(
         *this, "INSERT INTO eav (entity, attribute, value) VALUES (?1, ?2, ?3) "
                "ON CONFLICT (entity, attribute) DO UPDATE SET value = excluded.value");
@@ -223,6 +224,15 @@ EAVDatabase::AttributeValueList EAVDatabase::getAttributeValueList(std::string c
     for (bool row = selectAttributeValues->first({&entity}, "getAttributeValueList"); row;
          row = selectAttributeValues->next("getAttributeValueList"))
         list.emplace_back(selectAttributeValues->text(0), selectAttributeValues->text(1));
+    return list;
+}
+
+EAVDatabase::EntityAttributeValueList EAVDatabase::getEntityAttributeValueList()
+{
+    EntityAttributeValueList list;
+    for (bool row = selectAll->first({}, "getEntityAttributeValueList"); row;
+         row = selectAll->next("getEntityAttributeValueList"))
+        list.push_back({selectAll->text(0), {selectAll->text(1), selectAll->text(2)}});
     return list;
 }
 

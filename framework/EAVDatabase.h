@@ -25,6 +25,7 @@ namespace Velmora {
 class EAVDatabase {
 public:
     using AttributeValueList = std::vector<std::pair<std::string, std::string>>;
+    using EntityAttributeValueList = std::vector<std::pair<std::string, std::pair<std::string, std::string>>>;
 
     // One prepared statement, finalised with its owner.
     class Statement {
@@ -73,6 +74,7 @@ public:
     std::vector<std::string> getEntities();
     std::vector<std::string> getAttributes(std::string const& entity);
     AttributeValueList getAttributeValueList(std::string const& entity);
+    EntityAttributeValueList getEntityAttributeValueList();
 
     // Writes; callers wrap them in a Transaction.
     void upsert(std::string const& entity, std::string const& attribute, std::string const& value);
@@ -97,6 +99,7 @@ private:
     std::unique_ptr<Statement> selectEntities;
     std::unique_ptr<Statement> selectAttributes;
     std::unique_ptr<Statement> selectAttributeValues;
+    std::unique_ptr<Statement> selectAll;
     std::unique_ptr<Statement> upsertValue;
     std::unique_ptr<Statement> deleteEntity;
     std::unique_ptr<Statement> deleteAll;

@@ -27,10 +27,6 @@ namespace Velmora {
 
 class EAVStore : public EAVStoreProtected {
 public:
-    // (entity, (attribute, value)).
-    using EntityAttributeValue = std::pair<std::string, AttributeValue>;
-    using EntityAttributeValueList = std::vector<EntityAttributeValue>;
-
     // Remembers where the database lies; touches no file.
     EAVStore(std::string const& name, std::string const& directory, std::string const& extension);
     ~EAVStore() override;

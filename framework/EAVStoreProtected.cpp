@@ -48,6 +48,12 @@ EAVStoreProtected::AttributeValueList EAVStoreProtected::getAttributeValueList(s
     return database("getAttributeValueList").getAttributeValueList(entity);
 }
 
+EAVStoreProtected::EntityAttributeValueList EAVStoreProtected::getEntityAttributeValueList() const
+{
+    Mutex::ScopedLock lock(&databaseMutex);
+    return database("getEntityAttributeValueList").getEntityAttributeValueList();
+}
+
 bool EAVStoreProtected::addListener(IListener* listener)
 {
     Mutex::ScopedLock lock(&listenerMutex);
@@ -69,7 +75,7 @@ std::string const& EAVStoreProtected::getPath() const
     return path;
 }
 
-void EAVStoreProtected::notifyCommit(std::vector<std::pair<std::string, AttributeValue>> const& written)
+void EAVStoreProtected::notifyCommit(EntityAttributeValueList const& written)
 {
     // The commit stands whatever a listener does: its failures are only logged.
     fanOut(listenerMutex, listeners, listenersChanged, [&written](EAVStoreListener* listener) {

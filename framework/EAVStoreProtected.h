@@ -29,6 +29,9 @@ class EAVStoreProtected {
 public:
     using AttributeValue = std::pair<std::string, std::string>;
     using AttributeValueList = std::vector<AttributeValue>;
+    // (entity, (attribute, value)).
+    using EntityAttributeValue = std::pair<std::string, AttributeValue>;
+    using EntityAttributeValueList = std::vector<EntityAttributeValue>;
 
     EAVStoreProtected(EAVStoreProtected const&) = delete;
     EAVStoreProtected& operator=(EAVStoreProtected const&) = delete;
@@ -39,6 +42,9 @@ public:
     std::vector<std::string> getEntities() const;
     std::vector<std::string> getAttributes(std::string const& entity) const;
     AttributeValueList getAttributeValueList(std::string const& entity) const;
+    // Every triple of the store, in insertion order, read in one statement: the
+    // whole store as one consistent snapshot, for readers that want all of it.
+    EntityAttributeValueList getEntityAttributeValueList() const;
 
     // Subscribes or unsubscribes an EAVStoreListener; false when `listener` is
     // null, of another family, already present (add) or absent (remove).
@@ -57,7 +63,7 @@ protected:
 
     // Tells every listener about `written` and then the commit; called by the
     // writer after the commit, with no store lock held.
-    void notifyCommit(std::vector<std::pair<std::string, AttributeValue>> const& written);
+    void notifyCommit(EntityAttributeValueList const& written);
 
     std::string const path;
     mutable Mutex databaseMutex{"EAVStore"};

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <map>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -71,6 +72,9 @@ TEST_F(EAVStoreTest, KeepsInsertionOrderAndOneValuePerAttribute)
     EXPECT_EQ(s.getValue("net", "dns"), "9.9.9.9");
     EXPECT_EQ(s.getAttributeValueList("net"),
               (EAVStore::AttributeValueList{{"dns", "9.9.9.9"}, {"ip", "10.0.0.2"}}));
+    EXPECT_EQ(s.getEntityAttributeValueList(), (EAVStore::EntityAttributeValueList{{"net", {"dns", "9.9.9.9"}},
+                                                                                  {"audio", {"volume", "7"}},
+                                                                                  {"net", {"ip", "10.0.0.2"}}}));
     EXPECT_EQ(s.getValue("net", "gateway"), "");
     EXPECT_TRUE(s.getAttributes("nowhere").empty());
     EXPECT_TRUE(s.getAttributeValueList("nowhere").empty());
@@ -286,6 +290,7 @@ TEST_F(EAVStoreTest, ReadersAndWritersOnSeveralThreads)
     constexpr int ROUNDS = 150;
     std::atomic<bool> done{false};
     std::atomic<bool> wentBack{false};
+    std::atomic<bool> torn{false};
 
     std::vector<std::thread> threads;
     for (int w = 0; w < 2; ++w)
@@ -309,6 +314,13 @@ TEST_F(EAVStoreTest, ReadersAndWritersOnSeveralThreads)
                     if (text.empty())
                         wentBack = true;
                 s.getEntities();
+                // The whole store is one snapshot: a batch is in it whole or not at all.
+                std::map<std::string, std::string> batch;
+                for (auto const& [entity, attributeValue] : s.getEntityAttributeValueList())
+                    if (entity == "writer1")
+                        batch[attributeValue.first] = attributeValue.second;
+                if (!batch.empty() && (batch.size() != 3 || batch["a"] != batch["b"] || batch["b"] != batch["c"]))
+                    torn = true;
             }
         });
     threads[0].join();
@@ -318,6 +330,7 @@ TEST_F(EAVStoreTest, ReadersAndWritersOnSeveralThreads)
         threads[i].join();
 
     EXPECT_FALSE(wentBack);
+    EXPECT_FALSE(torn);
     EXPECT_FALSE(checker.interleaved);
     EXPECT_EQ(checker.commits, 2 * ROUNDS);
     EXPECT_EQ(s.getValue("writer1", "b"), std::to_string(ROUNDS));
