@@ -12,6 +12,7 @@
 #include <iterator>
 #include <sstream>
 #include <sys/inotify.h>
+#include <unordered_map>
 #include <unistd.h>
 
 namespace Velmora {
@@ -186,7 +187,12 @@ std::string Packager::getPackageGroup(std::string const& name) const
 
 void Packager::getPackageDependencies(std::string const& name, VectorObject<BasePackageInfo>& out) const
 {
-    auto texts = deserialize<VectorObject<std::string>>(manifestStore.getValue(name, MANIFEST_DEPENDENCIES_ATTRIBUTE));
+    parseDependencies(manifestStore.getValue(name, MANIFEST_DEPENDENCIES_ATTRIBUTE), out);
+}
+
+void Packager::parseDependencies(std::string const& stored, VectorObject<BasePackageInfo>& out)
+{
+    auto texts = deserialize<VectorObject<std::string>>(stored);
     for (std::string const& text : texts) {
         std::istringstream words(text);
         std::string dependency;
@@ -198,15 +204,34 @@ void Packager::getPackageDependencies(std::string const& name, VectorObject<Base
     }
 }
 
-// The record is built as text from the stored values, without escaping: a
-// value holding a double quote gives the default record.
 ManifestPackageInfo Packager::getInfo(std::string const& name) const
 {
+    return makeInfo(name, {getPackageURI(name), manifestStore.getValue(name, MANIFEST_DEPENDENCIES_ATTRIBUTE),
+                           getPackageGroup(name)});
+}
+
+// True when `text` stands between double quotes in JSON as it is and reads
+// back unchanged: printable ASCII without quote or backslash.
+static bool isPlainJsonText(std::string const& text)
+{
+    return std::all_of(text.begin(), text.end(), [](char c) { return c >= 0x20 && c < 0x7f && c != '"' && c != '\\'; });
+}
+
+// The record is built as text from the stored values, without escaping: a
+// value holding a double quote gives the default record. Values that read back
+// from that text unchanged skip the text, which would give the same record.
+ManifestPackageInfo Packager::makeInfo(std::string const& name, ManifestRow const& row)
+{
     VectorObject<BasePackageInfo> dependencies;
-    getPackageDependencies(name, dependencies);
-    std::string const json = "{\"name\":\"" + name + "\",\"path\":\"" + getPackageURI(name) +
-                             "\",\"dependencies\":" + oneLine(dependencies) + ",\"group\":\"" + getPackageGroup(name) +
-                             "\"}";
+    parseDependencies(row.dependencies, dependencies);
+    bool const plain = isPlainJsonText(name) && isPlainJsonText(row.path) && isPlainJsonText(row.group) &&
+                       std::all_of(dependencies.begin(), dependencies.end(), [](BasePackageInfo const& dependency) {
+                           return isPlainJsonText(dependency.getName()) && isPlainJsonText(dependency.getVersion());
+                       });
+    if (plain)
+        return ManifestPackageInfo(name, row.path, dependencies, row.group);
+    std::string const json = "{\"name\":\"" + name + "\",\"path\":\"" + row.path +
+                             "\",\"dependencies\":" + oneLine(dependencies) + ",\"group\":\"" + row.group + "\"}";
     try {
         return deserialize<ManifestPackageInfo>(json);
     } catch (...) {
@@ -218,16 +243,32 @@ ManifestPackageInfo Packager::getInfo(std::string const& name) const
 void Packager::getInfoList(PackageInfoListRequest const& request, VectorObject<ManifestPackageInfo>& out) const
 {
     out.clear();
+    // One read of the whole manifest rather than three lookups per package;
+    // packages come in the order of the store, as getAvailablePackages() gives them.
+    std::vector<std::string> names;
+    std::unordered_map<std::string, ManifestRow> rows;
+    for (auto const& [name, attributeValue] : manifestStore.getEntityAttributeValueList()) {
+        auto [row, added] = rows.try_emplace(name);
+        if (added)
+            names.push_back(name);
+        auto const& [attribute, value] = attributeValue;
+        if (attribute == MANIFEST_PATH_ATTRIBUTE)
+            row->second.path = value;
+        else if (attribute == MANIFEST_DEPENDENCIES_ATTRIBUTE)
+            row->second.dependencies = value;
+        else if (attribute == MANIFEST_GROUP_ATTRIBUTE)
+            row->second.group = value;
+    }
     VectorObject<std::string> const& groups = request.getGroups();
-    for (std::string const& name : getAvailablePackages()) {
+    for (std::string const& name : names) {
+        ManifestRow const& row = rows.at(name);
         if (groups.empty()) {
-            out.push_back(getInfo(name));
+            out.push_back(makeInfo(name, row));
             continue;
         }
-        std::string const group = getPackageGroup(name);
         for (std::string const& wanted : groups) {
-            if (wanted == group)
-                out.push_back(getInfo(name));
+            if (wanted == row.group)
+                out.push_back(makeInfo(name, row));
         }
     }
 }

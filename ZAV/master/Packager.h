@@ -132,8 +132,18 @@ protected:
     void removeFSMonitor();
 
 private:
+    // The stored values of one manifest entity; empty when absent.
+    struct ManifestRow {
+        std::string path;
+        std::string dependencies;
+        std::string group;
+    };
+
     void readSettings();
+    // Throws Exception(ReturnInvalidParameter) when `stored` is not a JSON array of strings.
+    static void parseDependencies(std::string const& stored, VectorObject<BasePackageInfo>& out);
     ManifestPackageInfo getInfo(std::string const& name) const;
+    static ManifestPackageInfo makeInfo(std::string const& name, ManifestRow const& row);
     void getInfoList(PackageInfoListRequest const& request, VectorObject<ManifestPackageInfo>& out) const;
 
     EAVStore settingsStore;

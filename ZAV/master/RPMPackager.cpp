@@ -83,16 +83,80 @@ struct CloseDirectory {
     void operator()(DIR* directory) const { closedir(directory); }
 };
 
-// The package record of one JSON text, or false after logging the text.
-template <class T>
-bool parseRecord(std::string json, T& out)
+// The structured dependency list of a package, from the flat
+// "dependenciename" and "dependencieversion" arrays of its parsed JSON; empty
+// when there are none. Throws when the arrays aren't arrays of strings.
+VectorObject<BasePackageInfo> readDependencies(Json::Value const& package)
 {
-    RPMPackager::formatRPMDependencies(json);
+    Json::Value arrays(Json::objectValue);
+    for (std::string const key : {"dependenciename", "dependencieversion"}) {
+        Json::Value const* found = package.isObject() ? package.find(key.data(), key.data() + key.size()) : nullptr;
+        if (found)
+            arrays[key] = *found;
+    }
+    Deserializer raw(std::move(arrays));
+    auto names = deserializeOptional<VectorObject<std::string>>("dependenciename", raw, {});
+    VectorObject<BasePackageInfo> dependencies;
+    if (names.empty())
+        return dependencies;
+    auto versions = deserializeOptional<VectorObject<std::string>>("dependencieversion", raw, {});
+    for (std::size_t i = 0; i < names.size(); ++i)
+        dependencies.push_back(BasePackageInfo(names[i], i < versions.size() ? versions[i] : ""));
+    return dependencies;
+}
+
+// The value the records read under "dependencies". Built directly rather than
+// through the serial form, which costs as much as the rest of a record: the
+// members are those that BasePackageInfo reads.
+Json::Value dependencyValue(VectorObject<BasePackageInfo> const& dependencies)
+{
+    Json::Value list(Json::arrayValue);
+    for (BasePackageInfo const& dependency : dependencies) {
+        Json::Value& element = list.append(Json::Value(Json::objectValue));
+        element["name"] = dependency.getName();
+        element["version"] = dependency.getVersion();
+        element["release"] = dependency.getRelease();
+    }
+    return list;
+}
+
+// Puts the text of `dependencies` under "dependencies" behind the first "{" of `json`.
+void insertDependencies(std::string& json, VectorObject<BasePackageInfo> const& dependencies)
+{
+    std::string text = dependencies.serialize();
+    if (!text.empty() && text.back() == '\n')
+        text.pop_back();
+    std::size_t const brace = json.find('{');
+    if (brace != std::string::npos)
+        json.insert(brace + 1, "\"dependencies\":" + text + ",");
+}
+
+// The package record of one JSON text, or false after logging the text with
+// its dependency list. The text is parsed once: the dependency list goes into
+// the parsed value rather than into the text.
+template <class T>
+bool parseRecord(std::string const& json, T& out)
+{
+    Json::Value package;
+    Deserializer::parse(json, package); // a text that isn't JSON leaves null, which no record accepts
+    VectorObject<BasePackageInfo> dependencies;
     try {
-        out = deserialize<T>(json);
+        dependencies = readDependencies(package);
+    } catch (...) {
+        VLOG(DebugLevelError, "Error formating(and deserializing) raw header data:\n%s\n", json.c_str());
+    }
+    bool const withDependencies = !dependencies.empty();
+    if (withDependencies)
+        package["dependencies"] = dependencyValue(dependencies);
+    try {
+        Deserializer deserializer(std::move(package));
+        out = T(deserializer);
         return true;
     } catch (...) {
-        VLOG(DebugLevelError, "Error deserializing package info:\n%s\n", json.c_str());
+        std::string shown = json;
+        if (withDependencies)
+            insertDependencies(shown, dependencies);
+        VLOG(DebugLevelError, "Error deserializing package info:\n%s\n", shown.c_str());
         return false;
     }
 }
@@ -238,20 +302,11 @@ std::string RPMPackager::headerToJson(Header header, std::vector<headerTag> cons
 void RPMPackager::formatRPMDependencies(std::string& json)
 {
     try {
-        Deserializer raw(json);
-        auto names = deserializeOptional<VectorObject<std::string>>("dependenciename", raw, {});
-        if (names.empty())
-            return;
-        auto versions = deserializeOptional<VectorObject<std::string>>("dependencieversion", raw, {});
-        VectorObject<BasePackageInfo> dependencies;
-        for (std::size_t i = 0; i < names.size(); ++i)
-            dependencies.push_back(BasePackageInfo(names[i], i < versions.size() ? versions[i] : ""));
-        std::string text = dependencies.serialize();
-        if (!text.empty() && text.back() == '\n')
-            text.pop_back();
-        std::size_t const brace = json.find('{');
-        if (brace != std::string::npos)
-            json.insert(brace + 1, "\"dependencies\":" + text + ",");
+        Json::Value package;
+        Deserializer::parse(json, package);
+        VectorObject<BasePackageInfo> const dependencies = readDependencies(package);
+        if (!dependencies.empty())
+            insertDependencies(json, dependencies);
     } catch (...) {
         VLOG(DebugLevelError, "Error formating(and deserializing) raw header data:\n%s\n", json.c_str());
     }
@@ -318,7 +373,7 @@ void RPMPackager::getRPMInfoList(PackageInfoListRequest const& request, VectorOb
     for (std::string const& entry : entries) {
         T record;
         if (parseRecord(entry, record))
-            out.push_back(record);
+            out.push_back(std::move(record));
     }
 }
 

@@ -1,10 +1,12 @@
 // The repository manifest and the installer over real package files: rows
 // follow files that appear, change and vanish; junk and quotes don't break
 // it; requests end with onRequestEnd; silent update installs what arrives.
+#include "Exception.h"
 #include "MasterPackageInstaller.h"
 #include "MasterPackageManager.h"
 #include "PackageWorld.h"
 #include "RPMPackager.h"
+#include "SysRoot.h"
 
 #include <gtest/gtest.h>
 
@@ -155,6 +157,51 @@ TEST(Manifest, JunkFilesAndQuotedGroupsDoNotBreakTheRefresh)
     packager.getManifestPackageInfoList(PackageInfoListRequest(VectorObject<std::string>{"Velmora/Other"}), others);
     ASSERT_EQ(1u, others.size());
     EXPECT_EQ("date", others[0].getName());
+}
+
+// The list is read from the store in one pass: it must agree, record for
+// record and in the store's order, with what the reads by name build, for
+// plain values and for those that the hand-built JSON text changes or breaks.
+TEST(Manifest, ListAgreesWithReadsByName)
+{
+    PackageWorld world;
+    StillPackager packager;
+    EAVStore rows(Packager::MANIFEST_DB_NAME, SysRoot::path(Packager::PACKAGER_DB_PATH), ".db");
+    rows.init();
+    std::string const cafe = "caf\xc3\xa9";
+    rows.setValueList({{"zeta", {"Path", "/r/zeta.rpm"}},
+                       {"zeta", {"Dependencies", R"(["base 2","tool","","x 1 extra"])"}},
+                       {cafe, {"Path", "/r/" + cafe + ".rpm"}},
+                       {cafe, {"Dependencies", R"(["lib\u00e9 1"])"}},
+                       {cafe, {"Group", "G"}},
+                       {"back", {"Path", R"(/r/new\nline.rpm)"}},
+                       {"back", {"Dependencies", "[]"}},
+                       {"back", {"Group", "G"}},
+                       {"quote", {"Path", "/r/a\"b.rpm"}},
+                       {"quote", {"Dependencies", "[]"}},
+                       {"quote", {"Group", "G"}},
+                       {"zeta", {"Group", "G"}}});
+
+    VectorObject<ManifestPackageInfo> list;
+    packager.getManifestPackageInfoList(PackageInfoListRequest({}), list);
+    std::vector<std::string> const names = packager.getAvailablePackages();
+    ASSERT_EQ((std::vector<std::string>{"zeta", cafe, "back", "quote"}), names);
+    ASSERT_EQ(names.size(), list.size());
+    for (std::size_t i = 0; i < names.size(); ++i)
+        EXPECT_EQ(packager.getManifestPackageInfo(names[i]).serialize(), list[i].serialize()) << names[i];
+    ASSERT_EQ(3u, list[0].getDependencies().size());
+    EXPECT_EQ("x", list[0].getDependencies()[2].getName());
+    EXPECT_EQ("1", list[0].getDependencies()[2].getVersion());
+    EXPECT_EQ("lib\xc3\xa9", list[1].getDependencies()[0].getName());
+    EXPECT_EQ("/r/new\nline.rpm", list[2].getPath()) << "the text reads the backslash as an escape";
+    EXPECT_EQ("", list[3].getName()) << "a quote breaks the text";
+
+    VectorObject<ManifestPackageInfo> twice;
+    packager.getManifestPackageInfoList(PackageInfoListRequest(VectorObject<std::string>{"G", "G"}), twice);
+    EXPECT_EQ(8u, twice.size());
+
+    rows.setValue("broken", "Dependencies", "[1, 2]");
+    EXPECT_THROW(packager.getManifestPackageInfoList(PackageInfoListRequest({}), list), Exception);
 }
 
 TEST(Installer, InstallsAndRemovesThroughTheManifestAndEndsEveryRequest)

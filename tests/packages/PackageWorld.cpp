@@ -128,8 +128,10 @@ void PackageWorld::installWithTool(std::vector<fs::path> const& files) const
 {
     std::string command = "rpm --root " + rootPath.string() +
                           " --dbpath /var/lib/rpm --define '_pkgverify_level digest' --nodeps -i";
-    for (fs::path const& file : files)
-        command += " " + file.string();
+    for (fs::path const& file : files) {
+        command += ' ';
+        command += file.string();
+    }
     run(command + " >/dev/null 2>&1");
 }
 
