@@ -14,6 +14,7 @@ add_library(velmora_auth SHARED
   ${AUTH_DIR}/AuthorizationAttributesManager.cpp
   ${AUTH_DIR}/AuthorizationAttributesManagerDiagnostics.cpp
   ${AUTH_DIR}/AuthorizationAttributesManagerGeneration.cpp
-  ${AUTH_DIR}/AuthorizationAttributesManagerVerification.cpp)
+  ${AUTH_DIR}/AuthorizationAttributesManagerVerification.cpp
+  ${AUTH_DIR}/ParsedCertificateCache.cpp)
 target_include_directories(velmora_auth PUBLIC ${AUTH_DIR})
 target_link_libraries(velmora_auth PUBLIC velmora_common velmora_sysroot OpenSSL::Crypto)

@@ -198,7 +198,7 @@ FilePtr AuthorizationAttributesManager::openLogged(std::string const& path, char
 
 X509Ptr AuthorizationAttributesManager::readX509(FILE* file, std::string const& path)
 {
-    X509Ptr certificate(file == nullptr ? nullptr : PEM_read_X509(file, nullptr, nullptr, nullptr));
+    X509Ptr certificate = file == nullptr ? nullptr : certificates.read(file);
     if (!certificate)
         VLOG(DebugLevelError, "PEM_read_X509 failed on:%s.\n", path.c_str());
     return certificate;

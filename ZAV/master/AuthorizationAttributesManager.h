@@ -14,7 +14,8 @@
 // thread; each holds `mutex` for its whole run, file work, signing and the
 // service manager's authorizationTokenCreation included. The other members are
 // the steps of those operations and rely on their caller's lock (or on having
-// the objects they are given to themselves).
+// the objects they are given to themselves). The certificate files they read
+// are parsed once per content (ParsedCertificateCache), under that same lock.
 // Ownership: serviceManager is not owned. Helpers that take a *Ptr take
 // ownership of it; the X509_NAME* results point into the certificate given.
 // Failures are reported by false, 0, null or an empty result, never thrown, and
@@ -27,6 +28,7 @@
 #include "MapObject.h"
 #include "Mutex.h"
 #include "OpenSSLPtr.h"
+#include "ParsedCertificateCache.h"
 #include "Singleton.h"
 
 #include <cstdint>
@@ -140,8 +142,9 @@ private:
     std::string temporaryFileName();
     // fopen(path, "r"), logging `failureFormat` with the path when it fails.
     static FilePtr openLogged(std::string const& path, char const* failureFormat);
-    // PEM_read_X509 on `file`; a null file fails like an unreadable one.
-    static X509Ptr readX509(FILE* file, std::string const& path);
+    // PEM_read_X509 on `file`, through `certificates`; a null file fails like
+    // an unreadable one.
+    X509Ptr readX509(FILE* file, std::string const& path);
     // The X509_NAME of the first directoryName in `names`, or null.
     static X509_NAME* firstDirectoryName(GENERAL_NAMES const* names);
 
@@ -152,6 +155,8 @@ private:
     Mutex mutex{"AuthorizationAttributesManager"};
     EVPKeyPtr acIssuerPrivateKey;
     IServiceManager* serviceManager = nullptr;
+    // The issuer's and the holders' certificates, read under the caller's lock.
+    ParsedCertificateCache certificates{8};
 };
 
 } // namespace Velmora

@@ -148,6 +148,40 @@ TEST_F(RulesAndTokens, FileNameFormsLeaveTheCallersFiles)
     EXPECT_TRUE(std::filesystem::exists(output));
 }
 
+// Certificates are parsed once per file contents: a changed file must still be
+// read anew, and a file that fails must fail (and say so) every time.
+TEST_F(RulesAndTokens, ChangedCertificateFilesAreReadAnew)
+{
+    std::string certificate = issue(pki.doricHolder.get());
+    ASSERT_NE(apply(pki.doricHolder.get(), certificate), 0u);
+
+    // Same subject, another key: the issuer's file swapped behind the manager.
+    writeFile(sandbox.issuerCertificate(), toPem(pki.stranger.get()));
+    std::string log;
+    EXPECT_EQ(apply(pki.doricHolder.get(), certificate, &log), 0u);
+    EXPECT_THAT(log, HasSubstr("AC Issuer signature verification failed.\n"));
+
+    writeFile(sandbox.issuerCertificate(), "garbage");
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        EXPECT_EQ(apply(pki.doricHolder.get(), certificate, &log), 0u);
+        EXPECT_THAT(log, HasSubstr("PEM_read_X509 failed on:" + sandbox.issuerCertificate()));
+    }
+
+    writeFile(sandbox.issuerCertificate(), toPem(pki.issuer.get()));
+    EXPECT_NE(apply(pki.doricHolder.get(), certificate), 0u);
+
+    // The caller's holder file replaced by another holder's between two calls.
+    std::string holder = sandbox.file("holder.crt", toPem(pki.doricHolder.get()));
+    std::string output = (sandbox.path() / "ac.pem").string();
+    ASSERT_FALSE(manager->retreiveAttributeCertificateUsingFileName(holder, output).empty());
+    EXPECT_NE(manager->applyAttributeCertificateUsingFileName(holder, output), 0u);
+    writeFile(holder, toPem(pki.verisignHolder.get()));
+    ::testing::internal::CaptureStderr();
+    EXPECT_EQ(manager->applyAttributeCertificateUsingFileName(holder, output), 0u);
+    EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("cmpBaseCertificateIDWithIssuer failed.\n"));
+    EXPECT_EQ(sandbox.temporaryFiles(), 0);
+}
+
 TEST_F(RulesAndTokens, TemporaryFilesLiveUnderTheSysroot)
 {
     std::string name = manager->CertificateBufferToFileName(std::string("abc\0def", 7));

@@ -1,0 +1,79 @@
+// The parsed-certificate cache: every read gives what PEM_read_X509 on the
+// same file would, whatever was read before and whatever kind of file it is.
+#include "ParsedCertificateCache.h"
+#include "TestPki.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <thread>
+
+using namespace Velmora;
+using namespace VelmoraTest;
+
+namespace {
+
+class ParsedCertificates : public ::testing::Test {
+protected:
+    // The serial number of the certificate read from a file holding `text`.
+    long serialOf(std::string const& text)
+    {
+        writeFile(sandbox.path() / "certificate.pem", text);
+        return serialAt(sandbox.path() / "certificate.pem");
+    }
+    long serialAt(std::filesystem::path const& path)
+    {
+        FilePtr file = openFile(path.c_str(), "r");
+        X509Ptr certificate = file ? cache.read(file.get()) : nullptr;
+        return certificate ? ASN1_INTEGER_get(X509_get0_serialNumber(certificate.get())) : -1;
+    }
+
+    Sandbox sandbox;
+    TestPki& pki = TestPki::get();
+    ParsedCertificateCache cache{2};
+};
+
+TEST_F(ParsedCertificates, EachReadGivesTheCertificateOfTheBytesReadNow)
+{
+    std::string doric = toPem(pki.doricHolder.get());
+    std::string other = toPem(pki.doricOtherSerial.get());
+    std::string verisign = toPem(pki.verisignHolder.get());
+    // More certificates than places, in an order that evicts and revisits.
+    for (std::string const* text : {&doric, &other, &doric, &verisign, &other, &doric, &doric})
+        EXPECT_EQ(serialOf(*text), text == &doric ? 7 : text == &other ? 8 : 9);
+    EXPECT_EQ(serialOf("garbage"), -1);
+    EXPECT_EQ(serialOf(""), -1);
+    EXPECT_EQ(serialOf(doric.substr(0, doric.size() / 2)), -1);
+    EXPECT_EQ(serialOf("leading text\n" + doric), 7);
+    EXPECT_EQ(serialOf(doric), 7);
+}
+
+TEST_F(ParsedCertificates, AZeroByteCutsALineAsInAFile)
+{
+    // The file reader ends a line at a zero byte; the cache must read the
+    // same bytes the same way, first time and after.
+    std::string cut = toPem(pki.doricHolder.get());
+    cut.insert(cut.find('\n'), std::string("\0tail", 5));
+    writeFile(sandbox.path() / "direct.pem", cut);
+    FilePtr file = openFile((sandbox.path() / "direct.pem").c_str(), "r");
+    X509Ptr direct(PEM_read_X509(file.get(), nullptr, nullptr, nullptr));
+    long expected = direct ? ASN1_INTEGER_get(X509_get0_serialNumber(direct.get())) : -1;
+    EXPECT_EQ(expected, 7);
+    EXPECT_EQ(serialOf(cut), expected);
+    EXPECT_EQ(serialOf(cut), expected);
+}
+
+TEST_F(ParsedCertificates, PipesAreReadAsTheyCome)
+{
+    std::filesystem::path fifo = sandbox.path() / "certificate.fifo";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    std::string doric = toPem(pki.doricHolder.get());
+    for (int round = 0; round < 2; ++round) {
+        std::thread writer([&] { writeFile(fifo, doric); });
+        EXPECT_EQ(serialAt(fifo), 7);
+        writer.join();
+    }
+}
+
+} // namespace
