@@ -1,0 +1,56 @@
+// The frame of a simulated platform service: it serves its endpoint on the
+// bus, dials in to the server like any service (VELMORA_APP_HOSTNAME,
+// VELMORA_APP_PARAMETERS), reports RUNNING and lives until the server asks it
+// to end or a command makes it die. Subclasses add their own methods.
+//
+// Commands every simulator takes on its endpoint:
+//   Sim.emit   {"event": name, "params": {...}}  sends that notification to
+//              the endpoint's subscribers
+//   Sim.die    {"how": "crash" | "exit" | "terminate"}  after the answer:
+//              abort, exit with status 1 (neither reports), or report
+//              TERMINATED and exit with status 0
+//   Sim.record {}  the lines recorded so far
+// Recorded lines also go to the file named by VELMORA_SIM_LOG, one a line.
+//
+// Threads: handlers run on the endpoint's worker threads; record() from any.
+#pragma once
+
+#include "AppConnection.h"
+#include "RPCServer.h"
+
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace Velmora {
+
+class SimService : public RPCServer {
+public:
+    explicit SimService(std::string const& endpoint);
+    ~SimService() override;
+
+    // Serves, dials in, reports RUNNING and waits; the process's exit status.
+    int run();
+
+protected:
+    void record(std::string const& line);
+    static Json::Value paramsOf(IRPC::RPCSynchronousMethodObject const& method);
+    static std::string answer(IRPC::RPCSynchronousMethodObject const& method);
+    static std::string answer(IRPC::RPCSynchronousMethodObject const& method, Json::Value const& result);
+
+private:
+    std::string emit(IRPC::RPCSynchronousMethodObject const& method);
+    std::string die(IRPC::RPCSynchronousMethodObject const& method);
+    std::string getRecord(IRPC::RPCSynchronousMethodObject const& method);
+    void finish(int status);
+
+    AppConnection app;
+    std::mutex mutex;
+    std::condition_variable finished;
+    bool done = false;
+    int exitStatus = 0;
+    std::vector<std::string> lines;
+};
+
+} // namespace Velmora

@@ -1,0 +1,40 @@
+// The media engine of a box without hardware (endpoint "QEN"). It answers
+// the DMS status (VELMORA_SIM_DMS=1: true) and records released clients;
+// renderer, Bluetooth and wireless notices are injected with Sim.emit.
+#include "SimService.h"
+
+#include <cstdlib>
+#include <cstring>
+
+using namespace Velmora;
+
+namespace {
+
+class MediaEngineSim : public SimService {
+public:
+    MediaEngineSim() : SimService("QEN")
+    {
+        interfaces["IMediaEngine"]["getDmsStatus"] = static_cast<RPCMethod>(&MediaEngineSim::getDmsStatus);
+        interfaces["IMediaEngine"]["releaseClient"] = static_cast<RPCMethod>(&MediaEngineSim::releaseClient);
+    }
+
+private:
+    std::string getDmsStatus(IRPC::RPCSynchronousMethodObject const& method)
+    {
+        char const* dms = std::getenv("VELMORA_SIM_DMS");
+        return answer(method, Json::Value(dms && std::strcmp(dms, "1") == 0));
+    }
+    std::string releaseClient(IRPC::RPCSynchronousMethodObject const& method)
+    {
+        record("releaseClient " + paramsOf(method)["name"].asString());
+        return answer(method);
+    }
+};
+
+} // namespace
+
+int main()
+{
+    MediaEngineSim sim;
+    return sim.run();
+}

@@ -1,0 +1,146 @@
+// A box to boot in a test: service packages built with rpmbuild and installed
+// into a private RPM root, a private runtime directory with the server's bus
+// endpoint, and plain services that are shell wrappers around the SDK's test
+// program, each noting its start in an order file before it execs. The
+// simulators are found on PATH, as the server finds any service. Box holds
+// the master classes that boot such a world.
+#pragma once
+
+#include "HWPApplicationFactory.h"
+#include "MasterPackageManager.h"
+#include "MasterServiceManager.h"
+#include "PackageWorld.h"
+#include "RPCServer.h"
+#include "RPMPackager.h"
+#include "ServiceFakes.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <csignal>
+#include <sys/stat.h>
+
+namespace ServiceTest {
+
+struct ServicePackage {
+    std::string name;
+    std::string url;
+    std::vector<std::string> requires_;
+    std::string group = "Velmora/Service";
+};
+
+inline std::vector<std::string> readLines(std::filesystem::path const& path)
+{
+    std::ifstream file(path);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(file, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+class BootWorld {
+public:
+    // `set` names the package set in the build tree's cache.
+    BootWorld(std::string const& set, std::vector<ServicePackage> const& packages)
+    {
+        namespace fs = std::filesystem;
+        std::vector<VelmoraTest::PackageSpec> specs;
+        std::vector<fs::path> files;
+        fs::path const cache = fs::path(VELMORA_PACKAGE_CACHE) / set;
+        for (ServicePackage const& package : packages) {
+            specs.push_back({package.name, "1.0", package.group,
+                             "{\"applicationURL\":\"" + package.url + "\"}", package.requires_});
+            files.push_back(cache / (package.name + "-1.0.rpm"));
+        }
+        VelmoraTest::PackageWorld::buildMany(cache, specs);
+        world.installWithTool(files);
+
+        base = world.root().parent_path();
+        bin = base / "bin";
+        runtime = base / "run";
+        fs::create_directories(bin);
+        fs::create_directories(runtime);
+        orderFile = (base / "order.log").string();
+        setenv("VELMORA_RUNTIME_DIR", runtime.c_str(), 1);
+        oldPath = std::getenv("PATH") ? std::getenv("PATH") : "";
+        setenv("PATH", (bin.string() + ":" + VELMORA_SIM_DIR + ":" + oldPath).c_str(), 1);
+        host = std::make_unique<Velmora::RPCServer>("Host");
+        host->init();
+    }
+    ~BootWorld()
+    {
+        host->shutdown();
+        setenv("PATH", oldPath.c_str(), 1);
+        unsetenv("VELMORA_RUNTIME_DIR");
+    }
+
+    // A plain service under `name`; `environment` picks the test program's behaviour.
+    void plainService(std::string const& name, std::string const& environment = "")
+    {
+        std::filesystem::path const script = bin / name;
+        std::ofstream(script) << "#!/bin/sh\necho " << name << " >> " << orderFile << "\nexec env " << environment
+                              << " " << VELMORA_TEST_APP << "\n";
+        ::chmod(script.c_str(), 0755);
+    }
+
+    std::vector<std::string> starts() const { return readLines(orderFile); }
+
+    std::filesystem::path const& runtimeDirectory() const { return runtime; }
+    std::filesystem::path logFile(std::string const& name) const { return base / (name + ".log"); }
+
+private:
+    VelmoraTest::PackageWorld world;
+    std::filesystem::path base;
+    std::filesystem::path bin;
+    std::filesystem::path runtime;
+    std::string orderFile;
+    std::string oldPath;
+    std::unique_ptr<Velmora::RPCServer> host;
+};
+
+// The master classes of one box over a BootWorld.
+struct Box {
+    explicit Box(BootWorld& world, std::vector<char const*> args = {"server", "--velmora:session0"})
+        : world(world), arguments(std::move(args)),
+          manager(&factory, static_cast<int>(arguments.size()), const_cast<char**>(arguments.data()))
+    {
+        packager.init("", "", "");
+        packages.init();
+        manager.addListener(&listener);
+    }
+    // Ends the services with a signal before the manager reaps them: its own
+    // destruction would give each one a grace period first.
+    ~Box()
+    {
+        manager.removeListener(&listener);
+        VectorObject<std::string> services = manager.getServiceList();
+        manager.uninit();
+        for (std::string const& uid : services)
+            ::kill(std::stoi(uid), SIGTERM);
+    }
+
+    std::size_t boots() const { return listener.journal.count("boot complete"); }
+    std::vector<std::string> webLines() const
+    {
+        std::vector<std::string> result;
+        for (std::string const& line : readLines(world.logFile("sim")))
+            if (line.rfind("add ", 0) == 0 || line.rfind("remove ", 0) == 0)
+                result.push_back(line);
+        return result;
+    }
+
+    BootWorld& world;
+    std::vector<char const*> arguments;
+    HWPApplicationFactory factory;
+    RPMPackager packager;
+    MasterPackageManager packages{packager};
+    ServiceListener listener;
+    MasterServiceManager manager;
+};
+
+} // namespace ServiceTest

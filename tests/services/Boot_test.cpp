@@ -1,0 +1,212 @@
+// Booting over real packages and real processes: the graph from the RPM
+// catalogue, the order of starts, the web service's facility list, restarts
+// of killed services, the media engine's loss, the power manager's end, and
+// package sets that can't boot completely.
+#include "BootWorld.h"
+#include "RPCClient.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <csignal>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <fstream>
+#include <iterator>
+
+using namespace Velmora;
+using namespace ServiceTest;
+using VelmoraTest::eventually;
+
+namespace {
+
+using Names = std::vector<std::string>;
+
+std::vector<ServicePackage> const BOX{
+    {"start-core", "start_velmora", {}},
+    {"start-extra", "start_velmora_extra", {}},
+    {"power", "velmora-hux", {"start-core"}},
+    {"media", "VelmoraQENExec", {"power"}},
+    {"network", "velmora-svc-NET", {"media"}},
+    {"web", "VelmoraWEB", {"network"}},
+    {"chain-a", "velmora-svc-a", {"start-extra"}},
+    {"chain-b", "velmora-svc-b", {"chain-a"}},
+    {"chain-c", "velmora-svc-c", {"chain-a"}},
+    {"chain-d", "velmora-svc-d", {"chain-b", "chain-c", "outside-lib"}},
+    {"outside-lib", "velmora-svc-outside", {}, "Velmora/Base"},
+    {"lonely", "velmora-svc-lonely", {"outside-lib"}},
+};
+
+std::size_t position(Names const& list, std::string const& name)
+{
+    return static_cast<std::size_t>(std::find(list.begin(), list.end(), name) - list.begin());
+}
+
+// The pid a plain service registered under (its uid), from its own log.
+pid_t registeredPid(std::filesystem::path const& log)
+{
+    for (std::string const& line : readLines(log))
+        if (line.rfind("registered ", 0) == 0)
+            return static_cast<pid_t>(std::stoi(line.substr(11)));
+    return -1;
+}
+
+void tellSimulator(std::string const& endpoint, std::string const& how)
+{
+    RPCClient client(1);
+    client.connect(endpoint);
+    Json::Value params;
+    params["how"] = how;
+    client.callOrThrow("Sim.die", params);
+}
+
+// The plain services of BOX log to files of their own; the simulators to "sim".
+void prepareBox(BootWorld& world)
+{
+    for (char const* name : {"velmora-svc-NET", "velmora-svc-a", "velmora-svc-b", "velmora-svc-c", "velmora-svc-d",
+                             "velmora-svc-outside", "velmora-svc-lonely"})
+        world.plainService(name, std::string("VELMORA_TEST_APP_LOG=") + world.logFile(name).string());
+    setenv("VELMORA_SIM_LOG", world.logFile("sim").c_str(), 1);
+}
+
+class Booting : public testing::Test {
+protected:
+    void SetUp() override { prepareBox(world); }
+    void TearDown() override { unsetenv("VELMORA_SIM_LOG"); }
+
+    BootWorld world{"box", BOX};
+};
+
+Names const FACILITIES{"add ZAV",   "add HUX", "add MediaStore", "add MediaPlayer", "add FastChannelChange",
+                       "add Frontend", "add TV", "add NET"};
+
+TEST_F(Booting, ServicesComeUpInDependencyOrderAndRecoverFromDeaths)
+{
+    Box box(world);
+    box.manager.init();
+    ASSERT_TRUE(eventually([&] { return box.boots() >= 1; }));
+
+    // The diamond's tree starts in its walk order, one at a time: a, b, d, c.
+    // The walk reaches d through b before c, so d doesn't wait for c.
+    Names const starts = world.starts();
+    Names chain;
+    std::copy_if(starts.begin(), starts.end(), std::back_inserter(chain),
+                 [](std::string const& name) { return name.size() == 13 && name.rfind("velmora-svc-", 0) == 0; });
+    EXPECT_EQ((Names{"velmora-svc-a", "velmora-svc-b", "velmora-svc-d", "velmora-svc-c"}), chain);
+    // A dependency outside the group adds no edge: its package is never started.
+    EXPECT_EQ(starts.size(), position(starts, "velmora-svc-outside"));
+    EXPECT_EQ(starts.size(), position(starts, "velmora-svc-lonely"));
+
+    // The web service came last in its chain: it heard the server, then what came up before it.
+    ASSERT_TRUE(eventually([&] { return box.webLines().size() >= FACILITIES.size(); }));
+    EXPECT_EQ(FACILITIES, box.webLines());
+    EXPECT_TRUE(std::filesystem::exists(world.runtimeDirectory() / "platform.started"));
+    EXPECT_EQ(8u, box.manager.getServiceList().size());
+
+    // A killed service is started again and the boot completes once more.
+    std::size_t const bootsBefore = box.boots();
+    pid_t const b = registeredPid(world.logFile("velmora-svc-b"));
+    ASSERT_GT(b, 0);
+    ::kill(b, SIGKILL);
+    ASSERT_TRUE(eventually([&] {
+        Names const now = world.starts();
+        return std::count(now.begin(), now.end(), "velmora-svc-b") == 2 && box.boots() > bootsBefore;
+    }));
+
+    // The media engine's crash is a failure; it is withdrawn, restarted and announced again.
+    tellSimulator("QEN", "crash");
+    ASSERT_TRUE(eventually([&] { return box.listener.journal.count("failure QEN") == 1; }));
+    Names expected = FACILITIES;
+    for (char const* verb : {"remove ", "add "})
+        for (char const* facility : {"MediaStore", "MediaPlayer", "FastChannelChange", "Frontend", "TV"})
+            expected.push_back(verb + std::string(facility));
+    ASSERT_TRUE(eventually([&] { return box.webLines().size() >= expected.size(); }));
+    EXPECT_EQ(expected, box.webLines());
+    EXPECT_EQ(8u, box.manager.getServiceList().size());
+}
+
+// The server is a child in a process group of its own, so that the services
+// it leaves behind when it ends can be cleared away with it.
+TEST(PowerManagerEnd, EndsTheServerWithStatusZero)
+{
+    pid_t const server = ::fork();
+    ASSERT_GE(server, 0);
+    if (server == 0) {
+        ::setpgid(0, 0);
+        BootWorld world("box", BOX);
+        prepareBox(world);
+        Box box(world);
+        box.manager.init();
+        if (!eventually([&] { return box.boots() >= 1; }))
+            std::_Exit(3);
+        tellSimulator("HUX", "exit");
+        eventually([] { return false; });
+        std::_Exit(4);
+    }
+    int status = -1;
+    bool const ended = eventually([&] { return ::waitpid(server, &status, WNOHANG) == server; });
+    ::kill(-server, SIGKILL);
+    if (!ended) {
+        ::waitpid(server, &status, 0);
+        FAIL() << "the server did not end";
+    }
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(0, WEXITSTATUS(status));
+}
+
+std::vector<ServicePackage> const BROKEN{
+    {"start-core", "start_velmora", {}},
+    {"start-extra", "start_velmora_extra", {}},
+    {"cycle-1", "velmora-svc-cycle1", {"cycle-3"}},
+    {"cycle-2", "velmora-svc-cycle2", {"cycle-1"}},
+    {"cycle-3", "velmora-svc-cycle3", {"cycle-2"}},
+    {"silent", "velmora-svc-silent", {"start-core"}},
+    {"after-silent", "velmora-svc-after", {"silent"}},
+    {"missing", "velmora-svc-missing", {"start-extra"}},
+    {"after-missing", "velmora-svc-after-missing", {"missing"}},
+};
+
+class BrokenBoot : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        for (char const* name : {"velmora-svc-cycle1", "velmora-svc-cycle2", "velmora-svc-cycle3",
+                                 "velmora-svc-after", "velmora-svc-after-missing"})
+            world.plainService(name);
+        world.plainService("velmora-svc-silent", "VELMORA_TEST_APP_SILENT=1 VELMORA_TEST_APP_LOG=" +
+                                                     world.logFile("silent").string());
+    }
+    BootWorld world{"broken", BROKEN};
+};
+
+TEST_F(BrokenBoot, StaysIncompleteAndKeepsServing)
+{
+    Box box(world);
+    box.manager.init();
+    ASSERT_TRUE(eventually([&] { return registeredPid(world.logFile("silent")) > 0; }));
+    // A round trip on the manager's thread: every pass so far has run.
+    EXPECT_EQ(1u, box.manager.getServiceList().size());
+    EXPECT_EQ((Names{"velmora-svc-silent"}), world.starts());
+    EXPECT_EQ(0u, box.boots());
+
+    // Still serving: the silent service's death brings a new one, and still no boot.
+    ::kill(registeredPid(world.logFile("silent")), SIGKILL);
+    ASSERT_TRUE(eventually([&] { return world.starts().size() == 2; }));
+    EXPECT_EQ((Names{"velmora-svc-silent", "velmora-svc-silent"}), world.starts());
+    EXPECT_EQ(0u, box.boots());
+}
+
+TEST_F(BrokenBoot, NoSessionFailsInitAfterTheFirstPass)
+{
+    Box box(world, {"server"});
+    try {
+        box.manager.init();
+        ADD_FAILURE() << "init without a session succeeded";
+    } catch (Exception const& e) {
+        EXPECT_EQ(ReturnGenericFailure, e.getCode());
+    }
+    ASSERT_TRUE(eventually([&] { return !world.starts().empty(); }));
+    EXPECT_EQ((Names{"velmora-svc-silent"}), world.starts());
+}
+
+} // namespace
