@@ -1,6 +1,7 @@
 #include "DebugPrint.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -11,9 +12,9 @@ namespace Velmora {
 
 namespace {
 
-int shownLevel()
+std::atomic<int>& shownLevel()
 {
-    static int const level = [] {
+    static std::atomic<int> level = [] {
         char const* text = std::getenv("VELMORA_DEBUG");
         return text && *text ? std::atoi(text) : 4;
     }();
@@ -22,7 +23,9 @@ int shownLevel()
 
 } // namespace
 
-bool velmoraDebugEnabled(DebugLevel level) { return static_cast<int>(level) <= shownLevel(); }
+bool velmoraDebugEnabled(DebugLevel level) { return static_cast<int>(level) <= shownLevel().load(std::memory_order_relaxed); }
+
+void velmoraSetDebugLevel(int level) { shownLevel().store(level, std::memory_order_relaxed); }
 
 void velmoraDebugPrint(DebugLevel level, char const* module, char const* /*name*/, int line, char const* format, ...)
 {

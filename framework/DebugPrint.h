@@ -3,7 +3,7 @@
 //   <seconds.micros> <level> <module>:<line> <text>
 // It takes no lock, so it may be called from any thread and from a forked child
 // before exec. VELMORA_DEBUG=<level> sets the highest level shown (default 4),
-// read once at first use.
+// read once at first use; velmoraSetDebugLevel changes it later.
 #pragma once
 
 #include <exception>
@@ -23,6 +23,8 @@ void velmoraDebugPrint(DebugLevel level, char const* module, char const* name, i
 
 // True when lines of `level` are shown; lets callers skip building costly texts.
 bool velmoraDebugEnabled(DebugLevel level);
+// Replaces the highest level shown (a host option, or a test that reads the log).
+void velmoraSetDebugLevel(int level);
 
 // Runs `body` and logs instead of propagating anything it throws: std::exception
 // as "<function>(): caught exception: <what>", everything else (Exception too) as

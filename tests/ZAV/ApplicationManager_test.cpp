@@ -3,6 +3,8 @@
 // failures of clients and factories, and destruction with live entries.
 #include "ApplicationManager.h"
 #include "Exception.h"
+#include "FunctionCommand.h"
+#include "ReturnCodeOf.h"
 #include "TestClock.h"
 
 #include <gtest/gtest.h>
@@ -76,16 +78,7 @@ public:
     }
     Client::Type getClientType() override { return Client::Master; }
 
-    // Runs `body` on the manager's thread and waits for it.
-    void onThread(std::function<void()> body)
-    {
-        struct Call : Command {
-            Call(CommandProcessor* p, std::function<void()> b) : Command(p), body(std::move(b)) {}
-            void call() override { body(); }
-            std::function<void()> body;
-        } command(this, std::move(body));
-        executeOrThrow(command, "TestManager", __LINE__, "onThread");
-    }
+    void onThread(std::function<void()> body) { FunctionCommand::run(*this, std::move(body)); }
     std::string create(std::string const& name, std::string const& parameters)
     {
         std::string uid;
@@ -137,16 +130,6 @@ struct ApplicationTable : testing::Test {
         });
     }
     void TearDown() override { APPClient::setFactory(nullptr); }
-
-    ReturnCode codeOf(std::function<void()> body)
-    {
-        try {
-            body();
-        } catch (Exception const& e) {
-            return e.getCode();
-        }
-        return ReturnSuccess;
-    }
 
     TestClock clock;
     FakeFactory factory;
@@ -264,16 +247,16 @@ TEST_F(ApplicationTable, TerminateMarksTheEntryAndUnknownUidsAreInvalidParameter
     clock.advance(10000);
     EXPECT_TRUE(manager.entry(uid).getKeepAlive()); // the mark restarted the delay
 
-    EXPECT_EQ(codeOf([&] { manager.getState("nobody"); }), ReturnInvalidParameter);
-    EXPECT_EQ(codeOf([&] { manager.terminate("nobody"); }), ReturnInvalidParameter);
-    EXPECT_EQ(codeOf([&] { manager.activate("nobody"); }), ReturnInvalidParameter);
-    EXPECT_EQ(codeOf([&] { manager.getRuntimeStatistics("nobody"); }), ReturnInvalidParameter);
-    EXPECT_EQ(codeOf([&] { manager.terminateNull(); }), ReturnInvalidParameter);
+    EXPECT_EQ(returnCodeOf([&] { manager.getState("nobody"); }), ReturnInvalidParameter);
+    EXPECT_EQ(returnCodeOf([&] { manager.terminate("nobody"); }), ReturnInvalidParameter);
+    EXPECT_EQ(returnCodeOf([&] { manager.activate("nobody"); }), ReturnInvalidParameter);
+    EXPECT_EQ(returnCodeOf([&] { manager.getRuntimeStatistics("nobody"); }), ReturnInvalidParameter);
+    EXPECT_EQ(returnCodeOf([&] { manager.terminateNull(); }), ReturnInvalidParameter);
 
     clients[uid]->failCalls = true;
-    EXPECT_EQ(codeOf([&] { manager.getState(uid); }), ReturnGenericFailure);
+    EXPECT_EQ(returnCodeOf([&] { manager.getState(uid); }), ReturnGenericFailure);
     // The default client, with no program behind it, fails calls the same way.
-    EXPECT_EQ(codeOf([&] { manager.suspend(uid); }), ReturnGenericFailure);
+    EXPECT_EQ(returnCodeOf([&] { manager.suspend(uid); }), ReturnGenericFailure);
 }
 
 TEST_F(ApplicationTable, ErrorsFanOutOnTheCallersThread)

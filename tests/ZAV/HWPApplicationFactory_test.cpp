@@ -1,6 +1,7 @@
 // The launcher against real processes: exec failures through the pipe,
 // programs that exit at once, ignore SIGTERM or never end, reaped pids, and
 // no zombie or descriptor left behind by any of them.
+#include "DebugPrint.h"
 #include "Exception.h"
 #include "FdCount.h"
 #include "HWPApplicationFactory.h"
@@ -35,7 +36,11 @@ std::string readFile(std::string const& path)
 }
 
 struct Launcher : testing::Test {
-    void SetUp() override { descriptors = openDescriptorCount(); }
+    void SetUp() override
+    {
+        velmoraSetDebugLevel(DebugLevelInfo); // the tests read level-7 lines
+        descriptors = openDescriptorCount();
+    }
     void TearDown() override
     {
         EXPECT_EQ(openDescriptorCount(), descriptors);

@@ -3,6 +3,7 @@
 // and a clean stop with work still pending.
 #include "CommandProcessor.h"
 #include "Exception.h"
+#include "FunctionCommand.h"
 #include "TestClock.h"
 
 #include <gtest/gtest.h>
@@ -18,10 +19,11 @@ using namespace Velmora;
 
 namespace {
 
-class LambdaCommand : public CommandProcessor::Command {
+// A function command that counts its deletions.
+class LambdaCommand : public FunctionCommand {
 public:
     LambdaCommand(CommandProcessor* processor, std::function<void()> body, std::atomic<int>* deletions = nullptr)
-        : Command(processor), body(std::move(body)), deletions(deletions)
+        : FunctionCommand(processor, std::move(body)), deletions(deletions)
     {
     }
     ~LambdaCommand() override
@@ -29,10 +31,8 @@ public:
         if (deletions)
             ++*deletions;
     }
-    void call() override { body(); }
 
 private:
-    std::function<void()> body;
     std::atomic<int>* deletions;
 };
 

@@ -6,6 +6,7 @@
 #include "IApplicationManager.h"
 #include "IWindowEvent.h"
 #include "MapObject.h"
+#include "ReturnCodeOf.h"
 #include "StringObject.h"
 #include "UInt32Object.h"
 #include "VectorObject.h"
@@ -22,16 +23,6 @@ template <class T>
 T roundTrip(T const& value)
 {
     return deserialize<T>(value.serialize());
-}
-
-ReturnCode codeOf(std::function<void()> body)
-{
-    try {
-        body();
-    } catch (Exception const& e) {
-        return e.getCode();
-    }
-    return ReturnSuccess;
 }
 
 } // namespace
@@ -71,9 +62,9 @@ TEST(Serial, NamedMembersAreReadThroughTheFreeFunctions)
     VectorObject<std::string> list("list", deserializer);
     EXPECT_EQ(list.size(), 2u);
     EXPECT_EQ(deserialize<VectorObject<std::string>>("list", deserializer)[1], "y");
-    EXPECT_EQ(codeOf([&] { deserialize<int>("name", deserializer); }), ReturnInvalidParameter);
-    EXPECT_EQ(codeOf([&] { deserialize<int>("missing", deserializer); }), ReturnInvalidParameter);
-    EXPECT_EQ(codeOf([&] { deserialize<VectorObject<std::string>>("count", deserializer); }),
+    EXPECT_EQ(returnCodeOf([&] { deserialize<int>("name", deserializer); }), ReturnInvalidParameter);
+    EXPECT_EQ(returnCodeOf([&] { deserialize<int>("missing", deserializer); }), ReturnInvalidParameter);
+    EXPECT_EQ(returnCodeOf([&] { deserialize<VectorObject<std::string>>("count", deserializer); }),
               ReturnInvalidParameter);
 }
 
@@ -130,7 +121,7 @@ TEST(Serial, LaunchParametersReadLeniantlyButRejectWrongTypes)
     }
     auto partial = deserialize<IApplicationManager::LaunchParameters>("{\"applicationURL\":\"u\"}");
     EXPECT_EQ(partial.getApplicationURL(), "u");
-    EXPECT_EQ(codeOf([] { deserialize<IApplicationManager::LaunchParameters>("{\"authorizationToken\":5}"); }),
+    EXPECT_EQ(returnCodeOf([] { deserialize<IApplicationManager::LaunchParameters>("{\"authorizationToken\":5}"); }),
               ReturnInvalidParameter);
 }
 
