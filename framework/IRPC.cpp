@@ -33,18 +33,29 @@ Json::Value IRPC::toJson(SerialObject const& value)
 
 Json::Value IRPC::parse(std::string const& text)
 {
-    static Json::CharReaderBuilder const builder = [] {
-        Json::CharReaderBuilder b;
-        b["collectComments"] = false;
-        b["stackLimit"] = 256;
-        return b;
+    thread_local std::unique_ptr<Json::CharReader> const reader = [] {
+        Json::CharReaderBuilder builder;
+        builder["collectComments"] = false;
+        builder["stackLimit"] = 256;
+        return std::unique_ptr<Json::CharReader>(builder.newCharReader());
     }();
-    std::unique_ptr<Json::CharReader> const reader(builder.newCharReader());
     Json::Value value;
-    std::string errors;
-    if (!reader->parse(text.data(), text.data() + text.size(), &value, &errors))
+    try {
+        if (!reader->parse(text.data(), text.data() + text.size(), &value, nullptr))
+            return Json::Value();
+    } catch (std::exception const&) { // nesting beyond the stack limit
         return Json::Value();
+    }
     return value;
+}
+
+std::string IRPC::sourceText(Json::Value const& value, std::string const& text)
+{
+    auto const start = value.getOffsetStart();
+    auto const limit = value.getOffsetLimit();
+    if (start < 0 || limit <= start || static_cast<std::size_t>(limit) > text.size())
+        return write(value);
+    return text.substr(static_cast<std::size_t>(start), static_cast<std::size_t>(limit - start));
 }
 
 std::string IRPC::write(Json::Value const& value) { return Json::writeString(compactWriter(), value); }
@@ -80,6 +91,14 @@ IRPC::RPCMethodObject::RPCMethodObject(std::string const& method, Json::Value co
     body["method"] = method;
     if (!parameters.isNull())
         body["params"] = parameters;
+}
+
+IRPC::RPCMethodObject::RPCMethodObject(std::string const& method, Json::Value params, std::string parametersText)
+    : RPCObject(method), parameters(std::move(parametersText))
+{
+    body["method"] = method;
+    if (!params.isNull())
+        body["params"] = std::move(params);
 }
 
 IRPC::RPCResultObject::RPCResultObject(std::string const& method, SerialObject const& value)

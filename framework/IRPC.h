@@ -45,6 +45,8 @@ public:
     public:
         RPCMethodObject(std::string const& method, std::string const& parameters);
         RPCMethodObject(std::string const& method, Json::Value const& parameters);
+        // Parameters already parsed from `parametersText`: neither is redone.
+        RPCMethodObject(std::string const& method, Json::Value params, std::string parametersText);
         SerialObject* clone() const override { return new RPCMethodObject(*this); }
         std::string const& getMethod() const { return method; }
         std::string const& getParameters() const { return parameters; }
@@ -109,6 +111,9 @@ public:
     static Json::Value parse(std::string const& text);
     // Compact one-line text of a value.
     static std::string write(Json::Value const& value);
+    // The text `value` was parsed from, cut out of `text` (the whole text
+    // given to parse()); written anew when its place is unknown.
+    static std::string sourceText(Json::Value const& value, std::string const& text);
 };
 
 } // namespace Velmora

@@ -14,7 +14,17 @@ RPCClient::RPCClient(unsigned int threadCount) : threadCount(threadCount) {}
 
 RPCClient::~RPCClient() { disconnect(); }
 
-void RPCClient::setMethod(std::string const& name, Method method) { methods[name] = std::move(method); }
+void RPCClient::setMethod(std::string const& name, Method method)
+{
+    methods[name] = std::move(method);
+    quickMethods.erase(name);
+}
+
+void RPCClient::setQuickMethod(std::string const& name, Method method)
+{
+    methods[name] = std::move(method);
+    quickMethods.insert(name);
+}
 
 void RPCClient::setNotificationHandler(NotificationHandler handler) { notificationHandler = std::move(handler); }
 
@@ -97,6 +107,8 @@ std::string RPCClient::handleRequest(RPCConnection&, IRPC::RPCSynchronousMethodO
     Json::Value const& params = request.getBody()["params"];
     return IRPC::RPCResultObject(request.getMethod(), found->second(params)).serialize();
 }
+
+bool RPCClient::neverBlocks(std::string const& method) const { return quickMethods.count(method) != 0; }
 
 void RPCClient::handleNotification(RPCConnection&, std::string const& name, Json::Value const& parameters)
 {

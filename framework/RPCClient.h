@@ -3,7 +3,8 @@
 // answers the server's calls with the methods set before connect().
 //
 // Threads: set the methods and handlers before connect(); call/notify from
-// any thread; methods and handlers run on the client's threads. Never
+// any thread; methods and handlers run on the client's threads (a quick
+// method on the thread that read the request, so it must never block). Never
 // disconnect or destroy the client from one of its own handlers.
 #pragma once
 
@@ -13,6 +14,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 
 namespace Velmora {
@@ -31,7 +33,10 @@ public:
     RPCClient(RPCClient const&) = delete;
     RPCClient& operator=(RPCClient const&) = delete;
 
+    // A method that may block (it is answered on a worker thread).
     void setMethod(std::string const& name, Method method);
+    // A method that never blocks: answered at once, without a thread hand-off.
+    void setQuickMethod(std::string const& name, Method method);
     void setNotificationHandler(NotificationHandler handler);
     void setClosedHandler(ClosedHandler handler);
 
@@ -51,6 +56,7 @@ public:
 
 private:
     std::string handleRequest(RPCConnection& connection, IRPC::RPCSynchronousMethodObject const& request) override;
+    bool neverBlocks(std::string const& method) const override;
     void handleNotification(RPCConnection& connection, std::string const& name, Json::Value const& parameters) override;
     bool handleOpened(std::shared_ptr<RPCConnection> const& connection) override;
     void handleClosed(RPCConnection& connection) override;
@@ -58,6 +64,7 @@ private:
 
     unsigned int threadCount;
     std::map<std::string, Method> methods;
+    std::set<std::string> quickMethods;
     NotificationHandler notificationHandler;
     ClosedHandler closedHandler;
     std::unique_ptr<RPCIoContext> context;

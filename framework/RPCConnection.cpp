@@ -26,6 +26,19 @@ bool isValidParams(Json::Value const& message)
     return !message.isMember("params") || message["params"].isObject() || message["params"].isArray();
 }
 
+// The id as the answer carries it; integers, the usual ids, without the writer.
+std::string idText(Json::Value const& id)
+{
+    switch (id.type()) {
+    case Json::intValue:
+        return std::to_string(id.asLargestInt());
+    case Json::uintValue:
+        return std::to_string(id.asLargestUInt());
+    default:
+        return IRPC::write(id);
+    }
+}
+
 } // namespace
 
 unsigned int RPCConnection::defaultTimeoutMs()
@@ -144,12 +157,12 @@ Json::Value RPCConnection::callOrThrow(std::string const& method, Json::Value co
 
 void RPCConnection::receive(std::string const& text)
 {
-    Json::Value const message = IRPC::parse(text);
+    Json::Value message = IRPC::parse(text);
     if (message.isNull())
         return sendError(Json::Value(), IRPC::PARSE_ERROR, "Parse error");
     if (!message.isObject())
         return sendError(Json::Value(), IRPC::INVALID_REQUEST, "Invalid Request");
-    Json::Value const id = message.get("id", Json::Value());
+    Json::Value id = message.get("id", Json::Value());
     if (!isValidId(id))
         return sendError(Json::Value(), IRPC::INVALID_REQUEST, "Invalid Request");
     if (!message.isMember("method")) {
@@ -160,29 +173,38 @@ void RPCConnection::receive(std::string const& text)
     if (!message["method"].isString() || !isValidParams(message))
         return sendError(id, IRPC::INVALID_REQUEST, "Invalid Request");
     std::string const method = message["method"].asString();
-    Json::Value const params = message.get("params", Json::Value());
+    Json::Value params;
+    message.removeMember("params", &params);
     if (!message.isMember("id"))
         return handler.handleNotification(*this, method, params);
-    answerRequest(IRPC::RPCSynchronousMethodObject(method, params), id);
+    std::string paramsText = params.isNull() ? std::string() : IRPC::sourceText(params, text);
+    answerRequest(IRPC::RPCSynchronousMethodObject(method, std::move(params), std::move(paramsText)), std::move(id));
 }
 
-void RPCConnection::answerRequest(IRPC::RPCSynchronousMethodObject const& request, Json::Value const& id)
+void RPCConnection::answerRequest(IRPC::RPCSynchronousMethodObject request, Json::Value id)
 {
-    runDetached([self = shared_from_this(), request, id] {
-        std::string reply;
-        try {
-            reply = self->handler.handleRequest(*self, request);
-        } catch (Exception const& e) {
-            reply = IRPC::RPCErrorObject(request.getMethod(), e.what()).serialize();
-        } catch (std::exception const& e) {
-            reply = IRPC::RPCErrorObject(request.getMethod(), e.what()).serialize();
-        } catch (...) {
-            reply = IRPC::RPCErrorObject(request.getMethod(), "unknown").serialize();
-        }
-        if (reply.size() < 2 || reply.front() != '{')
-            reply = IRPC::RPCErrorObject(request.getMethod(), "unknown").serialize();
-        self->sendText("{\"id\":" + IRPC::write(id) + "," + reply.substr(1));
+    if (handler.neverBlocks(request.getMethod()))
+        return answer(request, id);
+    runDetached([self = shared_from_this(), request = std::move(request), id = std::move(id)] {
+        self->answer(request, id);
     });
+}
+
+void RPCConnection::answer(IRPC::RPCSynchronousMethodObject const& request, Json::Value const& id)
+{
+    std::string reply;
+    try {
+        reply = handler.handleRequest(*this, request);
+    } catch (Exception const& e) {
+        reply = IRPC::RPCErrorObject(request.getMethod(), e.what()).serialize();
+    } catch (std::exception const& e) {
+        reply = IRPC::RPCErrorObject(request.getMethod(), e.what()).serialize();
+    } catch (...) {
+        reply = IRPC::RPCErrorObject(request.getMethod(), "unknown").serialize();
+    }
+    if (reply.size() < 2 || reply.front() != '{')
+        reply = IRPC::RPCErrorObject(request.getMethod(), "unknown").serialize();
+    sendText("{\"id\":" + idText(id) + "," + reply.substr(1));
 }
 
 void RPCConnection::completeCall(Json::Value const& message)
@@ -190,22 +212,27 @@ void RPCConnection::completeCall(Json::Value const& message)
     Json::Value const& id = message["id"];
     if (!id.isIntegral())
         return;
-    std::lock_guard lock(mutex);
-    auto const found = pending.find(id.asUInt64());
-    if (found == pending.end())
-        return; // late answer to a call that already gave up
-    Reply& reply = found->second->reply;
-    if (message.isMember("error")) {
-        Json::Value const& error = message["error"];
-        reply.code = error.get("code", IRPC::SERVER_ERROR).isInt() ? error.get("code", IRPC::SERVER_ERROR).asInt()
-                                                                     : int(IRPC::SERVER_ERROR);
-        reply.message = error.get("message", "").isString() ? error["message"].asString() : std::string();
-    } else {
-        reply.ok = true;
-        reply.result = message["result"];
+    std::shared_ptr<PendingCall> call;
+    {
+        std::lock_guard lock(mutex);
+        auto const found = pending.find(id.asUInt64());
+        if (found == pending.end())
+            return; // late answer to a call that already gave up
+        call = found->second;
+        Reply& reply = call->reply;
+        if (message.isMember("error")) {
+            Json::Value const& error = message["error"];
+            Json::Value const& code = error.get("code", IRPC::SERVER_ERROR);
+            reply.code = code.isInt() ? code.asInt() : int(IRPC::SERVER_ERROR);
+            reply.message = error.get("message", "").isString() ? error["message"].asString() : std::string();
+        } else {
+            reply.ok = true;
+            reply.result = message["result"];
+        }
+        call->done = true;
     }
-    found->second->done = true;
-    found->second->answered.notify_all();
+    // Outside the lock: the woken caller need not wait for it.
+    call->answered.notify_one();
 }
 
 void RPCConnection::sendError(Json::Value const& id, int code, std::string const& text)
@@ -229,7 +256,7 @@ void RPCConnection::closed()
         for (auto& [id, call] : pending) {
             call->lost = true;
             call->done = true;
-            call->answered.notify_all();
+            call->answered.notify_one();
         }
     }
     handler.handleClosed(*this);

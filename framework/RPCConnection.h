@@ -1,8 +1,9 @@
 // One two-way JSON-RPC connection, whatever carries it (a Unix socket line
 // stream, a WebSocket). Either side may call the other: outgoing calls wait for
-// their answer up to a deadline; incoming requests go to the connection's
-// handler on a worker thread, so a handler that blocks never stops the reading
-// of answers; notifications and answers are handled in arrival order.
+// their answer up to a deadline. An incoming request whose handler never
+// blocks is answered at once on the transport's thread; any other goes to a
+// worker thread, so a handler that blocks never stops the reading of answers.
+// Notifications and answers are handled in arrival order.
 //
 // Threads: call/notify/close from any thread. The transport calls receive()
 // in order on its own thread. The handler (not owned) must outlive the
@@ -31,6 +32,9 @@ public:
         virtual ~IHandler() = default;
         // A request; returns the serialize() text of a result, return or error object.
         virtual std::string handleRequest(RPCConnection& connection, IRPC::RPCSynchronousMethodObject const& request) = 0;
+        // True when handleRequest for `method` never blocks, so that it may run
+        // on the transport's thread without a hand-off to a worker.
+        virtual bool neverBlocks(std::string const& method) const = 0;
         virtual void handleNotification(RPCConnection& connection, std::string const& name,
                                         Json::Value const& parameters) = 0;
         // false closes the new connection at once (too many connections).
@@ -92,7 +96,8 @@ protected:
 
 private:
     struct PendingCall;
-    void answerRequest(IRPC::RPCSynchronousMethodObject const& request, Json::Value const& id);
+    void answerRequest(IRPC::RPCSynchronousMethodObject request, Json::Value id);
+    void answer(IRPC::RPCSynchronousMethodObject const& request, Json::Value const& id);
     void completeCall(Json::Value const& message);
     void sendError(Json::Value const& id, int code, std::string const& text);
 

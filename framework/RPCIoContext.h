@@ -1,7 +1,7 @@
 // The threads and event loop under the bus transports: an I/O loop run by a
 // fixed number of threads. Listeners and connections are bound to one
-// context; request handlers run on its threads too, off the connection's own
-// sequence, so a blocking handler never holds up reading.
+// context; request handlers that may block run on its threads too, off the
+// connection's own sequence, so they never hold up reading.
 //
 // Threads: construct and destroy on one thread; stop() joins the threads and
 // must not be called from one of them. The context owns its threads; the

@@ -184,6 +184,11 @@ std::string RPCServer::handleRequest(RPCConnection& connection, IRPC::RPCSynchro
     return handleRPCSynchronousMethod(request);
 }
 
+bool RPCServer::neverBlocks(std::string const& method) const
+{
+    return method.rfind("RPC.", 0) == 0 || quickMethods.count(method) != 0;
+}
+
 std::string RPCServer::handleBuiltIn(RPCConnection& connection, IRPC::RPCSynchronousMethodObject const& request)
 {
     std::string const& method = request.getMethod();

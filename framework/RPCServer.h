@@ -5,7 +5,9 @@
 // RPC.unsubscribe ({"events": [names]}, "*" for all), RPC.register
 // ({"uid"}: a program binds its connection to its uid) and RPC.ping.
 //
-// Threads: handlers run on the server's worker threads, several at once.
+// Threads: handlers run on the server's worker threads, several at once;
+// the built-ins and the methods in quickMethods run on the thread that read
+// the request, without a hand-off, and so must never block.
 // handleRPCNotification may be called from any thread. init/shutdown from the
 // owner's thread, never from a handler. The interface map is filled by the
 // subclass's constructor and is read-only afterwards.
@@ -61,8 +63,12 @@ public:
 
 protected:
     std::map<std::string, MethodTable> interfaces;
+    // "<Interface>.<method>" names whose handlers never block (no lock held
+    // for long, no call to a peer): answered at once on the connection's thread.
+    std::set<std::string> quickMethods;
 
     std::string handleRequest(RPCConnection& connection, IRPC::RPCSynchronousMethodObject const& request) override;
+    bool neverBlocks(std::string const& method) const override;
     void handleNotification(RPCConnection& connection, std::string const& name, Json::Value const& parameters) override;
     bool handleOpened(std::shared_ptr<RPCConnection> const& connection) override;
     void handleClosed(RPCConnection& connection) override;

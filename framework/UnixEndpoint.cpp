@@ -4,7 +4,9 @@
 #include "Exception.h"
 #include "RPCAsio.h"
 
+#include <cerrno>
 #include <deque>
+#include <mutex>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -20,12 +22,16 @@ using Strand = asio::strand<asio::io_context::executor_type>;
 
 namespace {
 
-// One line-framed connection. All socket work runs on the connection's strand.
+// One line-framed connection. Reading and closing run on the connection's
+// strand. A message is sent at once by the thread that writes it when nothing
+// is queued before it (no hand-off); what the socket cannot take at once is
+// queued and written by the strand. The output lock orders those writes and
+// keeps the descriptor from being closed under a sender.
 class UnixLineConnection : public RPCConnection {
 public:
     UnixLineConnection(IHandler& handler, std::shared_ptr<RPCIoContext::Impl> loop, Protocol::socket socket)
-        : RPCConnection(handler), loop(std::move(loop)), io(this->loop->io), socket(std::move(socket)), strand(this->socket.get_executor()),
-          input(MAX_MESSAGE_SIZE + 1)
+        : RPCConnection(handler), loop(std::move(loop)), io(this->loop->io), socket(std::move(socket)),
+          descriptor(this->socket.native_handle()), strand(this->socket.get_executor()), input(MAX_MESSAGE_SIZE + 1)
     {
     }
 
@@ -43,7 +49,7 @@ protected:
     void write(std::string text) override
     {
         text.push_back('\n');
-        asio::dispatch(strand, [self = shared(), text = std::move(text)]() mutable { self->enqueue(std::move(text)); });
+        send(std::move(text));
     }
 
     void runDetached(std::function<void()> job) override { asio::post(io, std::move(job)); }
@@ -83,26 +89,51 @@ private:
     void rejectOversized()
     {
         VLOG(DebugLevelWarning, "onRead(): message over %zu bytes, closing\n", MAX_MESSAGE_SIZE);
-        closeAfterWrite = true;
-        enqueue("{\"error\":{\"code\":-32600,\"message\":\"Message too large\"},\"id\":null,\"jsonrpc\":\"2.0\"}\n");
+        send("{\"error\":{\"code\":-32600,\"message\":\"Message too large\"},\"id\":null,\"jsonrpc\":\"2.0\"}\n");
+        std::unique_lock lock(outputMutex);
+        if (!output.empty()) {
+            closeAfterWrite = true;
+            return;
+        }
+        lock.unlock();
+        shutdown();
     }
 
-    void enqueue(std::string text)
+    // Any thread.
+    void send(std::string text)
     {
-        if (!socket.is_open())
+        std::unique_lock lock(outputMutex);
+        if (writesClosed)
             return;
+        if (output.empty()) {
+            ssize_t const sent = ::send(descriptor, text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+            if (sent == static_cast<ssize_t>(text.size()))
+                return;
+            if (sent < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) {
+                lock.unlock();
+                return close(); // the peer is gone; reading sees it too
+            }
+            text.erase(0, sent > 0 ? static_cast<std::size_t>(sent) : 0);
+        }
         if (pendingBytes + text.size() > MAX_PENDING_OUTPUT) {
-            VLOG(DebugLevelWarning, "enqueue(): peer reads too slowly, closing\n");
-            return shutdown();
+            lock.unlock();
+            VLOG(DebugLevelWarning, "send(): peer reads too slowly, closing\n");
+            return close();
         }
         pendingBytes += text.size();
         output.push_back(std::move(text));
-        if (output.size() == 1)
-            writeNext();
+        if (output.size() > 1)
+            return; // the strand is writing already
+        lock.unlock();
+        asio::dispatch(strand, [self = shared()] { self->writeNext(); });
     }
 
     void writeNext()
     {
+        std::lock_guard lock(outputMutex);
+        if (writesClosed || output.empty())
+            return;
+        // The deque keeps the front element in place while others are added.
         asio::async_write(socket, asio::buffer(output.front()),
                           asio::bind_executor(strand, [self = shared()](boost::system::error_code error, std::size_t) {
                               self->onWritten(error);
@@ -113,33 +144,47 @@ private:
     {
         if (error)
             return shutdown();
+        std::unique_lock lock(outputMutex);
+        if (writesClosed)
+            return;
         pendingBytes -= output.front().size();
         output.pop_front();
-        if (!output.empty())
+        if (!output.empty()) {
+            lock.unlock();
             return writeNext();
-        if (closeAfterWrite)
-            shutdown();
+        }
+        if (!closeAfterWrite)
+            return;
+        lock.unlock();
+        shutdown();
     }
 
+    // On the strand. The queue stays until the connection goes: a write in
+    // flight may still point into it.
     void shutdown()
     {
-        if (socket.is_open()) {
-            boost::system::error_code ignored;
-            socket.shutdown(Protocol::socket::shutdown_both, ignored);
-            socket.close(ignored);
+        {
+            std::lock_guard lock(outputMutex);
+            writesClosed = true;
+            if (socket.is_open()) {
+                boost::system::error_code ignored;
+                socket.shutdown(Protocol::socket::shutdown_both, ignored);
+                socket.close(ignored);
+            }
         }
-        output.clear();
-        pendingBytes = 0;
         closed();
     }
 
     std::shared_ptr<RPCIoContext::Impl> loop; // first: outlives the socket
     asio::io_context& io;
     Protocol::socket socket;
+    int const descriptor; // the socket's, for senders off the strand; valid until writesClosed
     asio::any_io_executor strand; // the socket's own strand
     asio::streambuf input;
-    std::deque<std::string> output;
+    std::mutex outputMutex;
+    std::deque<std::string> output; // front: being written by the strand
     std::size_t pendingBytes = 0;
+    bool writesClosed = false;
     bool closeAfterWrite = false;
 };
 

@@ -30,7 +30,12 @@ public:
         : RPCConnection(handler), loop(std::move(loop)), opener(handler), io(this->loop->io), socket(std::move(stream))
     {
         socket.read_message_max(MAX_MESSAGE_SIZE);
-        socket.set_option(websocket::stream_base::timeout::suggested(beast::role_type::server));
+        // A time limit on the handshake only: a quiet page is not a dead one
+        // (a dead peer shows on write, a slow one hits MAX_PENDING_OUTPUT), and
+        // an idle limit would re-arm a timer for every message.
+        auto limits = websocket::stream_base::timeout::suggested(beast::role_type::server);
+        limits.idle_timeout = websocket::stream_base::none();
+        socket.set_option(limits);
     }
 
     void accept(http::request<http::string_body> request)
@@ -108,6 +113,8 @@ private:
     {
         if (error)
             return shutdown();
+        if (!open)
+            return; // closed while the write was in flight
         pendingBytes -= output.front().size();
         output.pop_front();
         if (!output.empty())
@@ -122,8 +129,7 @@ private:
             beast::get_lowest_layer(socket).socket().shutdown(tcp::socket::shutdown_both, ignored);
             beast::get_lowest_layer(socket).socket().close(ignored);
         }
-        output.clear();
-        pendingBytes = 0;
+        // The queue stays until the connection goes: a write in flight may still point into it.
         closed();
     }
 

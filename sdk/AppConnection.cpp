@@ -67,7 +67,9 @@ std::string AppConnection::getState() const
 
 void AppConnection::installMethods()
 {
-    client.setMethod("ILifecycleManagement.getState", [this](Json::Value const&) { return Json::Value(getState()); });
+    // The getters only read under the state lock: answered without a hand-off.
+    client.setQuickMethod("ILifecycleManagement.getState",
+                          [this](Json::Value const&) { return Json::Value(getState()); });
     client.setMethod("ILifecycleManagement.setState", [this](Json::Value const& params) {
         reportState(params["state"].asString());
         return Json::Value();
@@ -91,7 +93,7 @@ void AppConnection::installMethods()
             visibilityCallback(params["visible"].asBool());
         return Json::Value();
     });
-    client.setMethod("IWindowCompositing.getVisibility", [this](Json::Value const&) {
+    client.setQuickMethod("IWindowCompositing.getVisibility", [this](Json::Value const&) {
         std::lock_guard lock(mutex);
         return Json::Value(visible);
     });
@@ -104,7 +106,7 @@ void AppConnection::installMethods()
             focusCallback(params["focus"].asBool());
         return Json::Value();
     });
-    client.setMethod("IWindowEvent.isFocused", [this](Json::Value const&) {
+    client.setQuickMethod("IWindowEvent.isFocused", [this](Json::Value const&) {
         std::lock_guard lock(mutex);
         return Json::Value(focused);
     });

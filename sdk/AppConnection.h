@@ -36,7 +36,7 @@ public:
     void onVisibility(FlagCallback callback) { visibilityCallback = std::move(callback); }
     void onEvent(EventCallback callback) { eventCallback = std::move(callback); }
     void onToken(TokenCallback callback) { tokenCallback = std::move(callback); }
-    // Replaces or adds an answer to "<Interface>.<method>".
+    // Replaces or adds an answer to "<Interface>.<method>"; it may block.
     void setMethod(std::string const& name, RPCClient::Method method) { client.setMethod(name, std::move(method)); }
 
     // Dials and registers; throws Exception when the server is not there.

@@ -96,6 +96,12 @@ struct Inbox {
     std::vector<std::pair<std::string, Json::Value>> received;
 };
 
+bool subscribeToAll(RawPeer& peer)
+{
+    peer.send("{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"RPC.subscribe\",\"params\":{\"events\":[\"*\"]}}\n");
+    return !peer.readLine().empty();
+}
+
 class RPCServerTest : public ::testing::Test {
 protected:
     BusTest::RuntimeDir runtime;
@@ -363,8 +369,7 @@ TEST_F(RPCServerTest, ASlowReaderIsDroppedWhileOthersKeepReceiving)
     TestServer server;
     server.init();
     RawPeer slow(runtime.socket("T"));
-    slow.send("{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"RPC.subscribe\",\"params\":{\"events\":[\"*\"]}}\n");
-    ASSERT_FALSE(slow.readLine().empty());
+    ASSERT_TRUE(subscribeToAll(slow));
     RPCClient fast;
     Inbox inbox;
     inbox.attach(fast);
@@ -379,4 +384,60 @@ TEST_F(RPCServerTest, ASlowReaderIsDroppedWhileOthersKeepReceiving)
         ASSERT_TRUE(waitFor([&] { return inbox.count() == i; })); // the fast one keeps pace
     }
     EXPECT_TRUE(waitFor([&] { return server.getConnectionCount() == 1; }));
+}
+
+TEST_F(RPCServerTest, MessagesFromManyThreadsArriveWholeAndInOrderPastAFullSocket)
+{
+    TestServer server;
+    server.init();
+    RawPeer peer(runtime.socket("T"));
+    ASSERT_TRUE(subscribeToAll(peer));
+
+    // Nobody reads while they send: the socket fills, sends go part way and
+    // the rest queues behind them, while other threads keep sending.
+    constexpr int SENDERS = 3;
+    constexpr int EACH = 150;
+    std::string const padding(8 * 1024, 'p');
+    std::vector<std::thread> senders;
+    for (int t = 0; t < SENDERS; ++t)
+        senders.emplace_back([&, t] {
+            for (int n = 0; n < EACH; ++n)
+                server.handleRPCNotification("IX::seq", "{\"t\":" + std::to_string(t) + ",\"n\":" + std::to_string(n) +
+                                                            ",\"pad\":\"" + padding + "\"}");
+        });
+    for (auto& sender : senders)
+        sender.join();
+
+    std::vector<int> next(SENDERS, 0);
+    for (int i = 0; i < SENDERS * EACH; ++i) {
+        Json::Value const message = IRPC::parse(peer.readLine());
+        ASSERT_TRUE(message.isObject()) << "message " << i << " is not whole";
+        int const t = message["params"]["t"].asInt();
+        ASSERT_EQ(next[t], message["params"]["n"].asInt()) << "sender " << t;
+        ++next[t];
+    }
+}
+
+TEST_F(RPCServerTest, PeersThatHangUpWithRepliesInFlightLeaveTheServerServing)
+{
+    TestServer server;
+    server.init();
+    // Replies too big for the socket buffer are still being written when
+    // their peers hang up.
+    std::string const request = "{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"ITest.echo\",\"params\":{\"x\":\"" +
+                                std::string(32 * 1024, 'e') + "\"}}\n";
+    for (int round = 0; round < 3; ++round) {
+        std::vector<std::unique_ptr<RawPeer>> peers;
+        for (int i = 0; i < 5; ++i) {
+            peers.push_back(std::make_unique<RawPeer>(runtime.socket("T")));
+            for (int n = 0; n < 10; ++n)
+                peers.back()->send(request);
+            if (i % 2 == 0)
+                peers.back()->readLine();
+        }
+    }
+    EXPECT_TRUE(waitFor([&] { return server.getConnectionCount() == 0; }));
+    RPCClient client;
+    client.connect("T");
+    EXPECT_TRUE(client.call("RPC.ping", Json::Value()).ok);
 }
