@@ -9,6 +9,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <map>
 
 namespace Velmora {
 
@@ -84,16 +85,29 @@ void MasterServiceManager::buildGraph()
         MasterPackageManager* packages;
         ~Release() { delete packages; }
     } release{packages};
+    // One catalogue query gives every service's record; only dependencies
+    // outside that list cost a lookup of their own, and each only once.
     PackageInfoListRequest const request(VectorObject<std::string>{SERVICE_GROUP});
-    for (PackageInfo const& service : packages->getPackageInfoList(request)) {
-        ExtendedPackageInfo const extended = packages->getExtendedPackageInfo(service.getName());
-        VectorObject<BasePackageInfo> const dependencies = extended.getDependencies();
-        for (BasePackageInfo const& dependency : dependencies) {
-            ExtendedPackageInfo const prerequisite = packages->getExtendedPackageInfo(dependency.getName());
+    VectorObject<ExtendedPackageInfo> const services = packages->getExtendedPackageInfoList(request);
+    std::map<std::string, ExtendedPackageInfo> known;
+    for (ExtendedPackageInfo const& service : services)
+        known.emplace(service.getName(), service);
+    auto lookUp = [&](std::string const& name) -> ExtendedPackageInfo const& {
+        auto found = known.find(name);
+        if (found == known.end())
+            found = known.emplace(name, packages->getExtendedPackageInfo(name)).first;
+        return found->second;
+    };
+    for (ExtendedPackageInfo const& service : services) {
+        for (BasePackageInfo const& dependency : service.getDependencies()) {
+            // RPM's own capabilities ("rpmlib(...)") are never packages.
+            if (dependency.getName().rfind("rpmlib(", 0) == 0)
+                continue;
+            ExtendedPackageInfo const& prerequisite = lookUp(dependency.getName());
             if (!contains(prerequisite.getGroup(), SERVICE_GROUP))
                 continue;
             serviceGraph.newEdge(StringObject(prerequisite.getCustomPackageInfo().getApplicationURL()),
-                                 StringObject(extended.getCustomPackageInfo().getApplicationURL()));
+                                 StringObject(service.getCustomPackageInfo().getApplicationURL()));
         }
     }
 }
