@@ -37,6 +37,7 @@ int SimService::run()
         return 2;
     }
     app.reportState("RUNNING");
+    record("up " + getName() + " " + std::to_string(::getpid()));
     std::unique_lock lock(mutex);
     finished.wait(lock, [this] { return done; });
     return exitStatus;

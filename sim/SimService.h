@@ -10,7 +10,8 @@
 //              abort, exit with status 1 (neither reports), or report
 //              TERMINATED and exit with status 0
 //   Sim.record {}  the lines recorded so far
-// Recorded lines also go to the file named by VELMORA_SIM_LOG, one a line.
+// The first recorded line is "up <endpoint> <pid>". Recorded lines also go
+// to the file named by VELMORA_SIM_LOG, one a line.
 //
 // Threads: handlers run on the endpoint's worker threads; record() from any.
 #pragma once

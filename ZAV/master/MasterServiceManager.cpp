@@ -7,6 +7,7 @@
 #include "PackageInfoListRequest.h"
 #include "PlatformHelper.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <map>
@@ -223,7 +224,11 @@ void MasterServiceManager::serviceDown(KnownService service)
 {
     switch (service) {
     case KnownService::PowerManager:
-        std::exit(0);
+        // The box goes down with its power manager. Other threads (the bus
+        // among them) still run, so static destructors must not: flush the
+        // logs and end at once with status 0.
+        std::fflush(nullptr);
+        std::_Exit(0);
     case KnownService::MediaEngine:
         onServiceFailure("QEN");
         if (webClient)

@@ -13,7 +13,7 @@
 // Their coming up announces facilities to the web service (kept in
 // pendingServices until it runs) and switches the input sources; the media
 // engine's end is reported as a failure and restarts it at once; the power
-// manager's end ends the process with status 0.
+// manager's end ends the process at once with status 0.
 //
 // Threads: the first pass runs on the manager's thread while init() waits;
 // later passes run there within the state reports. The graph, the pending

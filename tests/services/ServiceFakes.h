@@ -1,5 +1,5 @@
 // Stand-ins for the service manager's surroundings: a factory that hands out
-// process ids, application clients that a test makes report, a web client and
+// process ids, application clients that record the tokens they carry, a web client and
 // an input driver that record what they are told, and a listener that records
 // the manager's notifications. Each records under a lock: the manager calls
 // them on its own thread.
@@ -102,7 +102,6 @@ public:
     {
         journal.add("delete " + uid + " " + std::to_string(token));
     }
-    void report(std::string const& oldState, std::string const& newState) { notifyStateChange(oldState, newState); }
     Journal& journal;
     std::atomic<bool> failTokens{false};
 };

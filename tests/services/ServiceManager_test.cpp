@@ -69,14 +69,14 @@ TEST_F(ServiceTable, ListHoldsEveryUidAndIsSentOnEveryNewState)
     std::string const second = manager.create("two");
     EXPECT_EQ((std::vector<std::string>{first, second}), std::vector<std::string>(manager.getServiceList()));
 
-    clients.get(second)->report("UNINITIALIZED", "INITIALIZING");
-    clients.get(second)->report("INITIALIZING", "RUNNING");
-    clients.get(second)->report("RUNNING", "RUNNING"); // no news: no list
+    manager.onStateChange(second, "UNINITIALIZED", "INITIALIZING");
+    manager.onStateChange(second, "INITIALIZING", "RUNNING");
+    manager.onStateChange(second, "RUNNING", "RUNNING"); // no news: no list
     manager.settle();
     std::string const both = "list " + first + " " + second;
     EXPECT_EQ((std::vector<std::string>{both, both}), listener.journal.all());
 
-    clients.get(first)->report("UNINITIALIZED", "CRASHED");
+    manager.onStateChange(first, "UNINITIALIZED", "CRASHED");
     manager.settle();
     EXPECT_EQ("list " + second, listener.journal.all().back());
     EXPECT_EQ((std::vector<std::string>{second}), std::vector<std::string>(manager.getServiceList()));

@@ -1,0 +1,184 @@
+// The input driver over FIFOs and files: records split across writes,
+// sessions, the IR filter, regular files that end, devices that appear while
+// hotplug is on, and a listener that leaves from inside its call.
+#include "MultiInputDriver.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+#include <fcntl.h>
+#include <linux/input.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace Velmora;
+using KeyEvent = IWindowEvent::KeyEvent;
+
+namespace {
+
+bool eventually(std::function<bool()> const& condition)
+{
+    for (int i = 0; i < 1000; ++i) {
+        if (condition())
+            return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return condition();
+}
+
+struct Keys : IWindowEvent::IInputEventListener {
+    void onInputEvent(IWindowEvent::InputEvent const& event) override
+    {
+        auto const& key = dynamic_cast<KeyEvent const&>(event);
+        std::lock_guard lock(mutex);
+        seen.push_back(std::to_string(key.getKeyCode()) + (key.getPressed() ? "+" : "-"));
+        if (onCall)
+            onCall();
+    }
+    std::vector<std::string> all()
+    {
+        std::lock_guard lock(mutex);
+        return seen;
+    }
+    std::mutex mutex;
+    std::vector<std::string> seen;
+    std::function<void()> onCall;
+};
+
+std::string record(unsigned short type, unsigned short code, int value)
+{
+    input_event event{};
+    event.type = type;
+    event.code = code;
+    event.value = value;
+    return std::string(reinterpret_cast<char const*>(&event), sizeof(event));
+}
+
+std::string press(unsigned short code) { return record(EV_KEY, code, 1) + record(EV_SYN, 0, 0); }
+std::string release(unsigned short code) { return record(EV_KEY, code, 0) + record(EV_SYN, 0, 0); }
+
+class InputWorld : public testing::Test {
+protected:
+    InputWorld()
+    {
+        char pattern[] = "/tmp/velmora-input-XXXXXX";
+        base = ::mkdtemp(pattern);
+        std::filesystem::create_directories(base / "dev/input");
+        setenv("VELMORA_ROOT", base.c_str(), 1);
+    }
+    ~InputWorld() override
+    {
+        unsetenv("VELMORA_ROOT");
+        unsetenv("VELMORA_INPUT_DEVICES");
+        std::filesystem::remove_all(base);
+    }
+    std::string fifo(std::string const& name)
+    {
+        std::string const path = (base / name).string();
+        ::mkfifo(path.c_str(), 0600);
+        return path;
+    }
+    static void write(std::string const& path, std::string const& bytes)
+    {
+        int const fd = ::open(path.c_str(), O_WRONLY | O_NONBLOCK);
+        ASSERT_GE(fd, 0) << path;
+        ASSERT_EQ(static_cast<ssize_t>(bytes.size()), ::write(fd, bytes.data(), bytes.size()));
+        ::close(fd);
+    }
+    std::filesystem::path base;
+};
+
+TEST_F(InputWorld, FifoRecordsReachTheirSessionWithMappedCodes)
+{
+    std::string const remote = fifo("remote");
+    std::string const second = fifo("second");
+    setenv("VELMORA_INPUT_DEVICES", (remote + ":" + second + "@1").c_str(), 1);
+    MultiInputDriver driver;
+    Keys session0, session1;
+    driver.addListener(&session0, 0);
+    driver.addListener(&session1, 1);
+    driver.enableIr();
+    driver.enableIr(); // a second time opens nothing twice
+    EXPECT_EQ(2u, driver.getSourceCount());
+
+    std::string const bytes = press(KEY_POWER) + release(KEY_POWER) + press(KEY_A);
+    write(remote, bytes.substr(0, 10)); // a record split across writes
+    write(remote, bytes.substr(10));
+    write(second, press(KEY_HOME));
+    ASSERT_TRUE(eventually([&] { return session0.all().size() == 3 && session1.all().size() == 1; }));
+    EXPECT_EQ((std::vector<std::string>{"1+", "1-", std::to_string(MultiInputDriver::LINUX_KEY_BASE + KEY_A) + "+"}),
+              session0.all());
+    EXPECT_EQ(std::vector<std::string>{"30+"}, session1.all());
+
+    // Asleep: only the filter's key goes through.
+    driver.enableIrFilter(static_cast<KeyEvent::Code>(1)); // the box's power key
+    write(remote, press(KEY_A) + press(KEY_POWER));
+    ASSERT_TRUE(eventually([&] { return session0.all().size() == 4; }));
+    driver.disableIrFilter();
+    write(remote, press(KEY_MENU));
+    ASSERT_TRUE(eventually([&] { return session0.all().size() == 5; }));
+    EXPECT_EQ("1+", session0.all()[3]);
+    EXPECT_EQ("34+", session0.all()[4]);
+    driver.removeListener(&session0);
+    driver.removeListener(&session1);
+}
+
+TEST_F(InputWorld, RegularFileIsReadToItsEndAndDropped)
+{
+    std::string const path = (base / "recorded").string();
+    std::ofstream(path, std::ios::binary) << press(KEY_LEFTALT) + release(KEY_LEFTALT) + "\x01\x02";
+    setenv("VELMORA_INPUT_DEVICES", (path + ":" + (base / "absent").string()).c_str(), 1);
+    MultiInputDriver driver;
+    Keys keys;
+    driver.addListener(&keys, 0);
+    driver.enableIr();
+    ASSERT_TRUE(eventually([&] { return keys.all().size() == 2 && driver.getSourceCount() == 0; }));
+    EXPECT_EQ((std::vector<std::string>{"56+", "56-"}), keys.all());
+    driver.removeListener(&keys);
+}
+
+TEST_F(InputWorld, HotplugAdoptsNewDevicesUntilSwitchedOff)
+{
+    setenv("VELMORA_INPUT_DEVICES", "", 1);
+    MultiInputDriver driver;
+    Keys keys;
+    driver.addListener(&keys, 0);
+    driver.enableHotplug();
+    EXPECT_TRUE(driver.isHotplugEnabled());
+    std::string const device = fifo("dev/input/event3");
+    ASSERT_TRUE(eventually([&] { return driver.getSourceCount() == 1; }));
+    write(device, press(KEY_POWER));
+    ASSERT_TRUE(eventually([&] { return keys.all().size() == 1; }));
+
+    driver.disableHotplug();
+    fifo("dev/input/event4");
+    fifo("dev/input/mouse0");
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(1u, driver.getSourceCount());
+    driver.removeListener(&keys);
+}
+
+TEST_F(InputWorld, ListenerMayLeaveFromItsOwnCall)
+{
+    std::string const remote = fifo("remote");
+    setenv("VELMORA_INPUT_DEVICES", remote.c_str(), 1);
+    MultiInputDriver driver;
+    Keys leaving, staying;
+    leaving.onCall = [&] { driver.removeListener(&leaving); };
+    driver.addListener(&leaving, 0);
+    driver.addListener(&staying, 0);
+    driver.enableIr();
+    write(remote, press(KEY_A) + press(KEY_B));
+    ASSERT_TRUE(eventually([&] { return staying.all().size() == 2; }));
+    EXPECT_EQ(1u, leaving.all().size());
+    driver.removeListener(&staying);
+}
+
+} // namespace
