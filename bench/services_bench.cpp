@@ -3,6 +3,7 @@
 // same ten programs one after another and waits for each one's RUNNING
 // report. boot_pass_us: one boot pass over 50 running services in chains and
 // diamonds, in microseconds.
+#include "FunctionCommand.h"
 #include "BootWorld.h"
 #include "FigureReporter.h"
 
@@ -154,15 +155,7 @@ public:
     std::size_t size() const { return applications.size(); }
 
 private:
-    void onThread(std::function<void()> body)
-    {
-        struct Call : Command {
-            Call(CommandProcessor* p, std::function<void()> b) : Command(p), body(std::move(b)) {}
-            void call() override { body(); }
-            std::function<void()> body;
-        } command(this, std::move(body));
-        executeOrThrow(command, "PassMaster", __LINE__, "onThread");
-    }
+    void onThread(std::function<void()> body) { FunctionCommand::run(*this, std::move(body)); }
 };
 
 void BM_BootPass50(benchmark::State& state)

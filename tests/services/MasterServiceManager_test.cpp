@@ -2,6 +2,7 @@
 // fake factory, web client and input driver: session options, the order of
 // starts per tree and pass, repeated boot completion, restarts, the web
 // service's facility list, and the power manager's end of the process.
+#include "FunctionCommand.h"
 #include "MasterServiceManager.h"
 #include "PlatformHelper.h"
 #include "ServiceFakes.h"
@@ -34,15 +35,7 @@ public:
         inputDriver = Singleton<InputDriver>::getInstance<FakeInputDriver>();
         onThread([this] { _sequenceBootup(); });
     }
-    void onThread(std::function<void()> body)
-    {
-        struct Call : Command {
-            Call(CommandProcessor* p, std::function<void()> b) : Command(p), body(std::move(b)) {}
-            void call() override { body(); }
-            std::function<void()> body;
-        } command(this, std::move(body));
-        executeOrThrow(command, "TestMaster", __LINE__, "onThread");
-    }
+    void onThread(std::function<void()> body) { FunctionCommand::run(*this, std::move(body)); }
     bool hasWebClient()
     {
         bool has = false;

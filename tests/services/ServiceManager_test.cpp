@@ -1,6 +1,7 @@
 // The service command layer over fake clients: the uid list and its
 // notification, token hand-off to every client, listener fan-out while the
 // list changes, and the stub.
+#include "FunctionCommand.h"
 #include "ServiceFakes.h"
 #include "ServiceManager.h"
 #include "StubServiceManager.h"
@@ -19,15 +20,7 @@ public:
     explicit TestServiceManager(ApplicationFactory* factory) : ServiceManager(factory, 0, nullptr) {}
     Client::Type getClientType() override { return Client::Master; }
 
-    void onThread(std::function<void()> body)
-    {
-        struct Call : Command {
-            Call(CommandProcessor* p, std::function<void()> b) : Command(p), body(std::move(b)) {}
-            void call() override { body(); }
-            std::function<void()> body;
-        } command(this, std::move(body));
-        executeOrThrow(command, "TestServiceManager", __LINE__, "onThread");
-    }
+    void onThread(std::function<void()> body) { FunctionCommand::run(*this, std::move(body)); }
     std::string create(std::string const& name)
     {
         std::string uid;
