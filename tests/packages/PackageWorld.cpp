@@ -64,31 +64,45 @@ void rpmbuild(fs::path const& directory, std::string const& spec)
     fs::remove_all(top);
 }
 
+// Builds the packages of `spec` into the cache folder `directory` unless it is
+// there already. Test processes run in parallel and share the cache, so each
+// builds in a private folder and renames it into place: a folder that exists
+// is complete, and of two racing builders one wins and the other cleans up.
+void buildOnce(fs::path const& directory, std::string const& spec)
+{
+    if (fs::exists(directory))
+        return;
+    fs::create_directories(directory.parent_path());
+    std::string pattern = directory.string() + ".partial-XXXXXX";
+    if (!mkdtemp(pattern.data()))
+        throw std::runtime_error("mkdtemp " + pattern);
+    fs::path const partial = pattern;
+    rpmbuild(partial, spec);
+    std::error_code lost;
+    fs::rename(partial, directory, lost);
+    if (lost)
+        fs::remove_all(partial);
+}
+
 } // namespace
 
 fs::path PackageWorld::package(std::string const& key)
 {
     PackageSpec const& spec = catalogue().at(key);
     fs::path const directory = fs::path(VELMORA_PACKAGE_CACHE) / key;
-    fs::path const file = directory / (spec.name + "-" + spec.version + ".rpm");
-    if (!fs::exists(file)) {
-        fs::create_directories(directory);
-        rpmbuild(directory, specText(spec, false));
-    }
-    return file;
+    buildOnce(directory, specText(spec, false));
+    return directory / (spec.name + "-" + spec.version + ".rpm");
 }
 
 void PackageWorld::buildMany(fs::path const& directory, std::vector<PackageSpec> const& specs)
 {
-    if (specs.empty() || fs::exists(directory / "complete"))
+    if (specs.empty())
         return;
-    fs::create_directories(directory);
     std::string spec = "Name: velmora-bench-main\nVersion: 1.0\nRelease: 1\nLicense: none\nBuildArch: noarch\n"
                        "AutoReqProv: no\nSummary: main\n%description\nmain\n%files\n";
     for (PackageSpec const& each : specs)
         spec += specText(each, true);
-    rpmbuild(directory, spec);
-    std::ofstream(directory / "complete") << "";
+    buildOnce(directory, spec);
 }
 
 PackageWorld::PackageWorld(std::map<std::string, std::string> settings)
