@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <thread>
 
 namespace Velmora {
 
@@ -54,7 +55,7 @@ void CommandProcessor::moduleLoop()
     loopStarted = true;
     started.notify_all();
     while (!stopping) {
-        if (runDuePeriodic(lock))
+        if (!periodics.empty() && runDuePeriodic(lock))
             continue;
         if (queue.empty()) {
             waitForWork(lock);
@@ -67,12 +68,19 @@ void CommandProcessor::moduleLoop()
         if (!entry.completion && entry.owned)
             delete entry.command;
         lock.lock();
-        if (entry.completion) {
-            entry.completion->done = true;
-            entry.completion->condition.notify_one();
-        }
+        if (entry.completion)
+            entry.completion->finish();
     }
     discardQueue(lock);
+}
+
+void CommandProcessor::Completion::finish()
+{
+    // Read before `done` is set: a caller that is not asleep may return at once.
+    bool const wake = sleeping;
+    done.store(true, std::memory_order_release);
+    if (wake)
+        condition.notify_one(); // the sleeper needs our mutex to return: still alive
 }
 
 void CommandProcessor::run(Command* command)
@@ -135,8 +143,7 @@ void CommandProcessor::discardQueue(std::unique_lock<std::mutex>& lock)
         queue.pop_front();
         if (entry.completion) {
             entry.command->setStatus(ReturnInvalidState);
-            entry.completion->done = true;
-            entry.completion->condition.notify_one();
+            entry.completion->finish();
         } else if (entry.owned) {
             lock.unlock();
             delete entry.command;
@@ -178,7 +185,15 @@ ReturnCode CommandProcessor::executeCommand(Command* command)
     }
     queue.push_back({command, false, &completion});
     wakeIfIdle();
-    completion.condition.wait(lock, [&completion] { return completion.done; });
+    lock.unlock();
+    auto const spinUntil = std::chrono::steady_clock::now() + std::chrono::microseconds(50);
+    while (!completion.done.load(std::memory_order_acquire) && std::chrono::steady_clock::now() < spinUntil)
+        std::this_thread::yield();
+    if (!completion.done.load(std::memory_order_acquire)) {
+        lock.lock();
+        completion.sleeping = true;
+        completion.condition.wait(lock, [&completion] { return completion.done.load(std::memory_order_relaxed); });
+    }
     return command->getStatus();
 }
 

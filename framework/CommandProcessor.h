@@ -14,6 +14,7 @@
 #include "ActiveObject.h"
 #include "ReturnCode.h"
 
+#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
@@ -78,10 +79,16 @@ protected:
     void requestStop() override;
 
 private:
-    // A caller blocked in executeCommand, waiting on its own condition.
+    // A caller waiting in executeCommand. It first spins for a moment, since
+    // most commands end within microseconds and a sleep and wake-up costs more
+    // than that; only then does it sleep on its own condition. `done` is
+    // written under the processor's mutex; once it is true and the caller is
+    // not asleep, the caller may return and the completion be gone.
     struct Completion {
-        bool done = false;
+        std::atomic<bool> done{false};
+        bool sleeping = false; // guarded by the processor's mutex
         std::condition_variable condition;
+        void finish(); // called with the processor's mutex held
     };
     struct Entry {
         Command* command;

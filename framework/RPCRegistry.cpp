@@ -18,8 +18,15 @@ void RPCRegistry::bind(std::string const& uid, IRegistrationListener* listener)
     std::lock_guard lock(mutex);
     Entry& entry = entries[uid];
     entry.listener = listener;
-    if (auto connection = entry.connection.lock(); connection && connection->isOpen())
-        listener->onRegistered(connection);
+    auto connection = entry.connection.lock();
+    if (!connection || !connection->isOpen())
+        return;
+    listener->onRegistered(connection);
+    if (entry.heldReport.empty())
+        return;
+    listener->onReport(entry.heldReport, entry.heldParameters);
+    entry.heldReport.clear();
+    entry.heldParameters = Json::Value();
 }
 
 void RPCRegistry::unbind(std::string const& uid, IRegistrationListener* listener)
@@ -56,9 +63,15 @@ void RPCRegistry::report(RPCConnection& connection, std::string const& name, Jso
         return;
     std::lock_guard lock(mutex);
     auto const found = entries.find(uid);
-    if (found == entries.end() || found->second.connection.lock().get() != &connection || !found->second.listener)
+    if (found == entries.end() || found->second.connection.lock().get() != &connection)
         return;
-    found->second.listener->onReport(name, parameters);
+    Entry& entry = found->second;
+    if (entry.listener) {
+        entry.listener->onReport(name, parameters);
+        return;
+    }
+    entry.heldReport = name;
+    entry.heldParameters = parameters;
 }
 
 void RPCRegistry::connectionClosed(RPCConnection& connection)

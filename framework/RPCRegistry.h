@@ -44,6 +44,10 @@ private:
     struct Entry {
         std::weak_ptr<RPCConnection> connection;
         IRegistrationListener* listener = nullptr;
+        // The last report of a program that dialled in before its client was
+        // bound (a quick program beats its launcher): handed over at bind.
+        std::string heldReport;
+        Json::Value heldParameters;
     };
     std::mutex mutex;
     std::map<std::string, Entry> entries;
