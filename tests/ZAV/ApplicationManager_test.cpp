@@ -206,7 +206,9 @@ TEST_F(ApplicationTable, ReportsMoveTheStateAndTerminalStatesEndTheEntry)
     clock.advance(6001); // RUNNING shortened the delay to six seconds
     EXPECT_FALSE(manager.entry(uid).getKeepAlive());
 
-    client->report(ILifecycleManagement::STATE_RUNNING, ILifecycleManagement::STATE_TERMINATED);
+    // A report that ends the entry goes to the manager directly: the manager
+    // deletes the client it came through, which may not be still delivering.
+    manager.onStateChange(uid, ILifecycleManagement::STATE_RUNNING, ILifecycleManagement::STATE_TERMINATED);
     EXPECT_FALSE(manager.has(uid));
     EXPECT_EQ(manager.listChanges, 3);
     ASSERT_EQ(factory.destroyed.size(), 1u);
@@ -280,7 +282,7 @@ TEST_F(ApplicationTable, DestroyingTheManagerDestroysEveryLiveEntry)
         for (int i = 0; i < 5; ++i)
             manager.create("app", "");
         std::string uid = manager.create("app", "");
-        clients[uid]->report("", ILifecycleManagement::STATE_RUNAWAY);
+        manager.onStateChange(uid, "", ILifecycleManagement::STATE_RUNAWAY);
         EXPECT_FALSE(manager.has(uid)); // the host stops calling in before it destroys
     }
     EXPECT_EQ(clientDeletions, 6);
