@@ -1,5 +1,7 @@
 #include "APPClient.h"
 
+#include "ClientFactory.h"
+
 #include "DebugPrint.h"
 #include "Deserializer.h"
 #include "Exception.h"
@@ -12,13 +14,6 @@ namespace Velmora {
 static char const MODULE[] = "APPClient";
 
 namespace {
-
-Mutex factoryMutex("APPClientFactory");
-APPClient::Factory& factory()
-{
-    static APPClient::Factory current;
-    return current;
-}
 
 Json::Value withUid(std::string const& uid)
 {
@@ -48,19 +43,10 @@ unsigned int asUnsigned(Json::Value const& value) { return value.isUInt() ? valu
 
 APPClient* APPClient::create(Client::Type type, std::string const& uid)
 {
-    Factory chosen;
-    {
-        Mutex::ScopedLock lock(&factoryMutex);
-        chosen = factory();
-    }
-    return chosen ? chosen(type, uid) : new APPClient(type, uid);
+    return ClientFactory<APPClient>::create(type, uid);
 }
 
-void APPClient::setFactory(Factory replacement)
-{
-    Mutex::ScopedLock lock(&factoryMutex);
-    factory() = std::move(replacement);
-}
+void APPClient::setFactory(Factory replacement) { ClientFactory<APPClient>::set(std::move(replacement)); }
 
 APPClient::APPClient(Client::Type type, std::string const& uid)
     : type(type), uid(uid), connectionMutex(MODULE), listenerMutex(MODULE)

@@ -1,5 +1,7 @@
 #include "WEBClient.h"
 
+#include "ClientFactory.h"
+
 #include "DebugPrint.h"
 #include "Exception.h"
 #include "Mutex.h"
@@ -9,33 +11,12 @@ namespace Velmora {
 
 static char const MODULE[] = "WEBClient";
 
-namespace {
-
-Mutex factoryMutex("WEBClientFactory");
-
-WEBClient::Factory& factory()
-{
-    static WEBClient::Factory current;
-    return current;
-}
-
-} // namespace
-
 WEBClient* WEBClient::create(Client::Type type, std::string const& name)
 {
-    Factory chosen;
-    {
-        Mutex::ScopedLock lock(&factoryMutex);
-        chosen = factory();
-    }
-    return chosen ? chosen(type, name) : new WEBClient(type, name);
+    return ClientFactory<WEBClient>::create(type, name);
 }
 
-void WEBClient::setFactory(Factory replacement)
-{
-    Mutex::ScopedLock lock(&factoryMutex);
-    factory() = std::move(replacement);
-}
+void WEBClient::setFactory(Factory replacement) { ClientFactory<WEBClient>::set(std::move(replacement)); }
 
 WEBClient::WEBClient(Client::Type type, std::string const& name) : type(type), endpoint(name.empty() ? "WEB" : name)
 {
