@@ -17,6 +17,14 @@ ExtendedPackageInfo::ExtendedPackageInfo(Deserializer& d)
 {
 }
 
+ExtendedPackageInfo::ExtendedPackageInfo(PackageInfo const& package, std::string uri, std::string description,
+                                         std::string epoch, std::string group,
+                                         CustomPackageInfo const& customPackageInfo)
+    : PackageInfo(package), uri(std::move(uri)), description(std::move(description)), epoch(std::move(epoch)),
+      group(std::move(group)), customPackageInfo(customPackageInfo)
+{
+}
+
 std::string const& ExtendedPackageInfo::getObjectType() const
 {
     static std::string const TYPE_NAME("ExtendedPackageInfo");

@@ -15,6 +15,13 @@ PackageInfo::PackageInfo(Deserializer& d)
 {
 }
 
+PackageInfo::PackageInfo(BasePackageInfo const& identity, unsigned int installTime, std::string architecture,
+                         VectorObject<BasePackageInfo> const& dependencies)
+    : BasePackageInfo(identity), installTime(installTime), architecture(std::move(architecture)),
+      dependencies(dependencies)
+{
+}
+
 std::string const& PackageInfo::getObjectType() const
 {
     static std::string const TYPE_NAME("PackageInfo");

@@ -13,6 +13,8 @@ class PackageInfo : public BasePackageInfo {
 public:
     PackageInfo();
     explicit PackageInfo(Deserializer& deserializer);
+    PackageInfo(BasePackageInfo const& identity, unsigned int installTime, std::string architecture,
+                VectorObject<BasePackageInfo> const& dependencies);
 
     std::string const& getObjectType() const override;
     SerialObject* clone() const override;

@@ -13,11 +13,20 @@
 #include <rpm/rpmtd.h>
 #include <rpm/rpmts.h>
 
+#include <json/reader.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <dirent.h>
 #include <fcntl.h>
+#include <limits>
 #include <memory>
+#include <optional>
+#include <string_view>
 #include <type_traits>
 
 namespace Velmora {
@@ -161,6 +170,228 @@ bool parseRecord(std::string const& json, T& out)
     }
 }
 
+// What the JSON text of one header holds for the records, as read from it.
+struct HeaderFields {
+    std::string name;
+    std::string version;
+    std::string release;
+    unsigned int installTime = 0;
+    std::string architecture;
+    std::vector<std::string> requireNames;
+    std::vector<std::string> requireVersions;
+    std::string uri;
+    std::string description;
+    std::string epoch;
+    std::string group;
+    CustomPackageInfo customPackageInfo;
+
+    PackageInfo package() const
+    {
+        VectorObject<BasePackageInfo> dependencies;
+        for (std::size_t i = 0; i < requireNames.size(); ++i)
+            dependencies.push_back(
+                BasePackageInfo(requireNames[i], i < requireVersions.size() ? requireVersions[i] : ""));
+        return PackageInfo(BasePackageInfo(name, version, release), installTime, architecture, dependencies);
+    }
+    void assignTo(PackageInfo& out) const { out = package(); }
+    void assignTo(ExtendedPackageInfo& out) const
+    {
+        out = ExtendedPackageInfo(package(), uri, description, epoch, group, customPackageInfo);
+    }
+};
+
+// The member of HeaderFields that a key of the header text fills, with the
+// type of value the record reads there.
+struct FieldSlot {
+    RPMPackager::HeaderInfoType type;
+    std::string* text = nullptr;
+    unsigned int* number = nullptr;
+    std::vector<std::string>* strings = nullptr;
+    CustomPackageInfo* custom = nullptr;
+
+    // Gives the member the empty value of its type.
+    void clear() const
+    {
+        if (text)
+            text->clear();
+        if (number)
+            *number = 0;
+        if (strings)
+            strings->clear();
+        if (custom)
+            *custom = CustomPackageInfo();
+    }
+};
+
+std::optional<FieldSlot> slotOf(std::string_view key, HeaderFields& fields)
+{
+    using Type = RPMPackager::HeaderInfoType;
+    std::pair<std::string_view, std::string*> const texts[] = {
+        {"\"name\":", &fields.name},       {"\"version\":", &fields.version},
+        {"\"release\":", &fields.release}, {"\"architecture\":", &fields.architecture},
+        {"\"URI\":", &fields.uri},         {"\"description\":", &fields.description},
+        {"\"epoch\":", &fields.epoch},     {"\"group\":", &fields.group}};
+    for (auto const& [textKey, member] : texts) {
+        if (key == textKey)
+            return FieldSlot{Type::HEADER_INFO_STRING, member};
+    }
+    if (key == "\"installTime\":")
+        return FieldSlot{Type::HEADER_INFO_NUMBER, nullptr, &fields.installTime};
+    if (key == "\"dependenciename\":")
+        return FieldSlot{Type::HEADER_INFO_STRING_ARRAY, nullptr, nullptr, &fields.requireNames};
+    if (key == "\"dependencieversion\":")
+        return FieldSlot{Type::HEADER_INFO_STRING_ARRAY, nullptr, nullptr, &fields.requireVersions};
+    if (key == "\"customPackageInfo\":")
+        return FieldSlot{Type::HEADER_INFO_JSON, nullptr, nullptr, nullptr, &fields.customPackageInfo};
+    return std::nullopt;
+}
+
+// True when `text` reads back unchanged from between double quotes in JSON:
+// it holds no quote, backslash or control character.
+bool survivesQuotes(char const* text)
+{
+    for (; *text; ++text) {
+        auto const c = static_cast<unsigned char>(*text);
+        if (c < 0x20 || c == '"' || c == '\\')
+            return false;
+    }
+    return true;
+}
+
+bool readText(char const* text, std::string& out)
+{
+    if (!survivesQuotes(text))
+        return false;
+    out = text;
+    return true;
+}
+
+// A number as the record reads it from the text, when the text holds plain
+// decimal digits of an unsigned 32-bit value.
+bool readNumber(char const* text, unsigned int& out)
+{
+    std::size_t const length = std::strlen(text);
+    auto const isDigit = [](char c) { return c >= '0' && c <= '9'; };
+    if (length == 0 || length > 18 || !std::all_of(text, text + length, isDigit))
+        return false;
+    std::uint64_t value = 0;
+    std::from_chars(text, text + length, value);
+    if (value > std::numeric_limits<unsigned int>::max())
+        return false;
+    out = static_cast<unsigned int>(value);
+    return true;
+}
+
+// The strings of a string array tag, when each survives the quotes.
+bool readStrings(rpmtd data, std::vector<std::string>& out)
+{
+    out.clear();
+    rpmtdInit(data);
+    while (char const* text = rpmtdNextString(data)) {
+        if (!survivesQuotes(text))
+            return false;
+        out.emplace_back(text);
+    }
+    return true;
+}
+
+// The package's own object of the description field, when the text is
+// exactly one JSON value: then the header text reads the same value from it,
+// and nothing of it spills over into the keys around it there.
+bool readCustom(char const* text, CustomPackageInfo& out)
+{
+    thread_local std::unique_ptr<Json::CharReader> const reader = [] {
+        Json::CharReaderBuilder builder;
+        builder["collectComments"] = false;
+        builder["allowComments"] = false;
+        builder["failIfExtra"] = true;
+        builder["allowSpecialFloats"] = false;
+        builder["rejectDupKeys"] = false;
+        builder["stackLimit"] = 255; // the header text nests it one level deeper
+        return std::unique_ptr<Json::CharReader>(builder.newCharReader());
+    }();
+    Json::Value value;
+    try {
+        if (!reader->parse(text, text + std::strlen(text), &value, nullptr))
+            return false;
+        Deserializer deserializer(std::move(value));
+        out = CustomPackageInfo(deserializer);
+        return true;
+    } catch (...) { // nesting beyond the stack limit, or a member of the wrong type
+        return false;
+    }
+}
+
+// Fills the field of `row` from the header as the header text would; false
+// when only the text can tell what it reads as.
+bool readField(Header header, RPMPackager::headerTag const& row, HeaderFields& fields)
+{
+    std::optional<FieldSlot> const slot = slotOf(row.key, fields);
+    if (!slot || slot->type != row.type)
+        return false;
+    TagData data(rpmtdNew());
+    Text formatted;
+    if (data && headerGet(header, row.tag, data.get(), HEADERGET_MINMEM))
+        formatted.reset(rpmtdFormat(data.get(), RPMTD_FORMAT_STRING, nullptr));
+    if (!formatted) {
+        // The text holds the row's default: only the empty value of the type keeps the member empty.
+        static char const* const EMPTY[] = {"0", "\"\"", "[]", "{}"}; // by HeaderInfoType
+        slot->clear();
+        return std::strcmp(row.defaultValue, EMPTY[row.type]) == 0;
+    }
+    switch (row.type) {
+    case RPMPackager::HEADER_INFO_NUMBER:
+        return readNumber(formatted.get(), *slot->number);
+    case RPMPackager::HEADER_INFO_STRING:
+        return readText(formatted.get(), *slot->text);
+    case RPMPackager::HEADER_INFO_STRING_ARRAY:
+        return readStrings(data.get(), *slot->strings);
+    case RPMPackager::HEADER_INFO_JSON:
+        return readCustom(formatted.get(), *slot->custom);
+    }
+    return false;
+}
+
+// The record that the header's JSON text would give, built from the same
+// values without writing and parsing the text; false, with `out` untouched,
+// when a value needs the text.
+template <class T>
+bool directRecord(Header header, std::vector<RPMPackager::headerTag> const& tags, T& out)
+{
+    HeaderFields fields;
+    for (RPMPackager::headerTag const& row : tags) {
+        if (!readField(header, row, fields))
+            return false;
+    }
+    fields.assignTo(out);
+    return true;
+}
+
+// Releases a database hold on every way out of a pass.
+class DatabaseHold {
+public:
+    DatabaseHold(RPMPackager& packager, void* handle) : packager(packager), handle(handle) {}
+    ~DatabaseHold() { packager.releaseDB(handle); }
+    DatabaseHold(DatabaseHold const&) = delete;
+    DatabaseHold& operator=(DatabaseHold const&) = delete;
+
+private:
+    RPMPackager& packager;
+    void* handle;
+};
+
+timespec coarseNow()
+{
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME_COARSE, &now);
+    return now;
+}
+
+std::int64_t nanoseconds(timespec const& time)
+{
+    return static_cast<std::int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
+}
+
 } // namespace
 
 RPMPackager::RPMPackager() : dbMutex("Packager") { rpmlogSetMask(RPMLOG_UPTO(RPMLOG_ERR)); }
@@ -177,6 +408,7 @@ void RPMPackager::freeTransactionSet()
     if (transactionSet)
         rpmtsFree(transactionSet);
     transactionSet = nullptr;
+    knownFiles.clear();
 }
 
 std::string RPMPackager::expandPath(std::string const& path, std::string const& fallback)
@@ -312,13 +544,20 @@ void RPMPackager::formatRPMDependencies(std::string& json)
     }
 }
 
-void RPMPackager::getRPMDBEntries(std::vector<headerTag> const& tags, rpmTagVal filterTag,
-                                  VectorObject<std::string> const& values, VectorObject<std::string>& out)
+template <class T>
+bool RPMPackager::headerRecord(Header header, std::vector<headerTag> const& tags, T& out, bool& direct)
+{
+    direct = directRecord(header, tags, out);
+    return direct || parseRecord(headerToJson(header, tags), out);
+}
+
+template <class Visit>
+void RPMPackager::forEachDBHeader(rpmTagVal filterTag, VectorObject<std::string> const& values, Visit visit)
 {
     void* handle = nullptr;
     if (!acquireDB(&handle))
         return;
-    out.clear();
+    DatabaseHold const hold(*this, handle);
     Iterator iterator(rpmtsInitIterator(static_cast<rpmts>(handle), RPMDBI_PACKAGES, nullptr, 0));
     bool filtered = true;
     if (iterator && !values.empty()) {
@@ -332,31 +571,18 @@ void RPMPackager::getRPMDBEntries(std::vector<headerTag> const& tags, rpmTagVal 
         Header header = rpmdbNextIterator(iterator.get());
         if (!header)
             break;
-        out.push_back(headerToJson(header, tags));
+        visit(header);
     }
-    iterator.reset();
-    releaseDB(handle);
 }
 
-void RPMPackager::readFileEntry(rpmts ts, std::string const& path, std::vector<headerTag> const& tags,
-                                std::string& out)
-{
-    out.clear();
-    File file(Fopen(path.c_str(), "r.ufdio"));
-    if (!file || Ferror(file.get()))
-        return;
-    Header raw = nullptr;
-    rpmReadPackageFile(ts, file.get(), path.c_str(), &raw);
-    HeaderHandle header(raw);
-    if (header)
-        out = headerToJson(header.get(), tags);
-}
-
+// A single record is rare and goes the text way: every matching header is
+// formatted, and the first one read.
 template <class T>
 T RPMPackager::getRPMInfo(std::string const& name, std::vector<headerTag> const& tags)
 {
     VectorObject<std::string> entries;
-    getRPMDBEntries(tags, RPMTAG_NAME, VectorObject<std::string>{name}, entries);
+    forEachDBHeader(RPMTAG_NAME, VectorObject<std::string>{name},
+                    [&](Header header) { entries.push_back(headerToJson(header, tags)); });
     T record;
     if (entries.empty() || !parseRecord(entries.front(), record))
         return T();
@@ -368,20 +594,68 @@ void RPMPackager::getRPMInfoList(PackageInfoListRequest const& request, VectorOb
                                  std::vector<headerTag> const& tags)
 {
     out.clear();
-    VectorObject<std::string> entries;
-    getRPMDBEntries(tags, RPMTAG_GROUP, request.getGroups(), entries);
-    for (std::string const& entry : entries) {
-        T record;
-        if (parseRecord(entry, record))
-            out.push_back(std::move(record));
-    }
+    forEachDBHeader(RPMTAG_GROUP, request.getGroups(), [&](Header header) {
+        bool direct = false;
+        out.emplace_back(); // built in place: a record copies its lists when it moves
+        if (!headerRecord(header, tags, out.back(), direct))
+            out.pop_back();
+    });
 }
 
-ExtendedPackageInfo RPMPackager::fileRecord(std::string const& json)
+std::optional<RPMPackager::FileIdentity> RPMPackager::FileIdentity::of(std::string const& path)
 {
-    ExtendedPackageInfo record;
-    if (json.empty() || !parseRecord(json, record))
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0)
+        return std::nullopt;
+    return FileIdentity{status.st_dev, status.st_ino, status.st_size, status.st_mtim, status.st_ctim};
+}
+
+bool RPMPackager::FileIdentity::operator==(FileIdentity const& other) const
+{
+    return device == other.device && inode == other.inode && size == other.size &&
+           nanoseconds(modified) == nanoseconds(other.modified) && nanoseconds(changed) == nanoseconds(other.changed);
+}
+
+// Stamps without a fraction may come from a filesystem that keeps whole
+// seconds, or two (FAT); others keep at most 10 ms.
+bool RPMPackager::FileIdentity::settledBefore(timespec const& now) const
+{
+    std::int64_t const unit = changed.tv_nsec == 0 ? 2'000'000'000 : 10'000'000;
+    return nanoseconds(changed) + unit < nanoseconds(now);
+}
+
+ExtendedPackageInfo RPMPackager::readFileRecord(rpmts ts, std::string const& path, bool& direct)
+{
+    direct = false;
+    File file(Fopen(path.c_str(), "r.ufdio"));
+    if (!file || Ferror(file.get()))
         return ExtendedPackageInfo();
+    Header raw = nullptr;
+    rpmReadPackageFile(ts, file.get(), path.c_str(), &raw);
+    HeaderHandle header(raw);
+    ExtendedPackageInfo record;
+    if (!header || !headerRecord(header.get(), extendedPackageInfoHeaderTags, record, direct))
+        return ExtendedPackageInfo();
+    return record;
+}
+
+// Only records built without the text are remembered: a file whose reading
+// printed a message prints it again on every refresh, as it always did.
+ManifestPackageInfo RPMPackager::fileRecord(rpmts ts, std::string const& path, KnownFiles& still)
+{
+    timespec const now = coarseNow(); // before the file's state: a later change is stamped after it
+    std::optional<FileIdentity> const identity = FileIdentity::of(path);
+    auto const known = knownFiles.find(path);
+    if (identity && known != knownFiles.end() && known->second.identity == *identity) {
+        ManifestPackageInfo record = known->second.record;
+        still.emplace(path, std::move(known->second));
+        return record;
+    }
+    bool direct = false;
+    ExtendedPackageInfo const info = readFileRecord(ts, path, direct);
+    ManifestPackageInfo record(info.getName(), path, info.getDependencies(), info.getGroup());
+    if (identity && direct && identity->settledBefore(now))
+        still.emplace(path, KnownFile{*identity, record});
     return record;
 }
 
@@ -427,25 +701,27 @@ void RPMPackager::getFilePackageInfoList(PackageInfoListRequest const& request,
     out.clear();
     // One database hold for the whole directory: opening the database per
     // file would cost more than reading the files.
-    std::vector<std::string> entries(paths.size());
+    std::vector<ManifestPackageInfo> records;
+    records.reserve(paths.size());
     void* handle = nullptr;
     if (!acquireDB(&handle))
         return;
-    for (std::size_t i = 0; i < paths.size(); ++i)
-        readFileEntry(static_cast<rpmts>(handle), paths[i], extendedPackageInfoHeaderTags, entries[i]);
-    releaseDB(handle);
+    {
+        DatabaseHold const hold(*this, handle);
+        KnownFiles still;
+        for (std::string const& path : paths)
+            records.push_back(fileRecord(static_cast<rpmts>(handle), path, still));
+        knownFiles = std::move(still); // files that vanished or changed are forgotten
+    }
 
     VectorObject<std::string> const& groups = request.getGroups();
-    for (std::size_t i = 0; i < paths.size(); ++i) {
-        std::string const& path = paths[i];
-        ExtendedPackageInfo const info = fileRecord(entries[i]);
-        ManifestPackageInfo const record(info.getName(), path, info.getDependencies(), info.getGroup());
+    for (ManifestPackageInfo& record : records) {
         if (groups.empty()) {
-            out.push_back(record);
+            out.push_back(std::move(record));
             continue;
         }
         for (std::string const& group : groups) {
-            if (group == info.getGroup())
+            if (group == record.getGroup())
                 out.push_back(record);
         }
     }

@@ -7,9 +7,16 @@
 // assembled here and handed to the record's deserialising constructor. Read
 // failures never throw: they give a default record or an empty list.
 //
+// Where every value of a header reads back from that text unchanged, the
+// record is built from the values directly, without the text; the text is
+// written and parsed only for headers whose values it would alter or break.
+// Repository files are remembered by path and identity (device, inode, size,
+// mtime, ctime), so that a refresh reads again only the files that changed.
+//
 // Threads: dbMutex makes the database a single-user resource, held from
-// acquireDB to releaseDB across a whole pass. Any thread may query; the load
-// operations belong to start-up. The transaction set is owned.
+// acquireDB to releaseDB across a whole pass; it also guards the remembered
+// files. Any thread may query; the load operations belong to start-up. The
+// transaction set is owned.
 #pragma once
 
 #include "Mutex.h"
@@ -18,7 +25,10 @@
 #include <rpm/rpmtag.h>
 #include <rpm/rpmtypes.h>
 
+#include <optional>
 #include <string>
+#include <sys/stat.h>
+#include <unordered_map>
 #include <vector>
 
 namespace Velmora {
@@ -79,19 +89,50 @@ protected:
     bool closeDataBase();
 
 private:
+    // One state of a file: while these are unchanged, so are its bytes.
+    struct FileIdentity {
+        // The identity of the file `path` names now; none when it can't be read.
+        static std::optional<FileIdentity> of(std::string const& path);
+        bool operator==(FileIdentity const& other) const;
+        // True when a change of the file after `now` can't leave the same
+        // identity: its ctime lies before `now` by more than the unit in which
+        // the filesystem stamps changes.
+        bool settledBefore(timespec const& now) const;
+
+        dev_t device = 0;
+        ino_t inode = 0;
+        off_t size = 0;
+        timespec modified{};
+        timespec changed{};
+    };
+    // A repository file's record, as read when the file had `identity`.
+    struct KnownFile {
+        FileIdentity identity;
+        ManifestPackageInfo record;
+    };
+    using KnownFiles = std::unordered_map<std::string, KnownFile>;
+
     // Appends the value of `tag` formatted by `type`; false when the header
     // has no such tag or (JSON) the value doesn't parse.
     static bool getRPMHeaderData(Header header, rpmTagVal tag, HeaderInfoType type, std::string& out);
     static std::string headerToJson(Header header, std::vector<headerTag> const& tags);
-    // The JSON of one package file read with `ts`, the database lock held; empty when it is no package.
-    static void readFileEntry(rpmts ts, std::string const& path, std::vector<headerTag> const& tags,
-                              std::string& out);
-    static ExtendedPackageInfo fileRecord(std::string const& json);
-    void getRPMDBEntries(std::vector<headerTag> const& tags, rpmTagVal filterTag,
-                         VectorObject<std::string> const& values, VectorObject<std::string>& out);
+    // The record of one header; false when its text doesn't make one. `direct`
+    // tells whether it was built without the text (and so without a message).
+    template <class T>
+    static bool headerRecord(Header header, std::vector<headerTag> const& tags, T& out, bool& direct);
+    // The record of the package file at `path`, read with `ts` under the
+    // database lock; a default record when it is no package.
+    static ExtendedPackageInfo readFileRecord(rpmts ts, std::string const& path, bool& direct);
+    // The manifest record of `path`, from `knownFiles` while the file is
+    // unchanged, else read; files worth remembering go into `still`.
+    ManifestPackageInfo fileRecord(rpmts ts, std::string const& path, KnownFiles& still);
+    // Calls `visit` for each header of the database that `values` select, under one database hold.
+    template <class Visit>
+    void forEachDBHeader(rpmTagVal filterTag, VectorObject<std::string> const& values, Visit visit);
     // The configured path of one load operation, macro-expanded: `path`, else
     // `fallback`, else empty.
     static std::string expandPath(std::string const& path, std::string const& fallback);
+    // Also forgets the remembered files: what a file reads as depends on the configuration.
     void freeTransactionSet();
 
     template <class T>
@@ -102,6 +143,7 @@ private:
 
     rpmts transactionSet = nullptr; // guarded by dbMutex
     Mutex dbMutex;
+    KnownFiles knownFiles; // guarded by dbMutex
 };
 
 } // namespace Velmora

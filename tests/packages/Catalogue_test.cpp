@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <chrono>
 #include <fstream>
+#include <map>
 #include <thread>
 
 using namespace Velmora;
@@ -132,6 +133,68 @@ TEST_F(Catalogue, ConcurrentReadersShareTheDatabaseLock)
     for (auto& reader : readers)
         reader.join();
     EXPECT_EQ(25, good);
+}
+
+// Serialised records by name, those without a name left out.
+template <class List>
+std::map<std::string, std::string> byName(List const& list)
+{
+    std::map<std::string, std::string> out;
+    for (auto const& info : list)
+        if (!info.getName().empty())
+            out[info.getName()] = info.serialize();
+    return out;
+}
+
+// A list builds its records from the header values directly where the header
+// text would read them back unchanged, and goes through the text otherwise; a
+// read by name always goes through the text. Both must agree, also for values
+// that the text changes (escapes), breaks (quotes, a trailing comment, a
+// member of the wrong type) or reads more into (a description that adds a key).
+TEST(CatalogueRecords, ListsAgreeWithReadsByNameForOddHeaderValues)
+{
+    PackageWorld world;
+    std::vector<std::string> const keys{"apple",     "Banana",   "cherry", "quoted", "escaped",
+                                        "accented",  "commented", "injector", "number", "mistyped"};
+    std::vector<std::filesystem::path> files;
+    for (std::string const& key : keys)
+        files.push_back(PackageWorld::package(key));
+    world.installWithTool(files);
+    RPMPackager packager;
+    packager.init("", "", "");
+
+    VectorObject<ExtendedPackageInfo> extended;
+    packager.getExtendedPackageInfoList(PackageInfoListRequest({}), extended);
+    VectorObject<PackageInfo> plain;
+    packager.getPackageInfoList(PackageInfoListRequest({}), plain);
+    VectorObject<ExtendedPackageInfo> extendedByName;
+    VectorObject<PackageInfo> plainByName;
+    for (std::string const& key : keys) {
+        extendedByName.push_back(packager.getExtendedPackageInfo(key));
+        plainByName.push_back(packager.getPackageInfo(key));
+    }
+    auto const listed = byName(extended);
+    EXPECT_EQ(byName(extendedByName), listed);
+    EXPECT_EQ(byName(plainByName), byName(plain));
+    EXPECT_EQ(keys.size(), plain.size());
+
+    std::vector<std::string> names;
+    for (auto const& [name, text] : listed)
+        names.push_back(name);
+    EXPECT_EQ((std::vector<std::string>{"Banana", "accented", "apple", "cherry", "escaped", "evil", "number"}), names);
+    auto find = [&](std::string const& name) -> ExtendedPackageInfo const& {
+        return *std::find_if(extended.begin(), extended.end(), [&](auto const& info) { return info.getName() == name; });
+    };
+    EXPECT_EQ("tab\there", find("escaped").getDescription());
+    EXPECT_EQ("caf\xc3\xa9 cr\xc3\xa8me", find("accented").getDescription());
+    EXPECT_EQ("http://caf\xc3\xa9.example/", find("accented").getCustomPackageInfo().getApplicationURL());
+    auto const& dependencies = find("accented").getDependencies();
+    auto const base = std::find_if(dependencies.begin(), dependencies.end(),
+                                   [](BasePackageInfo const& dependency) { return dependency.getName() == "base"; });
+    ASSERT_NE(dependencies.end(), base);
+    EXPECT_EQ("", base->getVersion()) << "a requirement without a version";
+    EXPECT_EQ("http://i.example/", find("evil").getCustomPackageInfo().getApplicationURL());
+    EXPECT_EQ("", find("number").getCustomPackageInfo().getApplicationURL());
 }
 
 // A database that can't be opened keeps its lock on purpose: later readers

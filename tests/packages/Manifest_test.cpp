@@ -10,9 +10,13 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <mutex>
+#include <sys/stat.h>
+#include <thread>
 
 using namespace Velmora;
 using VelmoraTest::eventually;
@@ -112,6 +116,62 @@ TEST(Manifest, FollowsFilesThatAppearChangeAndVanish)
     packager.refresh();
     EXPECT_EQ((std::vector<std::string>{"apple"}), manifestNames(packager));
     EXPECT_EQ("", packager.getManifestPackageInfo("fig").getPath());
+}
+
+// Writes the package of `key` to `target`, in place when it exists, padded
+// with zeros to `size`: the header reader never sees the padding, so
+// different packages can make files of one size.
+void writePadded(std::string const& key, fs::path const& target, std::size_t size)
+{
+    std::ifstream in(PackageWorld::package(key), std::ios::binary);
+    std::string bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    ASSERT_LT(bytes.size(), size);
+    bytes.resize(size, '\0');
+    std::ofstream(target, std::ios::binary | std::ios::trunc) << bytes;
+}
+
+ino_t inodeOf(fs::path const& path)
+{
+    struct stat status {};
+    stat(path.c_str(), &status);
+    return status.st_ino;
+}
+
+// Unchanged files are not read again. A file counts as unchanged only while
+// its inode, size, mtime and ctime all stay: a rewrite in place with the old
+// size and mtime put back, or another file renamed over it with the same size
+// and mtime, is read again.
+TEST(Manifest, RereadsFilesChangedBehindTheSameSizeAndMtime)
+{
+    PackageWorld world;
+    StillPackager packager;
+    std::size_t const size = 64 * 1024;
+    fs::path const file = world.repository() / "slot.rpm";
+    auto settleAndRefreshTwice = [&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50)); // old enough to be remembered
+        packager.refresh();
+        packager.refresh();
+    };
+    writePadded("apple", file, size);
+    settleAndRefreshTwice();
+    ASSERT_EQ(file.string(), packager.getPackageURI("apple"));
+
+    auto const stamp = fs::last_write_time(file);
+    ino_t const inode = inodeOf(file);
+    writePadded("date", file, size);
+    fs::last_write_time(file, stamp);
+    ASSERT_EQ(inode, inodeOf(file));
+    packager.refresh();
+    EXPECT_EQ(file.string(), packager.getPackageURI("date"));
+
+    settleAndRefreshTwice();
+    fs::path const staging = world.root() / "staging.rpm";
+    writePadded("fig", staging, size);
+    fs::last_write_time(staging, fs::last_write_time(file));
+    fs::rename(staging, file);
+    packager.refresh();
+    EXPECT_EQ(file.string(), packager.getPackageURI("fig"));
+    EXPECT_EQ("Velmora/App", packager.getPackageGroup("fig"));
 }
 
 TEST(Manifest, NeighboursThatVanishTogetherGoInTwoRefreshes)

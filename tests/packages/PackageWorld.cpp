@@ -27,6 +27,14 @@ std::map<std::string, PackageSpec> const& catalogue()
         {"fig2", {"fig", "2.0", "Velmora/App", "{}", {"base >= 2"}}},
         {"needy", {"needy", "1.0", "Velmora/App", "{}", {"missing-thing >= 1"}}},
         {"base", {"base", "2.0", "Velmora/Base", "{}", {}}},
+        // Values that the header text changes, breaks or reads more into.
+        {"escaped", {"escaped", "1.0", "Velmora/Odd", "{}", {}, R"(tab\there)"}},
+        {"accented", {"accented", "1.0", "Velmora/Odd", R"({"applicationURL":"http://caf\u00e9.example/"})", {"base"},
+                      "caf\xc3\xa9 cr\xc3\xa8me"}},
+        {"commented", {"commented", "1.0", "Velmora/Odd", R"({"applicationURL":"http://c.example/"} // note)", {}}},
+        {"injector", {"injector", "1.0", "Velmora/Odd", R"({"applicationURL":"http://i.example/"}, "name":"evil")", {}}},
+        {"number", {"number", "1.0", "Velmora/Odd", "42", {}}},
+        {"mistyped", {"mistyped", "1.0", "Velmora/Odd", R"({"applicationURL":7})", {}}},
     };
     return specs;
 }
@@ -43,7 +51,7 @@ std::string specText(PackageSpec const& spec, bool subpackage)
     std::string text = header + (subpackage ? "" : "Name: " + spec.name + "\nVersion: " + spec.version +
                                                        "\nRelease: 1\nLicense: none\nBuildArch: noarch\n"
                                                        "AutoReqProv: no\n");
-    text += "Summary: summary of " + spec.name + "\nGroup: " + spec.group + "\nURL: http://example.invalid/" +
+    text += "Summary: " + (spec.summary.empty() ? "summary of " + spec.name : spec.summary) + "\nGroup: " + spec.group + "\nURL: http://example.invalid/" +
             spec.name + "\n";
     for (std::string const& requirement : spec.requires_)
         text += "Requires: " + requirement + "\n";

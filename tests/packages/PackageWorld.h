@@ -17,6 +17,7 @@ struct PackageSpec {
     std::string group;
     std::string description;
     std::vector<std::string> requires_;
+    std::string summary = ""; // empty: "summary of <name>"
 };
 
 class PackageWorld {
