@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cctype>
+#include <numeric>
+#include <vector>
 
 namespace Velmora {
 
@@ -12,12 +14,6 @@ std::string lowerCase(std::string text)
     for (char& c : text)
         c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     return text;
-}
-
-template <class Record>
-bool comparePackageInfoAlphabetically(Record const& a, Record const& b)
-{
-    return lowerCase(a.getName()) < lowerCase(b.getName());
 }
 
 template <class Record>
@@ -34,26 +30,45 @@ bool comparePackageInfoChronologically<ManifestPackageInfo>(ManifestPackageInfo 
     return false;
 }
 
+// The positions of `list` in the order the request asks for. Sorting
+// positions rather than records keeps records from being copied on every
+// exchange, and each name is lower-cased once rather than per comparison.
 template <class Record>
-void sortInfo(PackageInfoListRequest const& request, VectorObject<Record>& list)
+std::vector<std::size_t> sortedOrder(PackageInfoListRequest const& request, VectorObject<Record> const& list)
 {
-    bool (*compare)(Record const&, Record const&) = comparePackageInfoAlphabetically<Record>;
-    if (request.getSortOrder() == IPackageManager::SORT_BY_DATE)
-        compare = comparePackageInfoChronologically<Record>;
-    std::sort(list.begin(), list.end(), compare);
+    std::vector<std::size_t> order(list.size());
+    std::iota(order.begin(), order.end(), 0);
+    if (request.getSortOrder() == IPackageManager::SORT_BY_DATE) {
+        std::sort(order.begin(), order.end(), [&list](std::size_t a, std::size_t b) {
+            return comparePackageInfoChronologically(list[a], list[b]);
+        });
+        return order;
+    }
+    std::vector<std::string> keys;
+    keys.reserve(list.size());
+    for (Record const& record : list)
+        keys.push_back(lowerCase(record.getName()));
+    std::sort(order.begin(), order.end(), [&keys](std::size_t a, std::size_t b) { return keys[a] < keys[b]; });
+    return order;
 }
 
 } // namespace
 
+// Paging works on the positions, so that only the records of the page are moved.
 template <class Record>
 void MasterPackageManager::_groomList(PackageInfoListRequest const& request, VectorObject<Record>& list)
 {
-    sortInfo(request, list);
-    if (request.getStart() < list.size())
-        list.erase(list.begin(), list.begin() + request.getStart());
+    std::vector<std::size_t> order = sortedOrder(request, list);
+    if (request.getStart() < order.size())
+        order.erase(order.begin(), order.begin() + request.getStart());
     auto const limit = static_cast<unsigned int>(request.getNbItems());
-    if (request.getNbItems() != 0 && limit < list.size())
-        list.resize(limit);
+    if (request.getNbItems() != 0 && limit < order.size())
+        order.resize(limit);
+    std::vector<Record> groomed;
+    groomed.reserve(order.size());
+    for (std::size_t position : order)
+        groomed.push_back(std::move(list[position]));
+    static_cast<std::vector<Record>&>(list).swap(groomed);
 }
 
 template void MasterPackageManager::_groomList(PackageInfoListRequest const&, VectorObject<PackageInfo>&);
