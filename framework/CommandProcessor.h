@@ -15,6 +15,7 @@
 #include "ReturnCode.h"
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
@@ -79,6 +80,10 @@ protected:
     void requestStop() override;
 
 private:
+    // How long a waiting caller, and an idle loop, look for the other side
+    // before they sleep.
+    static constexpr auto SPIN_TIME = std::chrono::microseconds(50);
+
     // A caller waiting in executeCommand. It first spins for a moment, since
     // most commands end within microseconds and a sleep and wake-up costs more
     // than that; only then does it sleep on its own condition. `done` is
@@ -103,8 +108,9 @@ private:
     static void run(Command* command);
     bool runDuePeriodic(std::unique_lock<std::mutex>& lock);
     void waitForWork(std::unique_lock<std::mutex>& lock);
+    bool spinForWork(std::unique_lock<std::mutex>& lock);
+    void enqueue(Entry const& entry); // called with the mutex held
     void discardQueue(std::unique_lock<std::mutex>& lock);
-    void wakeIfIdle(); // called with the mutex held
 
     std::mutex mutex;
     std::condition_variable wakeUp;
@@ -117,6 +123,9 @@ private:
     bool loopStarted = false;
     bool idle = false; // the loop waits for work; guarded by mutex
     bool stopping = false;
+    // Mirrors `!queue.empty() || stopping` for a loop that spins before it
+    // sleeps; written under the mutex, read without it.
+    std::atomic<bool> workPending{false};
 };
 
 } // namespace Velmora

@@ -90,6 +90,11 @@ ISettingsDB::AttributeValuePair::AttributeValuePair(std::string const& attribute
 {
 }
 
+ISettingsDB::AttributeValuePair::AttributeValuePair(std::string attribute, std::unique_ptr<SerialObject> value)
+    : attribute(std::move(attribute)), value(std::move(value))
+{
+}
+
 ISettingsDB::AttributeValuePair::AttributeValuePair(Deserializer& d)
     : attribute(deserialize<std::string>("attribute", d)), value(readValue(d))
 {

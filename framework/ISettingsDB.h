@@ -66,6 +66,8 @@ public:
     class AttributeValuePair : public SerialObject {
     public:
         AttributeValuePair(std::string const& attribute, SerialObject const& value);
+        // Takes over a value read from a store, sparing the copy; `value` is not null.
+        AttributeValuePair(std::string attribute, std::unique_ptr<SerialObject> value);
         // As for EntityAttributeValueTriplet.
         explicit AttributeValuePair(Deserializer& deserializer);
         AttributeValuePair(AttributeValuePair const& other);

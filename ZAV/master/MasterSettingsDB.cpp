@@ -82,13 +82,13 @@ VectorObject<ISettingsDB::AttributeValuePair> MasterSettingsDB::_getCurrentValue
     EAVStore::AttributeValueList stored = currentStore.getAttributeValueList(entity);
     VectorObject<AttributeValuePair> result;
     result.reserve(stored.size());
-    for (auto const& [attribute, text] : stored) {
-        std::shared_ptr<SerialObject> object(createSerialObject(text));
+    for (auto& [attribute, text] : stored) {
+        std::unique_ptr<SerialObject> object(createSerialObject(text));
         if (!object) {
             VLOG(DebugLevelError, "createSerialObject failed\n");
             throwException(MODULE, __LINE__, "_getCurrentValues", ReturnGenericFailure);
         }
-        result.emplace_back(attribute, *object);
+        result.emplace_back(std::move(attribute), std::move(object));
     }
     return result;
 }

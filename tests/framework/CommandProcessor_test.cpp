@@ -114,6 +114,23 @@ TEST(CommandProcessor, RunsCommandsFromManyThreadsOneAtATimeInArrivalOrderPerThr
         EXPECT_EQ(i, next[thread]++) << "thread " << thread;
 }
 
+// The idle loop spins for a moment before it sleeps, and a sender wakes it only
+// once it sleeps: work sent at every moment around that change must still run.
+TEST(CommandProcessor, WorkSentAsTheLoopStopsSpinningAndFallsAsleepIsNeverLost)
+{
+    Processor processor;
+    processor.init();
+    std::atomic<int> runs{0};
+    for (int gap = 0; gap < 400; ++gap) {
+        std::this_thread::sleep_for(std::chrono::microseconds(gap / 2));
+        processor.queueCommand(new LambdaCommand(&processor, [&runs] { ++runs; }), true);
+        auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+        while (runs.load() <= gap && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::yield();
+        ASSERT_EQ(runs.load(), gap + 1) << "a command sent after a pause of " << gap / 2 << " us never ran";
+    }
+}
+
 TEST(CommandProcessor, ExecuteBlocksUntilTheCommandHasRunAndReturnsItsStatus)
 {
     Processor processor;
