@@ -9,8 +9,10 @@ static char const MODULE[] = "RPCRegistry";
 
 RPCRegistry& RPCRegistry::getInstance()
 {
-    static RPCRegistry instance;
-    return instance;
+    // Never destroyed: bus threads may still report while an exiting process
+    // runs its static destructors.
+    static RPCRegistry* const instance = new RPCRegistry();
+    return *instance;
 }
 
 void RPCRegistry::bind(std::string const& uid, IRegistrationListener* listener)
