@@ -2,7 +2,7 @@
 
 #include "DebugPrint.h"
 #include "Exception.h"
-#include "RPCAsio.h"
+#include "RPCAcceptor.h"
 
 #include <cerrno>
 #include <deque>
@@ -18,7 +18,6 @@ static char const MODULE[] = "UnixEndpoint";
 
 namespace asio = boost::asio;
 using Protocol = asio::local::stream_protocol;
-using Strand = asio::strand<asio::io_context::executor_type>;
 
 namespace {
 
@@ -188,69 +187,22 @@ private:
     bool closeAfterWrite = false;
 };
 
-class UnixListener : public RPCListener, public std::enable_shared_from_this<UnixListener> {
+// The endpoint's listener: the acceptor, and the socket's name, removed at close.
+class UnixListener : public RPCListener {
 public:
-    UnixListener(std::shared_ptr<RPCIoContext::Impl> loop, std::string const& path, RPCConnection::IHandler& handler)
-        : loop(std::move(loop)), io(this->loop->io), strand(asio::make_strand(io)), acceptor(strand), retryTimer(strand), path(path), handler(handler)
+    UnixListener(std::shared_ptr<RPCAcceptor<Protocol>> acceptor, std::string path)
+        : acceptor(std::move(acceptor)), path(std::move(path))
     {
     }
-
-    void open()
-    {
-        acceptor.open(Protocol());
-        acceptor.bind(Protocol::endpoint(path));
-        acceptor.listen(asio::socket_base::max_listen_connections);
-        asio::dispatch(strand, [self = shared_from_this()] { self->acceptNext(); });
-    }
-
     void close() override
     {
         ::unlink(path.c_str());
-        asio::dispatch(strand, [self = shared_from_this()] {
-            boost::system::error_code ignored;
-            self->retryTimer.cancel();
-            self->acceptor.close(ignored);
-        });
+        acceptor->close();
     }
 
 private:
-    void acceptNext()
-    {
-        acceptor.async_accept(asio::make_strand(io), [self = shared_from_this()](boost::system::error_code error,
-                                                                                  Protocol::socket socket) {
-            self->onAccept(error, std::move(socket));
-        });
-    }
-
-    void onAccept(boost::system::error_code error, Protocol::socket socket)
-    {
-        if (error == asio::error::operation_aborted || !acceptor.is_open())
-            return;
-        if (error) {
-            // Out of descriptors, most likely: wait a little instead of spinning.
-            VLOG(DebugLevelWarning, "onAccept(): %s\n", error.message().c_str());
-            retryTimer.expires_after(std::chrono::milliseconds(100));
-            retryTimer.async_wait([self = shared_from_this()](boost::system::error_code waitError) {
-                if (!waitError)
-                    self->acceptNext();
-            });
-            return;
-        }
-        auto connection = std::make_shared<UnixLineConnection>(handler, loop, std::move(socket));
-        if (handler.handleOpened(connection))
-            connection->start();
-        else
-            connection->close();
-        acceptNext();
-    }
-
-    std::shared_ptr<RPCIoContext::Impl> loop; // first: outlives the acceptor
-    asio::io_context& io;
-    Strand strand;
-    Protocol::acceptor acceptor;
-    asio::steady_timer retryTimer;
+    std::shared_ptr<RPCAcceptor<Protocol>> acceptor;
     std::string path;
-    RPCConnection::IHandler& handler;
 };
 
 void checkPathLength(std::string const& path, char const* operation)
@@ -295,14 +247,21 @@ std::shared_ptr<RPCListener> UnixEndpoint::listen(RPCIoContext& context, std::st
 {
     checkPathLength(path, "listen");
     reclaimPath(path);
-    auto listener = std::make_shared<UnixListener>(context.impl(), path, handler);
+    std::shared_ptr<RPCIoContext::Impl> loop = context.impl();
+    auto acceptor = std::make_shared<RPCAcceptor<Protocol>>(loop, [loop, &handler](Protocol::socket socket) {
+        auto connection = std::make_shared<UnixLineConnection>(handler, loop, std::move(socket));
+        if (handler.handleOpened(connection))
+            connection->start();
+        else
+            connection->close();
+    });
     try {
-        listener->open();
+        acceptor->open(Protocol::endpoint(path));
     } catch (boost::system::system_error const& e) {
         VLOG(DebugLevelError, "listen(): %s: %s\n", path.c_str(), e.what());
         throwException(MODULE, __LINE__, "listen", ReturnGenericFailure);
     }
-    return listener;
+    return std::make_shared<UnixListener>(acceptor, path);
 }
 
 std::shared_ptr<RPCConnection> UnixEndpoint::connect(RPCIoContext& context, std::string const& path,

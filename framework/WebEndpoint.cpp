@@ -2,7 +2,7 @@
 
 #include "DebugPrint.h"
 #include "Exception.h"
-#include "RPCAsio.h"
+#include "RPCAcceptor.h"
 
 #include <boost/beast/core.hpp>
 #include <boost/beast/http.hpp>
@@ -222,78 +222,15 @@ private:
     WebEndpoint::PayloadHandler payload;
 };
 
-class WebListener : public RPCListener, public std::enable_shared_from_this<WebListener> {
-public:
-    WebListener(std::shared_ptr<RPCIoContext::Impl> loop, RPCConnection::IHandler& handler,
-                WebEndpoint::PayloadHandler payload)
-        : loop(std::move(loop)), io(this->loop->io), strand(asio::make_strand(io)), acceptor(strand), retryTimer(strand), handler(handler),
-          payload(std::move(payload))
-    {
-    }
-
-    void open(tcp::endpoint const& endpoint)
-    {
-        acceptor.open(endpoint.protocol());
-        acceptor.set_option(asio::socket_base::reuse_address(true));
-        acceptor.bind(endpoint);
-        acceptor.listen(asio::socket_base::max_listen_connections);
-        port = acceptor.local_endpoint().port();
-        asio::dispatch(strand, [self = shared_from_this()] { self->acceptNext(); });
-    }
-
-    void close() override
-    {
-        asio::dispatch(strand, [self = shared_from_this()] {
-            boost::system::error_code ignored;
-            self->retryTimer.cancel();
-            self->acceptor.close(ignored);
-        });
-    }
-
-    unsigned short getPort() const override { return port; }
-
-private:
-    void acceptNext()
-    {
-        acceptor.async_accept(asio::make_strand(io), [self = shared_from_this()](boost::system::error_code error,
-                                                                                  tcp::socket socket) {
-            self->onAccept(error, std::move(socket));
-        });
-    }
-
-    void onAccept(boost::system::error_code error, tcp::socket socket)
-    {
-        if (error == asio::error::operation_aborted || !acceptor.is_open())
-            return;
-        if (error) {
-            VLOG(DebugLevelWarning, "onAccept(): %s\n", error.message().c_str());
-            retryTimer.expires_after(std::chrono::milliseconds(100));
-            retryTimer.async_wait([self = shared_from_this()](boost::system::error_code waitError) {
-                if (!waitError)
-                    self->acceptNext();
-            });
-            return;
-        }
-        std::make_shared<HttpSession>(loop, std::move(socket), handler, payload)->readNext();
-        acceptNext();
-    }
-
-    std::shared_ptr<RPCIoContext::Impl> loop; // first: outlives the acceptor
-    asio::io_context& io;
-    asio::strand<asio::io_context::executor_type> strand;
-    tcp::acceptor acceptor;
-    asio::steady_timer retryTimer;
-    RPCConnection::IHandler& handler;
-    WebEndpoint::PayloadHandler payload;
-    unsigned short port = 0;
-};
-
 } // namespace
 
 std::shared_ptr<RPCListener> WebEndpoint::listen(RPCIoContext& context, std::string const& host, unsigned short port,
                                                  RPCConnection::IHandler& handler, PayloadHandler payload)
 {
-    auto listener = std::make_shared<WebListener>(context.impl(), handler, std::move(payload));
+    std::shared_ptr<RPCIoContext::Impl> loop = context.impl();
+    auto listener = std::make_shared<RPCAcceptor<tcp>>(loop, [loop, &handler, payload](tcp::socket socket) {
+        std::make_shared<HttpSession>(loop, std::move(socket), handler, payload)->readNext();
+    });
     try {
         listener->open(tcp::endpoint(asio::ip::make_address(host), port));
     } catch (boost::system::system_error const& e) {

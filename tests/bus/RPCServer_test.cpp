@@ -14,7 +14,10 @@
 #include <mutex>
 #include <vector>
 
+#include <fcntl.h>
 #include <netinet/in.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 using namespace Velmora;
 using BusTest::RawPeer;
@@ -362,6 +365,48 @@ TEST_F(RPCServerTest, AFloodOfConnectionsIsCappedAndLeavesNothingBehind)
     }
     EXPECT_EQ(fdsBefore, openDescriptorCount());
     EXPECT_TRUE(waitFor([&] { return BusTest::threadCount() == threadsBefore; }));
+}
+
+// Out of descriptors, the endpoint pauses accepting rather than spinning on the
+// failure, and a peer left waiting in the backlog is served once one is free.
+TEST_F(RPCServerTest, OutOfDescriptorsTheEndpointWaitsAndThenServesTheQueuedPeer)
+{
+    TestServer server;
+    server.init();
+    struct DescriptorTable {
+        DescriptorTable()
+        {
+            ::getrlimit(RLIMIT_NOFILE, &saved);
+            rlimit tight = saved;
+            tight.rlim_cur = 1024;
+            ::setrlimit(RLIMIT_NOFILE, &tight);
+            for (int fd; (fd = ::fcntl(0, F_DUPFD_CLOEXEC, 0)) >= 0;)
+                fillers.push_back(fd);
+        }
+        ~DescriptorTable()
+        {
+            while (freeOne()) {
+            }
+            ::setrlimit(RLIMIT_NOFILE, &saved);
+        }
+        bool freeOne()
+        {
+            if (fillers.empty())
+                return false;
+            ::close(fillers.back());
+            fillers.pop_back();
+            return true;
+        }
+        rlimit saved{};
+        std::vector<int> fillers;
+    } table;
+    ASSERT_TRUE(table.freeOne()); // room for the peer's own socket only
+    RawPeer peer(runtime.socket("T"));
+    ASSERT_TRUE(peer.connected);
+    ASSERT_TRUE(peer.send("{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"RPC.ping\"}\n"));
+    EXPECT_EQ("", peer.readLine(300)) << "served without a descriptor to accept with";
+    table.freeOne();
+    EXPECT_NE("", peer.readLine());
 }
 
 TEST_F(RPCServerTest, ASlowReaderIsDroppedWhileOthersKeepReceiving)
