@@ -1,8 +1,8 @@
 // Stand-ins for the service manager's surroundings: a factory that hands out
-// process ids, application clients that record the tokens they carry, a web client and
-// an input driver that record what they are told, and a listener that records
-// the manager's notifications. Each records under a lock: the manager calls
-// them on its own thread.
+// process ids, application clients that record the tokens they carry, a web
+// client and an input driver that record what they are told, and a listener
+// that records the manager's notifications. Each records under a lock: the
+// manager calls them on its own thread.
 #pragma once
 
 #include "APPClient.h"
@@ -12,9 +12,11 @@
 #include "InputDriver.h"
 #include "WEBClient.h"
 
+#include <algorithm>
 #include <atomic>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -37,10 +39,7 @@ public:
     std::size_t count(std::string const& line) const
     {
         std::lock_guard lock(mutex);
-        std::size_t n = 0;
-        for (auto const& each : lines)
-            n += each == line;
-        return n;
+        return static_cast<std::size_t>(std::count(lines.begin(), lines.end(), line));
     }
     void clear()
     {
@@ -79,13 +78,20 @@ public:
             result.push_back(each.substr(0, each.find('|')));
         return result;
     }
+    // The newest pid started under `name` (pids have four digits, so text order is number order).
+    std::string newestPid(std::string const& name)
+    {
+        std::lock_guard lock(mutex);
+        auto const found = std::find_if(names.rbegin(), names.rend(), [&](auto const& row) { return row.second == name; });
+        return found == names.rend() ? "" : found->first;
+    }
 
     std::mutex mutex;
     int nextPid = 5000;
     std::vector<std::string> started; // "name|parameters"
     std::vector<std::string> destroyed;
     std::map<std::string, std::string> names; // pid -> name
-    std::map<std::string, bool> failing;
+    std::set<std::string> failing;
 };
 
 class FakeClient : public APPClient {
@@ -115,7 +121,6 @@ public:
             auto* client = new FakeClient(type, uid, journal);
             std::lock_guard lock(mutex);
             clients[uid] = client;
-            types[uid] = type;
             return client;
         });
     }
@@ -123,13 +128,7 @@ public:
     FakeClient* get(std::string const& uid)
     {
         std::lock_guard lock(mutex);
-        auto found = clients.find(uid);
-        return found == clients.end() ? nullptr : found->second;
-    }
-    Client::Type typeOf(std::string const& uid)
-    {
-        std::lock_guard lock(mutex);
-        return types.at(uid);
+        return clients.at(uid);
     }
 
     Journal journal;
@@ -137,25 +136,17 @@ public:
 private:
     std::mutex mutex;
     std::map<std::string, FakeClient*> clients; // owned by the manager
-    std::map<std::string, Client::Type> types;
 };
 
+// Notes its end too, so that a lost or doubly deleted client shows.
 class FakeWeb : public WEBClient {
 public:
-    FakeWeb(Journal& journal, std::atomic<int>& instances) : WEBClient(Client::Plain, ""), journal(journal), instances(instances)
-    {
-        ++instances;
-    }
-    ~FakeWeb() override
-    {
-        --instances;
-        journal.add("web gone");
-    }
+    explicit FakeWeb(Journal& journal) : WEBClient(Client::Plain, ""), journal(journal) {}
+    ~FakeWeb() override { journal.add("web gone"); }
     void init() override { journal.add("web init"); }
     void addService(std::string const& name) override { journal.add("add " + name); }
     void removeService(std::string const& name) override { journal.add("remove " + name); }
     Journal& journal;
-    std::atomic<int>& instances;
 };
 
 class FakeInputDriver : public InputDriver {
