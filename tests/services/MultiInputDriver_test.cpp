@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <thread>
 
@@ -20,19 +21,18 @@
 
 using namespace Velmora;
 using KeyEvent = IWindowEvent::KeyEvent;
+using Names = std::vector<std::string>;
 
 namespace {
 
 bool eventually(std::function<bool()> const& condition)
 {
-    for (int i = 0; i < 1000; ++i) {
-        if (condition())
-            return true;
+    for (int i = 0; i < 1000 && !condition(); ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
     return condition();
 }
 
+// Each key as "<code>+" (pressed) or "<code>-".
 struct Keys : IWindowEvent::IInputEventListener {
     void onInputEvent(IWindowEvent::InputEvent const& event) override
     {
@@ -42,13 +42,13 @@ struct Keys : IWindowEvent::IInputEventListener {
         if (onCall)
             onCall();
     }
-    std::vector<std::string> all()
+    Names all()
     {
         std::lock_guard lock(mutex);
         return seen;
     }
     std::mutex mutex;
-    std::vector<std::string> seen;
+    Names seen;
     std::function<void()> onCall;
 };
 
@@ -64,6 +64,9 @@ std::string record(unsigned short type, unsigned short code, int value)
 std::string press(unsigned short code) { return record(EV_KEY, code, 1) + record(EV_SYN, 0, 0); }
 std::string release(unsigned short code) { return record(EV_KEY, code, 0) + record(EV_SYN, 0, 0); }
 
+// A private root with an empty /dev/input; `start` makes a driver over the
+// given device list with `keys` listening to session 0. The driver goes
+// before the listeners it calls.
 class InputWorld : public testing::Test {
 protected:
     InputWorld()
@@ -75,9 +78,17 @@ protected:
     }
     ~InputWorld() override
     {
+        driver.reset();
         unsetenv("VELMORA_ROOT");
         unsetenv("VELMORA_INPUT_DEVICES");
         std::filesystem::remove_all(base);
+    }
+    MultiInputDriver& start(std::string const& devices)
+    {
+        setenv("VELMORA_INPUT_DEVICES", devices.c_str(), 1);
+        driver = std::make_unique<MultiInputDriver>();
+        driver->addListener(&keys, 0);
+        return *driver;
     }
     std::string fifo(std::string const& name)
     {
@@ -92,93 +103,79 @@ protected:
         ASSERT_EQ(static_cast<ssize_t>(bytes.size()), ::write(fd, bytes.data(), bytes.size()));
         ::close(fd);
     }
+    bool keysSeen(std::size_t count) { return eventually([&] { return keys.all().size() == count; }); }
+
     std::filesystem::path base;
+    Keys keys;
+    std::unique_ptr<MultiInputDriver> driver;
 };
 
 TEST_F(InputWorld, FifoRecordsReachTheirSessionWithMappedCodes)
 {
     std::string const remote = fifo("remote");
     std::string const second = fifo("second");
-    setenv("VELMORA_INPUT_DEVICES", (remote + ":" + second + "@1").c_str(), 1);
-    MultiInputDriver driver;
-    Keys session0, session1;
-    driver.addListener(&session0, 0);
-    driver.addListener(&session1, 1);
-    driver.enableIr();
-    driver.enableIr(); // a second time opens nothing twice
-    EXPECT_EQ(2u, driver.getSourceCount());
+    Keys session1;
+    start(remote + ":" + second + "@1").addListener(&session1, 1);
+    driver->enableIr();
+    driver->enableIr(); // a second time opens nothing twice
+    EXPECT_EQ(2u, driver->getSourceCount());
 
     std::string const bytes = press(KEY_POWER) + release(KEY_POWER) + press(KEY_A);
     write(remote, bytes.substr(0, 10)); // a record split across writes
     write(remote, bytes.substr(10));
     write(second, press(KEY_HOME));
-    ASSERT_TRUE(eventually([&] { return session0.all().size() == 3 && session1.all().size() == 1; }));
-    EXPECT_EQ((std::vector<std::string>{"1+", "1-", std::to_string(MultiInputDriver::LINUX_KEY_BASE + KEY_A) + "+"}),
-              session0.all());
-    EXPECT_EQ(std::vector<std::string>{"30+"}, session1.all());
+    ASSERT_TRUE(keysSeen(3));
+    ASSERT_TRUE(eventually([&] { return session1.all().size() == 1; }));
+    EXPECT_EQ((Names{"1+", "1-", std::to_string(MultiInputDriver::LINUX_KEY_BASE + KEY_A) + "+"}), keys.all());
+    EXPECT_EQ(Names{"30+"}, session1.all());
 
     // Asleep: only the filter's key goes through.
-    driver.enableIrFilter(static_cast<KeyEvent::Code>(1)); // the box's power key
+    driver->enableIrFilter(static_cast<KeyEvent::Code>(1)); // the box's power key
     write(remote, press(KEY_A) + press(KEY_POWER));
-    ASSERT_TRUE(eventually([&] { return session0.all().size() == 4; }));
-    driver.disableIrFilter();
+    ASSERT_TRUE(keysSeen(4));
+    driver->disableIrFilter();
     write(remote, press(KEY_MENU));
-    ASSERT_TRUE(eventually([&] { return session0.all().size() == 5; }));
-    EXPECT_EQ("1+", session0.all()[3]);
-    EXPECT_EQ("34+", session0.all()[4]);
-    driver.removeListener(&session0);
-    driver.removeListener(&session1);
+    ASSERT_TRUE(keysSeen(5));
+    EXPECT_EQ("1+", keys.all()[3]);
+    EXPECT_EQ("34+", keys.all()[4]);
+    driver->removeListener(&session1);
 }
 
 TEST_F(InputWorld, RegularFileIsReadToItsEndAndDropped)
 {
     std::string const path = (base / "recorded").string();
     std::ofstream(path, std::ios::binary) << press(KEY_LEFTALT) + release(KEY_LEFTALT) + "\x01\x02";
-    setenv("VELMORA_INPUT_DEVICES", (path + ":" + (base / "absent").string()).c_str(), 1);
-    MultiInputDriver driver;
-    Keys keys;
-    driver.addListener(&keys, 0);
-    driver.enableIr();
-    ASSERT_TRUE(eventually([&] { return keys.all().size() == 2 && driver.getSourceCount() == 0; }));
-    EXPECT_EQ((std::vector<std::string>{"56+", "56-"}), keys.all());
-    driver.removeListener(&keys);
+    start(path + ":" + (base / "absent").string()).enableIr();
+    ASSERT_TRUE(eventually([&] { return keys.all().size() == 2 && driver->getSourceCount() == 0; }));
+    EXPECT_EQ((Names{"56+", "56-"}), keys.all());
 }
 
 TEST_F(InputWorld, HotplugAdoptsNewDevicesUntilSwitchedOff)
 {
-    setenv("VELMORA_INPUT_DEVICES", "", 1);
-    MultiInputDriver driver;
-    Keys keys;
-    driver.addListener(&keys, 0);
-    driver.enableHotplug();
-    EXPECT_TRUE(driver.isHotplugEnabled());
+    start("").enableHotplug();
     std::string const device = fifo("dev/input/event3");
-    ASSERT_TRUE(eventually([&] { return driver.getSourceCount() == 1; }));
+    ASSERT_TRUE(eventually([&] { return driver->getSourceCount() == 1; }));
     write(device, press(KEY_POWER));
-    ASSERT_TRUE(eventually([&] { return keys.all().size() == 1; }));
+    ASSERT_TRUE(keysSeen(1));
 
-    driver.disableHotplug();
+    driver->disableHotplug();
     fifo("dev/input/event4");
     fifo("dev/input/mouse0");
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    EXPECT_EQ(1u, driver.getSourceCount());
-    driver.removeListener(&keys);
+    EXPECT_EQ(1u, driver->getSourceCount());
 }
 
 TEST_F(InputWorld, ListenerMayLeaveFromItsOwnCall)
 {
     std::string const remote = fifo("remote");
-    setenv("VELMORA_INPUT_DEVICES", remote.c_str(), 1);
-    MultiInputDriver driver;
-    Keys leaving, staying;
-    leaving.onCall = [&] { driver.removeListener(&leaving); };
-    driver.addListener(&leaving, 0);
-    driver.addListener(&staying, 0);
-    driver.enableIr();
+    keys.onCall = [&] { driver->removeListener(&keys); };
+    Keys staying; // after the leaving one: its removal must not skip the next
+    start(remote).addListener(&staying, 0);
+    driver->enableIr();
     write(remote, press(KEY_A) + press(KEY_B));
     ASSERT_TRUE(eventually([&] { return staying.all().size() == 2; }));
-    EXPECT_EQ(1u, leaving.all().size());
-    driver.removeListener(&staying);
+    EXPECT_EQ(1u, keys.all().size());
+    driver->removeListener(&staying);
 }
 
 } // namespace
