@@ -1,20 +1,193 @@
-// A fresh AuthorizationAttributesManager per test, initialised with the test
-// issuer in a private sysroot, and a service manager that records the tokens
-// it is told of.
+// Material for the authorization tests: keys and certificates made with
+// OpenSSL once per process, a private sysroot (VELMORA_ROOT) whose tmp/ can be
+// counted, and a fixture holding a fresh AuthorizationAttributesManager with a
+// service manager that records the tokens it is told of.
 #pragma once
 
+#include "AttributeCertificate.h"
 #include "AuthorizationAttributesManager.h"
 #include "Exception.h"
-#include "TestPki.h"
+#include "OpenSSLPtr.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <openssl/bio.h>
+#include <openssl/evp.h>
+#include <openssl/pem.h>
+#include <openssl/x509.h>
 
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <functional>
+#include <initializer_list>
+#include <iterator>
 #include <mutex>
+#include <string>
+#include <utility>
 #include <vector>
 
 namespace VelmoraTest {
+
+using Names = std::initializer_list<std::pair<char const*, char const*>>;
+
+inline Velmora::X509NamePtr makeName(Names entries)
+{
+    Velmora::X509NamePtr name(X509_NAME_new());
+    for (auto const& [field, value] : entries)
+        X509_NAME_add_entry_by_txt(name.get(), field, MBSTRING_UTF8, reinterpret_cast<unsigned char const*>(value),
+                                   -1, -1, 0);
+    return name;
+}
+
+// A certificate for `subject`, issued by `issuer`, signed with `signer`.
+inline Velmora::X509Ptr makeCertificate(Names subject, Names issuer, long serial, EVP_PKEY* key, EVP_PKEY* signer)
+{
+    Velmora::X509Ptr certificate(X509_new());
+    X509_set_version(certificate.get(), 2);
+    ASN1_INTEGER_set(X509_get_serialNumber(certificate.get()), serial);
+    X509_gmtime_adj(X509_getm_notBefore(certificate.get()), 0);
+    X509_gmtime_adj(X509_getm_notAfter(certificate.get()), 3600L * 24 * 365);
+    X509_set_subject_name(certificate.get(), makeName(subject).get());
+    X509_set_issuer_name(certificate.get(), makeName(issuer).get());
+    X509_set_pubkey(certificate.get(), key);
+    X509_sign(certificate.get(), signer, EVP_sha256());
+    return certificate;
+}
+
+// What `write` puts into a memory BIO.
+template <typename Write>
+std::string memoryText(Write write)
+{
+    Velmora::BIOPtr bio(BIO_new(BIO_s_mem()));
+    write(bio.get());
+    char* data = nullptr;
+    long length = BIO_get_mem_data(bio.get(), &data);
+    return std::string(data, length);
+}
+
+inline std::string toPem(X509* certificate)
+{
+    return memoryText([&](BIO* bio) { PEM_write_bio_X509(bio, certificate); });
+}
+
+inline std::string toPem(EVP_PKEY* key)
+{
+    return memoryText([&](BIO* bio) { PEM_write_bio_PrivateKey(bio, key, nullptr, nullptr, 0, nullptr, nullptr); });
+}
+
+inline std::string toPem(Velmora::ATTRIBUTE_CERTIFICATE const* certificate)
+{
+    return memoryText([&](BIO* bio) { Velmora::PEM_write_bio_ATTRIBUTE_CERTIFICATE(bio, certificate); });
+}
+
+inline Velmora::AttributeCertificatePtr fromPem(std::string const& text)
+{
+    Velmora::BIOPtr bio(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
+    return Velmora::AttributeCertificatePtr(Velmora::PEM_read_bio_ATTRIBUTE_CERTIFICATE(bio.get()));
+}
+
+inline std::string toDer(Velmora::ATTRIBUTE_CERTIFICATE const* certificate)
+{
+    unsigned char* der = nullptr;
+    int length = Velmora::i2d_ATTRIBUTE_CERTIFICATE(certificate, &der);
+    Velmora::OpenSSLMemoryPtr owner(der);
+    return length > 0 ? std::string(reinterpret_cast<char*>(der), length) : std::string();
+}
+
+inline void writeFile(std::filesystem::path const& path, std::string const& text)
+{
+    std::ofstream(path, std::ios::binary) << text;
+}
+
+template <typename Action>
+std::string stderrOf(Action action)
+{
+    ::testing::internal::CaptureStderr();
+    action();
+    return ::testing::internal::GetCapturedStderr();
+}
+
+template <typename Action>
+std::string stdoutOf(Action action)
+{
+    ::testing::internal::CaptureStdout();
+    action();
+    return ::testing::internal::GetCapturedStdout();
+}
+
+class TestPki {
+public:
+    static TestPki& get()
+    {
+        static TestPki pki;
+        return pki;
+    }
+
+    Velmora::EVPKeyPtr issuerKey{EVP_RSA_gen(2048)};
+    Velmora::EVPKeyPtr strangerKey{EVP_RSA_gen(2048)};
+    Velmora::EVPKeyPtr ecKey{EVP_EC_gen("P-256")};
+    Velmora::X509Ptr issuer = selfSignedIssuer(1, issuerKey.get());
+    // Same subject as the issuer, another key: what a forger would show.
+    Velmora::X509Ptr stranger = selfSignedIssuer(2, strangerKey.get());
+    Velmora::X509Ptr ecIssuer = selfSignedIssuer(3, ecKey.get());
+    Velmora::X509Ptr doricHolder = holder("browser", {{"C", "FR"}, {"O", "DORICProtected"}}, 7);
+    Velmora::X509Ptr doricOtherSerial = holder("browser", {{"C", "FR"}, {"O", "DORICProtected"}}, 8);
+    Velmora::X509Ptr verisignHolder = holder("media", {{"O", "VeriSign, Inc."}}, 9);
+    Velmora::X509Ptr unknownHolder = holder("nobody", {{"O", "Nobody Ltd"}, {"CN", "Nobody"}}, 10);
+    // Both rule-set issuers in one name: the first entry in name order decides.
+    Velmora::X509Ptr bothHolder = holder("both", {{"CN", "VeriSign, Inc."}, {"O", "DORICProtected"}}, 11);
+
+private:
+    TestPki() = default;
+
+    static Velmora::X509Ptr selfSignedIssuer(long serial, EVP_PKEY* key)
+    {
+        return makeCertificate({{"O", "Velmora"}, {"CN", "AC Issuer"}}, {{"O", "Velmora"}, {"CN", "AC Issuer"}}, serial,
+                               key, key);
+    }
+    Velmora::X509Ptr holder(char const* name, Names issuerName, long serial)
+    {
+        return makeCertificate({{"CN", name}}, issuerName, serial, strangerKey.get(), issuerKey.get());
+    }
+};
+
+// A private sysroot with its tmp/ and a file set holding the issuer's PEMs.
+class Sandbox {
+public:
+    Sandbox()
+    {
+        std::string pattern = (std::filesystem::temp_directory_path() / "velmora-auth-XXXXXX").string();
+        root = mkdtemp(pattern.data());
+        std::filesystem::create_directories(root / "tmp");
+        TestPki& pki = TestPki::get();
+        writeFile(issuerCertificate(), toPem(pki.issuer.get()));
+        writeFile(issuerKey(), toPem(pki.issuerKey.get()));
+        setenv("VELMORA_ROOT", root.c_str(), 1);
+    }
+    ~Sandbox()
+    {
+        unsetenv("VELMORA_ROOT");
+        std::error_code ignored;
+        std::filesystem::remove_all(root, ignored);
+    }
+    Sandbox(Sandbox const&) = delete;
+    Sandbox& operator=(Sandbox const&) = delete;
+
+    std::filesystem::path const& path() const { return root; }
+    std::string issuerCertificate() const { return (root / "issuer.crt").string(); }
+    std::string issuerKey() const { return (root / "issuer.key").string(); }
+    std::string file(std::string const& name, std::string const& text) const
+    {
+        writeFile(root / name, text);
+        return (root / name).string();
+    }
+    // Files left in the sysroot's tmp/.
+    long temporaryFiles() const { return std::distance(std::filesystem::directory_iterator(root / "tmp"), {}); }
+
+private:
+    std::filesystem::path root;
+};
 
 class FakeServiceManager : public Velmora::IServiceManager {
 public:
@@ -43,16 +216,14 @@ class AuthorizationTest : public ::testing::Test {
 protected:
     using Manager = Velmora::AuthorizationAttributesManager;
 
-    void SetUp() override
+    void SetUp() override { start(sandbox.issuerCertificate(), sandbox.issuerKey()); }
+    void TearDown() override { stop(); }
+
+    // A new manager on these issuer files; returns what its set-up logged.
+    std::string restart(std::string const& issuerCertificate, std::string const& issuerKey)
     {
-        manager = Manager::getInstance();
-        manager->initialize(sandbox.issuerCertificate(), sandbox.issuerKey(), &services);
-    }
-    void TearDown() override
-    {
-        // getInstance() and the constructor each hold a reference.
-        delete manager;
-        delete manager;
+        stop();
+        return stderrOf([&] { start(issuerCertificate, issuerKey); });
     }
 
     std::string issue(X509* holder) { return manager->retreiveAttributeCertificate(toPem(holder)); }
@@ -78,9 +249,8 @@ protected:
     // Applies and captures the log.
     uint32_t apply(X509* holder, std::string const& certificate, std::string* log = nullptr)
     {
-        ::testing::internal::CaptureStderr();
-        uint32_t token = manager->applyAttributeCertificate(toPem(holder), certificate);
-        std::string text = ::testing::internal::GetCapturedStderr();
+        uint32_t token = 0;
+        std::string text = stderrOf([&] { token = manager->applyAttributeCertificate(toPem(holder), certificate); });
         if (log != nullptr)
             *log = text;
         return token;
@@ -100,6 +270,19 @@ protected:
     FakeServiceManager services;
     Manager* manager = nullptr;
     TestPki& pki = TestPki::get();
+
+private:
+    void start(std::string const& issuerCertificate, std::string const& issuerKey)
+    {
+        manager = Manager::getInstance();
+        manager->initialize(issuerCertificate, issuerKey, &services);
+    }
+    // getInstance() and the constructor each hold a reference.
+    void stop()
+    {
+        delete manager;
+        delete manager;
+    }
 };
 
 } // namespace VelmoraTest

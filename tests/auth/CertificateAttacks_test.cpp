@@ -30,10 +30,10 @@ void replaceValue(ATTRIBUTE_CERTIFICATE* certificate, AllowedInterface const* va
     AuthorizationAttributesManager::insertAttribute(certificate, std::move(attribute));
 }
 
-GENERAL_NAME* directoryName(char const* text)
+GENERAL_NAME* directoryName(Names entries)
 {
     GENERAL_NAME* name = GENERAL_NAME_new();
-    GENERAL_NAME_set0_value(name, GEN_DIRNAME, makeName({{"CN", text}}).release());
+    GENERAL_NAME_set0_value(name, GEN_DIRNAME, makeName(entries).release());
     return name;
 }
 
@@ -46,17 +46,26 @@ GENERAL_NAME* dnsName(char const* text)
     return name;
 }
 
-std::string pemOf(std::string const& der)
+GENERAL_NAMES* namesOf(GENERAL_NAME* name)
 {
-    BIOPtr bio(BIO_new(BIO_s_mem()));
-    PEM_write_bio(bio.get(), "ATTRIBUTE CERTIFICATE", "", reinterpret_cast<unsigned char const*>(der.data()),
-                  static_cast<long>(der.size()));
-    char* data = nullptr;
-    long length = BIO_get_mem_data(bio.get(), &data);
-    return std::string(data, length);
+    GENERAL_NAMES* names = GENERAL_NAMES_new();
+    sk_GENERAL_NAME_push(names, name);
+    return names;
 }
 
-} // namespace
+std::string pemOf(std::string const& der)
+{
+    return memoryText([&](BIO* bio) {
+        PEM_write_bio(bio, "ATTRIBUTE CERTIFICATE", "", reinterpret_cast<unsigned char const*>(der.data()),
+                      static_cast<long>(der.size()));
+    });
+}
+
+struct Case {
+    char const* what;
+    std::string certificate;
+    char const* message;
+};
 
 class Rejection : public AuthorizationTest {
 protected:
@@ -71,225 +80,179 @@ protected:
         return resigned(pki.doricHolder.get(),
                         [&](ATTRIBUTE_CERTIFICATE* certificate) { replaceValue(certificate, value.get()); });
     }
+    void expectAllRejected(std::initializer_list<Case> cases)
+    {
+        for (Case const& rejected : cases) {
+            SCOPED_TRACE(rejected.what);
+            expectRejected(pki.doricHolder.get(), rejected.certificate, rejected.message);
+        }
+    }
 };
 
-TEST_F(Rejection, TamperedSignature)
+TEST_F(Rejection, ForgedOrTamperedSignatures)
 {
-    expectRejected(pki.doricHolder.get(),
-                   altered(
-                       pki.doricHolder.get(),
-                       [](ATTRIBUTE_CERTIFICATE* certificate) {
-                           ASN1_BIT_STRING* signature = certificate->signatureValue;
-                           ASN1_BIT_STRING_set_bit(signature, 100, !ASN1_BIT_STRING_get_bit(signature, 100));
-                       },
-                       nullptr),
-                   "AC Issuer signature verification failed.\n");
-}
-
-TEST_F(Rejection, TamperedContentUnderTheOldSignature)
-{
-    expectRejected(pki.doricHolder.get(),
-                   altered(
-                       pki.doricHolder.get(),
-                       [](ATTRIBUTE_CERTIFICATE* certificate) { setTimes(certificate, -60, 86400L * 365); }, nullptr),
-                   "AC Issuer signature verification failed.\n");
-}
-
-TEST_F(Rejection, SignedByAnotherKey)
-{
-    expectRejected(pki.doricHolder.get(),
-                   altered(
-                       pki.doricHolder.get(), [](ATTRIBUTE_CERTIFICATE*) {}, pki.strangerKey.get()),
-                   "AC Issuer signature verification failed.\n");
-}
-
-TEST_F(Rejection, IssuerWithoutAnRsaKey)
-{
-    std::string certificate = issue(pki.doricHolder.get());
-    delete manager;
-    delete manager;
-    manager = Manager::getInstance();
-    manager->initialize(sandbox.file("ec.crt", toPem(pki.ecIssuer.get())), sandbox.issuerKey(), &services);
-    expectRejected(pki.doricHolder.get(), certificate, "AC Issuer public key is not of RSA type.\n");
-}
-
-TEST_F(Rejection, Expired)
-{
-    expectRejected(pki.doricHolder.get(),
-                   resigned(pki.doricHolder.get(),
-                            [](ATTRIBUTE_CERTIFICATE* certificate) { setTimes(certificate, -86401, -1); }),
-                   "AC certificate not after is in the past.\n");
-}
-
-TEST_F(Rejection, NotYetValid)
-{
-    expectRejected(pki.doricHolder.get(),
-                   resigned(pki.doricHolder.get(),
-                            [](ATTRIBUTE_CERTIFICATE* certificate) { setTimes(certificate, 3600, 86400); }),
-                   "AC certificate not before is in the futur.\n");
-}
-
-TEST_F(Rejection, MalformedTimesReportBothHalves)
-{
-    std::string log;
-    std::string certificate = resigned(pki.doricHolder.get(), [](ATTRIBUTE_CERTIFICATE* certificate) {
-        ATTRIBUTE_CERTIFICATE_VALIDITY* validity = certificate->acinfo->attrCertValidityPeriod;
-        ASN1_STRING_set(validity->notBeforeTime, "yesterday", -1);
-        ASN1_STRING_set(validity->notAfterTime, "20991301000000Z", -1);
+    auto flipBit = [](ATTRIBUTE_CERTIFICATE* certificate) {
+        ASN1_BIT_STRING* signature = certificate->signatureValue;
+        ASN1_BIT_STRING_set_bit(signature, 100, !ASN1_BIT_STRING_get_bit(signature, 100));
+    };
+    auto longerLife = [](ATTRIBUTE_CERTIFICATE* certificate) { setTimes(certificate, -60, 86400L * 365); };
+    char const* failed = "AC Issuer signature verification failed.\n";
+    expectAllRejected({
+        {"flipped signature bit", altered(pki.doricHolder.get(), flipBit, nullptr), failed},
+        {"content changed under the old signature", altered(pki.doricHolder.get(), longerLife, nullptr), failed},
+        {"signed by another key", altered(pki.doricHolder.get(), [](ATTRIBUTE_CERTIFICATE*) {}, pki.strangerKey.get()),
+         failed},
     });
-    EXPECT_EQ(apply(pki.doricHolder.get(), certificate, &log), 0u);
-    EXPECT_THAT(log, HasSubstr("AC certificate not before verification error.\n"));
-    EXPECT_THAT(log, HasSubstr("AC certificate not after verification error.\n"));
 }
 
-TEST_F(Rejection, AnotherHoldersCertificate)
+TEST_F(Rejection, OutOfDateOrMalformedTimes)
 {
-    expectRejected(pki.verisignHolder.get(), issue(pki.doricHolder.get()), "cmpBaseCertificateIDWithIssuer failed.\n");
-}
-
-TEST_F(Rejection, SameIssuerWithAnotherSerialIsAccepted)
-{
-    // The serial number is not compared; only the holder's issuer is.
-    EXPECT_NE(apply(pki.doricOtherSerial.get(), issue(pki.doricHolder.get())), 0u);
-}
-
-TEST_F(Rejection, Version1AsTheRfcNumbersIt)
-{
-    expectRejected(pki.doricHolder.get(),
-                   resigned(pki.doricHolder.get(),
-                            [](ATTRIBUTE_CERTIFICATE* certificate) { ASN1_INTEGER_set(certificate->acinfo->version, 1); }),
-                   "Invalid Attribute certificate version (received v1 instead of expected v2).\n");
-}
-
-TEST_F(Rejection, IssuerNameOfSomeoneElse)
-{
-    expectRejected(pki.doricHolder.get(),
-                   resigned(pki.doricHolder.get(),
-                            [&](ATTRIBUTE_CERTIFICATE* certificate) {
-                                sk_GENERAL_NAME_pop_free(certificate->acinfo->issuer->d.v2Form->issuerName,
-                                                         GENERAL_NAME_free);
-                                certificate->acinfo->issuer->d.v2Form->issuerName = GENERAL_NAMES_new();
-                                Manager::updateIssuerName(certificate,
-                                                          X509_get_subject_name(pki.doricHolder.get()));
-                            }),
-                   "AC certificate Issuer name and Issuer Name subject name do not match.\n");
-}
-
-TEST_F(Rejection, AttributeWithoutFunctionNames)
-{
-    expectRejected(pki.doricHolder.get(), withValue(directoryName("IZap"), nullptr), "Function name array is NULL.\n");
-}
-
-TEST_F(Rejection, InterfaceNameThatIsNotADirectoryName)
-{
-    expectRejected(pki.doricHolder.get(), withValue(dnsName("izap.example"), GENERAL_NAMES_new()),
-                   "Attribute values interface name is not a DIRNAME.\n");
-}
-
-TEST_F(Rejection, FunctionNameThatIsNotADirectoryName)
-{
-    GENERAL_NAMES* functions = GENERAL_NAMES_new();
-    sk_GENERAL_NAME_push(functions, dnsName("zap"));
-    expectRejected(pki.doricHolder.get(), withValue(directoryName("IZap"), functions),
-                   "Attribute values instance subtype is not a DIRNAME.\n");
-}
-
-TEST_F(Rejection, DirectoryNameWithoutACommonName)
-{
-    GENERAL_NAME* name = GENERAL_NAME_new();
-    GENERAL_NAME_set0_value(name, GEN_DIRNAME, makeName({{"O", "no common name"}}).release());
-    expectRejected(pki.doricHolder.get(), withValue(name, GENERAL_NAMES_new()), "X509 Name is invalid.\n");
-}
-
-TEST_F(Rejection, ValueThatIsNoAllowedInterface)
-{
-    expectRejected(pki.doricHolder.get(),
-                   resigned(pki.doricHolder.get(),
-                            [](ATTRIBUTE_CERTIFICATE* certificate) {
-                                X509AttributePtr attribute(X509_ATTRIBUTE_new());
-                                X509_ATTRIBUTE_set1_object(attribute.get(), OBJ_nid2obj(NID_info_access));
-                                unsigned char const junk[] = {0x30, 0x03, 0x02, 0x01, 0x05};
-                                Manager::AttributeAddValue(attribute.get(), V_ASN1_OCTET_STRING, junk, sizeof junk);
-                                Manager::insertAttribute(certificate, std::move(attribute));
-                            }),
-                   "Attribute type cannot be parsed.\n");
-}
-
-TEST_F(Rejection, NoAttributeAtAll)
-{
-    expectRejected(pki.doricHolder.get(),
-                   resigned(pki.doricHolder.get(),
-                            [](ATTRIBUTE_CERTIFICATE* certificate) {
-                                sk_X509_ATTRIBUTE_pop_free(certificate->acinfo->attributes, X509_ATTRIBUTE_free);
-                                certificate->acinfo->attributes = sk_X509_ATTRIBUTE_new_null();
-                            }),
-                   "No attribute found.\n");
-}
-
-TEST_F(Rejection, AttributesOfOtherTypesOrWithoutValuesGiveAnEmptyRightSet)
-{
-    std::string emptySet = resigned(pki.doricHolder.get(),
-                                    [](ATTRIBUTE_CERTIFICATE* certificate) { replaceValue(certificate, nullptr); });
-    uint32_t token = apply(pki.doricHolder.get(), emptySet);
-    ASSERT_NE(token, 0u);
-    EXPECT_TRUE(manager->lookupAuthorizationToken(token).empty());
-
-    std::string otherType = resigned(pki.doricHolder.get(), [](ATTRIBUTE_CERTIFICATE* certificate) {
-        X509_ATTRIBUTE* attribute = X509at_get_attr(certificate->acinfo->attributes, 0);
-        X509_ATTRIBUTE_set1_object(attribute, OBJ_nid2obj(NID_commonName));
+    auto malformed = [](bool notBefore, char const* text) {
+        return [=](ATTRIBUTE_CERTIFICATE* certificate) {
+            ATTRIBUTE_CERTIFICATE_VALIDITY* validity = certificate->acinfo->attrCertValidityPeriod;
+            ASN1_STRING_set(notBefore ? validity->notBeforeTime : validity->notAfterTime, text, -1);
+        };
+    };
+    X509* holder = pki.doricHolder.get();
+    expectAllRejected({
+        {"expired", resigned(holder, [](ATTRIBUTE_CERTIFICATE* c) { setTimes(c, -86401, -1); }),
+         "AC certificate not after is in the past.\n"},
+        {"not yet valid", resigned(holder, [](ATTRIBUTE_CERTIFICATE* c) { setTimes(c, 3600, 86400); }),
+         "AC certificate not before is in the futur.\n"},
+        {"not before is no time", resigned(holder, malformed(true, "yesterday")),
+         "AC certificate not before verification error.\n"},
+        {"not after has a thirteenth month", resigned(holder, malformed(false, "20991301000000Z")),
+         "AC certificate not after verification error.\n"},
     });
-    token = apply(pki.doricHolder.get(), otherType);
-    ASSERT_NE(token, 0u);
-    EXPECT_TRUE(manager->lookupAuthorizationToken(token).empty());
 }
 
-TEST_F(Rejection, GarbagePem)
+TEST_F(Rejection, WrongVersionIssuerOrAttributes)
 {
-    expectRejected(pki.doricHolder.get(), "-----BEGIN ATTRIBUTE CERTIFICATE-----\n%%%%\n", "PEM_read_X509 failed on:");
-    expectRejected(pki.doricHolder.get(), "", "PEM_read_X509 failed on:");
+    X509* holder = pki.doricHolder.get();
+    auto foreignIssuer = [&](ATTRIBUTE_CERTIFICATE* certificate) {
+        GENERAL_NAMES*& names = certificate->acinfo->issuer->d.v2Form->issuerName;
+        sk_GENERAL_NAME_pop_free(names, GENERAL_NAME_free);
+        names = GENERAL_NAMES_new();
+        Manager::updateIssuerName(certificate, X509_get_subject_name(holder));
+    };
+    auto noAttribute = [](ATTRIBUTE_CERTIFICATE* certificate) {
+        sk_X509_ATTRIBUTE_pop_free(certificate->acinfo->attributes, X509_ATTRIBUTE_free);
+        certificate->acinfo->attributes = sk_X509_ATTRIBUTE_new_null();
+    };
+    auto junkValue = [](ATTRIBUTE_CERTIFICATE* certificate) {
+        X509AttributePtr attribute(X509_ATTRIBUTE_new());
+        X509_ATTRIBUTE_set1_object(attribute.get(), OBJ_nid2obj(NID_info_access));
+        unsigned char const junk[] = {0x30, 0x03, 0x02, 0x01, 0x05};
+        Manager::AttributeAddValue(attribute.get(), V_ASN1_OCTET_STRING, junk, sizeof junk);
+        Manager::insertAttribute(certificate, std::move(attribute));
+    };
+    expectAllRejected({
+        {"version 1 as the RFC numbers it",
+         resigned(holder, [](ATTRIBUTE_CERTIFICATE* c) { ASN1_INTEGER_set(c->acinfo->version, 1); }),
+         "Invalid Attribute certificate version (received v1 instead of expected v2).\n"},
+        {"issuer name of someone else", resigned(holder, foreignIssuer),
+         "AC certificate Issuer name and Issuer Name subject name do not match.\n"},
+        {"no attribute", resigned(holder, noAttribute), "No attribute found.\n"},
+        {"value that is no allowed interface", resigned(holder, junkValue), "Attribute type cannot be parsed.\n"},
+    });
 }
 
-TEST_F(Rejection, TruncatedDer)
+TEST_F(Rejection, MalformedAllowedInterfaces)
+{
+    expectAllRejected({
+        {"no function names", withValue(directoryName({{"CN", "IZap"}}), nullptr), "Function name array is NULL.\n"},
+        {"interface named by DNS", withValue(dnsName("izap.example"), GENERAL_NAMES_new()),
+         "Attribute values interface name is not a DIRNAME.\n"},
+        {"function named by DNS", withValue(directoryName({{"CN", "IZap"}}), namesOf(dnsName("zap"))),
+         "Attribute values instance subtype is not a DIRNAME.\n"},
+        {"directory name without a common name",
+         withValue(directoryName({{"O", "no common name"}}), GENERAL_NAMES_new()), "X509 Name is invalid.\n"},
+    });
+}
+
+TEST_F(Rejection, UndecodableCertificates)
 {
     std::string der = toDer(fromPem(issue(pki.doricHolder.get())).get());
-    for (size_t length : {size_t(1), der.size() / 2, der.size() - 1})
-        expectRejected(pki.doricHolder.get(), pemOf(der.substr(0, length)), "PEM_read_X509 failed on:");
-}
-
-TEST_F(Rejection, OversizedDer)
-{
-    std::string der = toDer(fromPem(issue(pki.doricHolder.get())).get());
-    // A length that claims far more than there is...
-    std::string lying = der;
+    std::string lying = der; // a length that claims far more than there is
     lying.replace(1, 3, std::string("\x84\x7f\xff\xff\xff", 5));
-    expectRejected(pki.doricHolder.get(), pemOf(lying), "PEM_read_X509 failed on:");
-    // ...and a megabyte of nothing in particular.
-    expectRejected(pki.doricHolder.get(), pemOf(std::string(1 << 20, '\x30')), "PEM_read_X509 failed on:");
+    char const* failed = "PEM_read_X509 failed on:";
+    expectAllRejected({
+        {"garbage PEM", "-----BEGIN ATTRIBUTE CERTIFICATE-----\n%%%%\n", failed},
+        {"empty", "", failed},
+        {"one byte of DER", pemOf(der.substr(0, 1)), failed},
+        {"half the DER", pemOf(der.substr(0, der.size() / 2)), failed},
+        {"all the DER but its last byte", pemOf(der.substr(0, der.size() - 1)), failed},
+        {"lying length", pemOf(lying), failed},
+        {"a megabyte of nothing in particular", pemOf(std::string(1 << 20, '\x30')), failed},
+    });
 }
 
 TEST_F(Rejection, GarbageHolderCertificate)
 {
-    std::string log;
-    ::testing::internal::CaptureStderr();
-    EXPECT_EQ(manager->applyAttributeCertificate("junk", issue(pki.doricHolder.get())), 0u);
-    EXPECT_EQ(manager->retreiveAttributeCertificate("junk"), "");
-    log = ::testing::internal::GetCapturedStderr();
+    std::string certificate = issue(pki.doricHolder.get());
+    std::string log = stderrOf([&] {
+        EXPECT_EQ(manager->applyAttributeCertificate("junk", certificate), 0u);
+        EXPECT_EQ(manager->retreiveAttributeCertificate("junk"), "");
+    });
     EXPECT_THAT(log, HasSubstr("PEM_read_X509 failed on:"));
     EXPECT_EQ(sandbox.temporaryFiles(), 0);
 }
 
-TEST_F(Rejection, MissingIssuerCertificate)
+// The holder is matched by its issuer's name; its serial number is not compared.
+TEST_F(Rejection, HolderIsMatchedByItsIssuerNotItsSerial)
 {
     std::string certificate = issue(pki.doricHolder.get());
-    delete manager;
-    delete manager;
-    manager = Manager::getInstance();
-    manager->initialize((sandbox.path() / "absent.crt").string(), sandbox.issuerKey(), &services);
-    expectRejected(pki.doricHolder.get(), certificate, "cannot open AC issuer PKI certificate. Path:");
-    ::testing::internal::CaptureStderr();
-    EXPECT_EQ(issue(pki.doricHolder.get()), "");
-    std::string log = ::testing::internal::GetCapturedStderr();
-    EXPECT_THAT(log, HasSubstr("cannot open AC issuer PKI certificate. Path:"));
-    EXPECT_THAT(log, HasSubstr("generateX509AuthAttr failed.\n"));
-    EXPECT_EQ(sandbox.temporaryFiles(), 0);
+    EXPECT_NE(apply(pki.doricOtherSerial.get(), certificate), 0u);
+    services.created.clear();
+    expectRejected(pki.verisignHolder.get(), certificate, "cmpBaseCertificateIDWithIssuer failed.\n");
 }
+
+TEST_F(Rejection, AttributesOfOtherTypesOrWithoutValuesGiveAnEmptyRightSet)
+{
+    auto otherType = [](ATTRIBUTE_CERTIFICATE* certificate) {
+        X509_ATTRIBUTE_set1_object(X509at_get_attr(certificate->acinfo->attributes, 0), OBJ_nid2obj(NID_commonName));
+    };
+    auto noValue = [](ATTRIBUTE_CERTIFICATE* certificate) { replaceValue(certificate, nullptr); };
+    for (std::string const& certificate :
+         {resigned(pki.doricHolder.get(), noValue), resigned(pki.doricHolder.get(), otherType)}) {
+        uint32_t token = apply(pki.doricHolder.get(), certificate);
+        ASSERT_NE(token, 0u);
+        EXPECT_TRUE(manager->lookupAuthorizationToken(token).empty());
+    }
+}
+
+// Issuer files that are missing, unreadable or of the wrong kind stop issuing
+// or applying, each with its reason, and leave no temporary file.
+TEST_F(Rejection, BrokenIssuerFiles)
+{
+    struct Broken {
+        std::string issuerCertificate;
+        std::string issuerKey;
+        char const* message;
+        bool issues;
+        bool applies;
+    };
+    std::string absent = (sandbox.path() / "absent").string();
+    Broken const cases[] = {
+        {sandbox.issuerCertificate(), absent, "cannot open AC issuer private key. Path:", false, true},
+        {sandbox.issuerCertificate(), sandbox.file("bad.key", "not a key"), "cannot read AC issuer private key. Path:",
+         false, true},
+        {absent, sandbox.issuerKey(), "cannot open AC issuer PKI certificate. Path:", false, false},
+        {sandbox.file("ec.crt", toPem(pki.ecIssuer.get())), sandbox.issuerKey(),
+         "AC Issuer public key is not of RSA type.\n", true, false},
+    };
+    std::string certificate = issue(pki.doricHolder.get());
+    for (Broken const& broken : cases) {
+        SCOPED_TRACE(broken.message);
+        std::string log = restart(broken.issuerCertificate, broken.issuerKey);
+        log += stderrOf([&] {
+            EXPECT_EQ(issue(pki.doricHolder.get()).empty(), !broken.issues);
+            EXPECT_EQ(manager->applyAttributeCertificate(toPem(pki.doricHolder.get()), certificate) != 0,
+                      broken.applies);
+        });
+        EXPECT_THAT(log, HasSubstr(broken.message));
+        EXPECT_EQ(sandbox.temporaryFiles(), 0);
+    }
+}
+
+} // namespace

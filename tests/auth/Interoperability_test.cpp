@@ -34,56 +34,55 @@ Outcome run(std::string const& command)
     return outcome;
 }
 
-std::string shellQuoted(std::string const& path)
+// Runs `program` with each argument quoted for the shell.
+Outcome run(std::string const& program, std::initializer_list<std::string> arguments)
 {
-    return "'" + path + "'";
+    std::string command = "'" + program + "'";
+    for (std::string const& argument : arguments)
+        command += " '" + argument + "'";
+    return run(command);
 }
 
 } // namespace
 
-using Interoperability = AuthorizationTest;
+class Interoperability : public AuthorizationTest {
+protected:
+    std::string forged()
+    {
+        return altered(pki.doricHolder.get(), [](ATTRIBUTE_CERTIFICATE*) {}, pki.strangerKey.get());
+    }
+    Outcome check(std::string const& pem)
+    {
+        std::string der = sandbox.file("ac.der", toDer(fromPem(pem).get()));
+        return run("/usr/bin/python3", {VELMORA_AC_CHECKER, der, sandbox.issuerCertificate()});
+    }
+};
 
-TEST_F(Interoperability, IndependentDecoderAcceptsTheDerAndItsSignature)
+TEST_F(Interoperability, IndependentDecoderAcceptsTheDerAndItsSignatureOnly)
 {
     for (X509* holder : {pki.doricHolder.get(), pki.verisignHolder.get()}) {
-        std::string der = toDer(fromPem(issue(holder)).get());
-        ASSERT_FALSE(der.empty());
-        std::string path = sandbox.file("ac.der", der);
-        Outcome outcome = run("/usr/bin/python3 " + shellQuoted(VELMORA_AC_CHECKER) + " " + shellQuoted(path) + " " +
-                              shellQuoted(sandbox.issuerCertificate()));
+        Outcome outcome = check(issue(holder));
         EXPECT_EQ(outcome.status, 0);
         EXPECT_THAT(outcome.out, HasSubstr("directoryName"));
     }
-}
-
-TEST_F(Interoperability, IndependentDecoderRejectsAForgedSignature)
-{
-    std::string forged = altered(
-        pki.doricHolder.get(), [](ATTRIBUTE_CERTIFICATE*) {}, pki.strangerKey.get());
-    std::string path = sandbox.file("forged.der", toDer(fromPem(forged).get()));
-    EXPECT_NE(run("/usr/bin/python3 " + shellQuoted(VELMORA_AC_CHECKER) + " " + shellQuoted(path) + " " +
-                  shellQuoted(sandbox.issuerCertificate()))
-                  .status,
-              0);
+    EXPECT_NE(check(forged()).status, 0);
 }
 
 TEST_F(Interoperability, ToolIssuesVerifiesAndPrints)
 {
-    std::string tool = shellQuoted(VELMORA_AC_TOOL);
+    std::string issuer = sandbox.issuerCertificate();
     std::string holder = sandbox.file("holder.crt", toPem(pki.doricHolder.get()));
-    Outcome issued = run(tool + " issue " + shellQuoted(sandbox.issuerCertificate()) + " " + shellQuoted(sandbox.issuerKey()) +
-                         " " + shellQuoted(holder));
+    Outcome issued = run(VELMORA_AC_TOOL, {"issue", issuer, sandbox.issuerKey(), holder});
     ASSERT_EQ(issued.status, 0);
     ASSERT_THAT(issued.out, HasSubstr("-----BEGIN ATTRIBUTE CERTIFICATE-----"));
     EXPECT_EQ(sandbox.temporaryFiles(), 0);
     std::string certificate = sandbox.file("ac.pem", issued.out);
 
-    Outcome verified =
-        run(tool + " verify " + shellQuoted(sandbox.issuerCertificate()) + " " + shellQuoted(holder) + " " + shellQuoted(certificate));
+    Outcome verified = run(VELMORA_AC_TOOL, {"verify", issuer, holder, certificate});
     EXPECT_EQ(verified.status, 0);
     EXPECT_EQ(verified.out, "{\"DoricPlatformManager\":{\"transformation\":1,\"translation\":1}}\n");
 
-    Outcome printed = run(tool + " print " + shellQuoted(certificate));
+    Outcome printed = run(VELMORA_AC_TOOL, {"print", certificate});
     EXPECT_EQ(printed.status, 0);
     EXPECT_THAT(printed.out, HasSubstr("Version 2.\n"));
     EXPECT_THAT(printed.out, HasSubstr("GEN_DIRNAME: /CN=DoricPlatformManager"));
@@ -91,23 +90,20 @@ TEST_F(Interoperability, ToolIssuesVerifiesAndPrints)
 
 TEST_F(Interoperability, ToolRejectsWhatTheServerRejects)
 {
-    std::string tool = shellQuoted(VELMORA_AC_TOOL);
-    std::string issuer = shellQuoted(sandbox.issuerCertificate());
-    std::string doric = shellQuoted(sandbox.file("doric.crt", toPem(pki.doricHolder.get())));
-    std::string verisign = shellQuoted(sandbox.file("verisign.crt", toPem(pki.verisignHolder.get())));
-    std::string unknown = shellQuoted(sandbox.file("unknown.crt", toPem(pki.unknownHolder.get())));
-    std::string good = shellQuoted(sandbox.file("good.pem", issue(pki.doricHolder.get())));
-    std::string forged = shellQuoted(sandbox.file(
-        "forged.pem", altered(
-                          pki.doricHolder.get(), [](ATTRIBUTE_CERTIFICATE*) {}, pki.strangerKey.get())));
-    std::string garbage = shellQuoted(sandbox.file("garbage.pem", "-----BEGIN ATTRIBUTE CERTIFICATE-----\nxx\n"));
+    std::string issuer = sandbox.issuerCertificate();
+    std::string doric = sandbox.file("doric.crt", toPem(pki.doricHolder.get()));
+    std::string verisign = sandbox.file("verisign.crt", toPem(pki.verisignHolder.get()));
+    std::string unknown = sandbox.file("unknown.crt", toPem(pki.unknownHolder.get()));
+    std::string good = sandbox.file("good.pem", issue(pki.doricHolder.get()));
+    std::string forgery = sandbox.file("forged.pem", forged());
+    std::string garbage = sandbox.file("garbage.pem", "-----BEGIN ATTRIBUTE CERTIFICATE-----\nxx\n");
 
-    EXPECT_EQ(run(tool + " verify " + issuer + " " + verisign + " " + good).status, 1);
-    EXPECT_EQ(run(tool + " verify " + issuer + " " + doric + " " + forged).status, 1);
-    EXPECT_EQ(run(tool + " verify " + issuer + " " + doric + " " + garbage).status, 1);
-    EXPECT_EQ(run(tool + " print " + garbage).status, 1);
-    EXPECT_EQ(run(tool + " issue " + issuer + " " + shellQuoted(sandbox.issuerKey()) + " " + unknown).status, 1);
-    EXPECT_EQ(run(tool + " issue " + issuer + " /nonexistent.key " + doric).status, 1);
-    EXPECT_EQ(run(tool + " frobnicate").status, 2);
+    EXPECT_EQ(run(VELMORA_AC_TOOL, {"verify", issuer, verisign, good}).status, 1);
+    EXPECT_EQ(run(VELMORA_AC_TOOL, {"verify", issuer, doric, forgery}).status, 1);
+    EXPECT_EQ(run(VELMORA_AC_TOOL, {"verify", issuer, doric, garbage}).status, 1);
+    EXPECT_EQ(run(VELMORA_AC_TOOL, {"print", garbage}).status, 1);
+    EXPECT_EQ(run(VELMORA_AC_TOOL, {"issue", issuer, sandbox.issuerKey(), unknown}).status, 1);
+    EXPECT_EQ(run(VELMORA_AC_TOOL, {"issue", issuer, "/nonexistent.key", doric}).status, 1);
+    EXPECT_EQ(run(VELMORA_AC_TOOL, {"frobnicate"}).status, 2);
     EXPECT_EQ(sandbox.temporaryFiles(), 0);
 }

@@ -1,9 +1,7 @@
 // The parsed-certificate cache: every read gives what PEM_read_X509 on the
 // same file would, whatever was read before and whatever kind of file it is.
+#include "AuthorizationFixture.h"
 #include "ParsedCertificateCache.h"
-#include "TestPki.h"
-
-#include <gtest/gtest.h>
 
 #include <sys/stat.h>
 
