@@ -21,6 +21,26 @@ CustomPackageInfo::CustomPackageInfo(Deserializer& d)
     category = deserializeOptional<std::string>("category", d, "");
 }
 
+CustomPackageInfo::CustomPackageInfo(CustomPackageInfo&& other) noexcept
+    : SerialObject(other), applicationName(std::move(other.applicationName)),
+      applicationType(std::move(other.applicationType)), applicationURL(std::move(other.applicationURL)),
+      iconURL(std::move(other.iconURL)), vendor(std::move(other.vendor)), category(std::move(other.category))
+{
+    permissions.swap(other.permissions);
+}
+
+CustomPackageInfo& CustomPackageInfo::operator=(CustomPackageInfo&& other) noexcept
+{
+    applicationName = std::move(other.applicationName);
+    permissions.swap(other.permissions);
+    applicationType = std::move(other.applicationType);
+    applicationURL = std::move(other.applicationURL);
+    iconURL = std::move(other.iconURL);
+    vendor = std::move(other.vendor);
+    category = std::move(other.category);
+    return *this;
+}
+
 std::string const& CustomPackageInfo::getObjectType() const
 {
     static std::string const TYPE_NAME("CustomPackageInfo");

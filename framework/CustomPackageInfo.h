@@ -15,6 +15,11 @@ public:
     CustomPackageInfo();
     // Members of the wrong JSON type throw Exception(ReturnInvalidParameter).
     explicit CustomPackageInfo(Deserializer& deserializer);
+    CustomPackageInfo(CustomPackageInfo const& other) = default;
+    CustomPackageInfo& operator=(CustomPackageInfo const& other) = default;
+    // A VectorObject copies its elements when moved; these hand the list over.
+    CustomPackageInfo(CustomPackageInfo&& other) noexcept;
+    CustomPackageInfo& operator=(CustomPackageInfo&& other) noexcept;
 
     std::string const& getObjectType() const override;
     SerialObject* clone() const override;

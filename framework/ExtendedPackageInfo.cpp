@@ -17,11 +17,10 @@ ExtendedPackageInfo::ExtendedPackageInfo(Deserializer& d)
 {
 }
 
-ExtendedPackageInfo::ExtendedPackageInfo(PackageInfo const& package, std::string uri, std::string description,
-                                         std::string epoch, std::string group,
-                                         CustomPackageInfo const& customPackageInfo)
-    : PackageInfo(package), uri(std::move(uri)), description(std::move(description)), epoch(std::move(epoch)),
-      group(std::move(group)), customPackageInfo(customPackageInfo)
+ExtendedPackageInfo::ExtendedPackageInfo(PackageInfo package, std::string uri, std::string description,
+                                         std::string epoch, std::string group, CustomPackageInfo customPackageInfo)
+    : PackageInfo(std::move(package)), uri(std::move(uri)), description(std::move(description)),
+      epoch(std::move(epoch)), group(std::move(group)), customPackageInfo(std::move(customPackageInfo))
 {
 }
 

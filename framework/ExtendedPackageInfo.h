@@ -12,8 +12,8 @@ class ExtendedPackageInfo : public PackageInfo {
 public:
     ExtendedPackageInfo();
     explicit ExtendedPackageInfo(Deserializer& deserializer);
-    ExtendedPackageInfo(PackageInfo const& package, std::string uri, std::string description, std::string epoch,
-                        std::string group, CustomPackageInfo const& customPackageInfo);
+    ExtendedPackageInfo(PackageInfo package, std::string uri, std::string description, std::string epoch,
+                        std::string group, CustomPackageInfo customPackageInfo);
 
     std::string const& getObjectType() const override;
     SerialObject* clone() const override;

@@ -16,10 +16,25 @@ PackageInfo::PackageInfo(Deserializer& d)
 }
 
 PackageInfo::PackageInfo(BasePackageInfo const& identity, unsigned int installTime, std::string architecture,
-                         VectorObject<BasePackageInfo> const& dependencies)
-    : BasePackageInfo(identity), installTime(installTime), architecture(std::move(architecture)),
-      dependencies(dependencies)
+                         std::vector<BasePackageInfo> dependencies)
+    : BasePackageInfo(identity), installTime(installTime), architecture(std::move(architecture))
 {
+    this->dependencies.swap(dependencies);
+}
+
+PackageInfo::PackageInfo(PackageInfo&& other) noexcept
+    : BasePackageInfo(std::move(other)), installTime(other.installTime), architecture(std::move(other.architecture))
+{
+    dependencies.swap(other.dependencies);
+}
+
+PackageInfo& PackageInfo::operator=(PackageInfo&& other) noexcept
+{
+    BasePackageInfo::operator=(std::move(other));
+    installTime = other.installTime;
+    architecture = std::move(other.architecture);
+    dependencies.swap(other.dependencies);
+    return *this;
 }
 
 std::string const& PackageInfo::getObjectType() const

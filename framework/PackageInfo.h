@@ -7,6 +7,8 @@
 #include "BasePackageInfo.h"
 #include "VectorObject.h"
 
+#include <vector>
+
 namespace Velmora {
 
 class PackageInfo : public BasePackageInfo {
@@ -14,7 +16,12 @@ public:
     PackageInfo();
     explicit PackageInfo(Deserializer& deserializer);
     PackageInfo(BasePackageInfo const& identity, unsigned int installTime, std::string architecture,
-                VectorObject<BasePackageInfo> const& dependencies);
+                std::vector<BasePackageInfo> dependencies);
+    PackageInfo(PackageInfo const& other) = default;
+    PackageInfo& operator=(PackageInfo const& other) = default;
+    // A VectorObject copies its elements when moved; these hand the list over.
+    PackageInfo(PackageInfo&& other) noexcept;
+    PackageInfo& operator=(PackageInfo&& other) noexcept;
 
     std::string const& getObjectType() const override;
     SerialObject* clone() const override;

@@ -185,18 +185,21 @@ struct HeaderFields {
     std::string group;
     CustomPackageInfo customPackageInfo;
 
-    PackageInfo package() const
+    // The fields are handed over: a HeaderFields makes one record.
+    PackageInfo package()
     {
-        VectorObject<BasePackageInfo> dependencies;
+        std::vector<BasePackageInfo> dependencies;
+        dependencies.reserve(requireNames.size());
         for (std::size_t i = 0; i < requireNames.size(); ++i)
-            dependencies.push_back(
-                BasePackageInfo(requireNames[i], i < requireVersions.size() ? requireVersions[i] : ""));
-        return PackageInfo(BasePackageInfo(name, version, release), installTime, architecture, dependencies);
+            dependencies.emplace_back(requireNames[i], i < requireVersions.size() ? requireVersions[i] : "");
+        return PackageInfo(BasePackageInfo(name, version, release), installTime, std::move(architecture),
+                           std::move(dependencies));
     }
-    void assignTo(PackageInfo& out) const { out = package(); }
-    void assignTo(ExtendedPackageInfo& out) const
+    void assignTo(PackageInfo& out) { out = package(); }
+    void assignTo(ExtendedPackageInfo& out)
     {
-        out = ExtendedPackageInfo(package(), uri, description, epoch, group, customPackageInfo);
+        out = ExtendedPackageInfo(package(), std::move(uri), std::move(description), std::move(epoch),
+                                  std::move(group), std::move(customPackageInfo));
     }
 };
 

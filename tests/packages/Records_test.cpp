@@ -54,6 +54,30 @@ TEST(PackageRecords, ExtendedRecordCarriesTheCustomObject)
     EXPECT_EQ("", empty.getCustomPackageInfo().getApplicationURL());
 }
 
+// Records move their lists over rather than copying them; a move must lose
+// nothing, whether into a new record, over an old one, or while a vector of
+// records grows.
+TEST(PackageRecords, MovesKeepEveryMemberAndListsAndLeaveTheSourceUsable)
+{
+    auto const original = deserialize<ExtendedPackageInfo>(
+        R"({"name":"a","version":"1","release":"2","installTime":7,"architecture":"noarch","URI":"u",)"
+        R"("description":"d","epoch":"3","group":"G","dependencies":[{"name":"b","version":"4"}],)"
+        R"("customPackageInfo":{"applicationURL":"http://x/","permissions":["p","q"],"vendor":"v"}})");
+    ExtendedPackageInfo source = original;
+    ExtendedPackageInfo moved(std::move(source));
+    EXPECT_TRUE(moved == original);
+    ExtendedPackageInfo assigned = deserialize<ExtendedPackageInfo>(R"({"name":"old","dependencies":[{"name":"z"}]})");
+    assigned = std::move(moved);
+    EXPECT_TRUE(assigned == original);
+    moved = original; // a moved-from record takes a new value
+    EXPECT_TRUE(moved == original);
+
+    std::vector<ExtendedPackageInfo> grown;
+    for (int i = 0; i < 40; ++i)
+        grown.push_back(original);
+    EXPECT_TRUE(std::all_of(grown.begin(), grown.end(), [&](auto const& each) { return each == original; }));
+}
+
 TEST(PackageRecords, ListRequestReadsFromItsNamedMember)
 {
     Deserializer d(std::string(R"({"listRequest":{"groups":["A","B"],"start":2,"nbItems":-1,"sortOrder":"x"}})"));
