@@ -13,7 +13,6 @@
 #include "WEBClient.h"
 
 #include <algorithm>
-#include <atomic>
 #include <map>
 #include <mutex>
 #include <set>
@@ -94,13 +93,17 @@ public:
     std::set<std::string> failing;
 };
 
+// Records the tokens it carries; the client of the uid in `refusing` throws instead.
 class FakeClient : public APPClient {
 public:
-    FakeClient(Client::Type type, std::string const& uid, Journal& journal) : APPClient(type, uid), journal(journal) {}
+    FakeClient(Client::Type type, std::string const& uid, Journal& journal, std::string const& refusing)
+        : APPClient(type, uid), journal(journal), refusing(refusing)
+    {
+    }
     void init() override {}
     void authorizationTokenCreation(unsigned int token, IServiceManager::Rights const& rights) override
     {
-        if (failTokens)
+        if (uid == refusing)
             throw Exception(ReturnGenericFailure);
         journal.add("create " + uid + " " + std::to_string(token) + " " + std::to_string(rights.size()));
     }
@@ -108,34 +111,26 @@ public:
     {
         journal.add("delete " + uid + " " + std::to_string(token));
     }
+
+private:
     Journal& journal;
-    std::atomic<bool> failTokens{false};
+    std::string const& refusing;
 };
 
 // Installs FakeClient as the APPClient factory for the life of the object.
+// `refusing` is set between calls to the manager, never during one.
 class FakeClients {
 public:
     FakeClients()
     {
         APPClient::setFactory([this](Client::Type type, std::string const& uid) {
-            auto* client = new FakeClient(type, uid, journal);
-            std::lock_guard lock(mutex);
-            clients[uid] = client;
-            return client;
+            return new FakeClient(type, uid, journal, refusing);
         });
     }
     ~FakeClients() { APPClient::setFactory(nullptr); }
-    FakeClient* get(std::string const& uid)
-    {
-        std::lock_guard lock(mutex);
-        return clients.at(uid);
-    }
 
     Journal journal;
-
-private:
-    std::mutex mutex;
-    std::map<std::string, FakeClient*> clients; // owned by the manager
+    std::string refusing;
 };
 
 // Notes its end too, so that a lost or doubly deleted client shows.

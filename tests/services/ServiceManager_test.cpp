@@ -76,7 +76,7 @@ TEST_F(ServiceTable, TokensReachEveryServiceInKeyOrderWithoutMemory)
 TEST_F(ServiceTable, FailingClientStopsTheWalkAndReachesTheCaller)
 {
     std::string const a = manager.create("a");
-    clients.get(manager.create("b"))->failTokens = true;
+    clients.refusing = manager.create("b");
     manager.create("c");
     EXPECT_THROW(manager.authorizationTokenCreation(5, TWO_RIGHTS), Exception);
     // No rollback: the service before keeps the token, the one after never hears.
