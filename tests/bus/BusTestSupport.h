@@ -1,39 +1,60 @@
 // Helpers of the bus tests: a private runtime directory per test, a raw
 // socket peer that speaks bytes (for inputs no well-behaved client sends),
-// and waiting for a condition with an upper bound.
+// waiting for a condition with an upper bound, and logs of what callbacks saw.
 #pragma once
 
+#include "IApplication.h"
+
+#include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace BusTest {
 
+// Sets an environment variable for the life of the object, so that a failed
+// assertion can't leave it set for the tests that follow.
+class ScopedEnv {
+public:
+    ScopedEnv(char const* name, std::string const& value) : name(name) { ::setenv(name, value.c_str(), 1); }
+    ~ScopedEnv() { ::unsetenv(name); }
+    ScopedEnv(ScopedEnv const&) = delete;
+    ScopedEnv& operator=(ScopedEnv const&) = delete;
+
+private:
+    char const* name;
+};
+
 // Points VELMORA_RUNTIME_DIR at a fresh directory for the life of the object.
 class RuntimeDir {
 public:
-    RuntimeDir()
-    {
-        char pattern[] = "/tmp/velmora-bus-XXXXXX";
-        path = ::mkdtemp(pattern);
-        ::setenv("VELMORA_RUNTIME_DIR", path.c_str(), 1);
-    }
     ~RuntimeDir()
     {
         std::error_code ignored;
         std::filesystem::remove_all(path, ignored);
-        ::unsetenv("VELMORA_RUNTIME_DIR");
     }
     std::string socket(std::string const& name) const { return path + "/" + name + ".sock"; }
-    std::string path;
+    std::string const path = makeDirectory();
+
+private:
+    static std::string makeDirectory()
+    {
+        char pattern[] = "/tmp/velmora-bus-XXXXXX";
+        return ::mkdtemp(pattern);
+    }
+    ScopedEnv variable{"VELMORA_RUNTIME_DIR", path};
 };
 
 inline bool waitFor(std::function<bool()> const& condition, int timeoutMs = 10000)
@@ -45,6 +66,57 @@ inline bool waitFor(std::function<bool()> const& condition, int timeoutMs = 1000
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     return condition();
+}
+
+// What callbacks saw, one text each, in order; safe to read while they run.
+class Log {
+public:
+    void add(std::string entry)
+    {
+        std::lock_guard lock(mutex);
+        entries.push_back(std::move(entry));
+    }
+    std::vector<std::string> all() const
+    {
+        std::lock_guard lock(mutex);
+        return entries;
+    }
+    std::size_t count() const { return all().size(); }
+    bool has(std::string const& entry) const
+    {
+        auto const seen = all();
+        return std::find(seen.begin(), seen.end(), entry) != seen.end();
+    }
+
+private:
+    mutable std::mutex mutex;
+    std::vector<std::string> entries;
+};
+
+// A program's reports as "<uid> <state>" and "<uid> alive <state>".
+struct ReportLog : Log, Velmora::IApplication::IApplicationListener {
+    void onKeepAlive(std::string const& uid, std::string const& state) override { add(uid + " alive " + state); }
+    void onStateChange(std::string const& uid, std::string const&, std::string const& state) override
+    {
+        add(uid + " " + state);
+    }
+};
+
+// What a program started with popen wrote to its stdout, and its exit status.
+struct Output {
+    std::string text;
+    int status = -1;
+};
+
+// Reads the program's output to its end and reaps it.
+inline Output finish(FILE* pipe)
+{
+    Output output;
+    char chunk[4096];
+    for (std::size_t n; (n = std::fread(chunk, 1, sizeof(chunk), pipe)) > 0;)
+        output.text.append(chunk, n);
+    output.status = WEXITSTATUS(::pclose(pipe));
+    return output;
 }
 
 // A Unix socket peer driven byte by byte.
@@ -66,17 +138,14 @@ public:
     RawPeer(RawPeer const&) = delete;
     RawPeer& operator=(RawPeer const&) = delete;
 
+    // A blocking send on a stream socket goes whole unless the peer hangs up.
     bool send(std::string const& bytes)
     {
-        std::size_t done = 0;
-        while (done < bytes.size()) {
-            ssize_t const n = ::send(fd, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
-            if (n <= 0)
-                return false;
-            done += static_cast<std::size_t>(n);
-        }
-        return true;
+        return ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
     }
+
+    // Sends one line and gives the line that answers it.
+    std::string ask(std::string const& line) { return send(line + "\n") ? readLine() : std::string(); }
 
     // One line without its line feed; empty on timeout or end of stream.
     std::string readLine(int timeoutMs = 10000)

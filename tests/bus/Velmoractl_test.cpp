@@ -5,66 +5,56 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdio>
-#include <sys/wait.h>
 
 using namespace Velmora;
 
 namespace {
 
-struct Output {
-    std::string text;
-    int status = -1;
-};
-
-Output run(std::string const& arguments)
+FILE* start(std::string const& arguments)
 {
-    Output output;
-    FILE* pipe = ::popen((std::string(VELMORA_CTL) + " " + arguments + " 2>&1").c_str(), "r");
-    char chunk[4096];
-    for (std::size_t n; (n = std::fread(chunk, 1, sizeof(chunk), pipe)) > 0;)
-        output.text.append(chunk, n);
-    output.status = WEXITSTATUS(::pclose(pipe));
-    return output;
+    return ::popen((std::string(VELMORA_CTL) + " --endpoint " + arguments).c_str(), "r");
 }
+
+class VelmoractlTest : public ::testing::Test {
+protected:
+    VelmoractlTest() { server.init(); }
+    BusTest::RuntimeDir runtime;
+    RPCServer server{"ctl"};
+};
 
 } // namespace
 
-TEST(VelmoractlTest, CallsPrintResultsAndReadableErrors)
+// Exit status 0 for a result, 1 for an error answer, 2 when the call can't be
+// made; error texts readable on the output.
+TEST_F(VelmoractlTest, CallsPrintResultsAndReadableErrors)
 {
-    BusTest::RuntimeDir runtime;
-    RPCServer server("ctl");
-    server.init();
-
-    Output ping = run("--endpoint ctl call RPC.ping");
-    EXPECT_EQ(0, ping.status);
-    EXPECT_EQ("true\n", ping.text);
-
-    Output json = run("--endpoint ctl --json call RPC.subscribe '{\"events\":[\"X\"]}'");
-    EXPECT_EQ(0, json.status);
-    EXPECT_EQ("{\"result\":null}\n", json.text);
-
-    Output unknown = run("--endpoint ctl call INone.method");
-    EXPECT_EQ(1, unknown.status);
-    EXPECT_NE(std::string::npos, unknown.text.find("Method not found"));
-
-    Output badParams = run("--endpoint ctl call RPC.ping 'not json'");
-    EXPECT_EQ(2, badParams.status);
-
-    Output absent = run("--endpoint nobody call RPC.ping");
-    EXPECT_EQ(2, absent.status);
-    EXPECT_NE(std::string::npos, absent.text.find("cannot reach endpoint nobody"));
+    struct Case {
+        char const* arguments;
+        int status;
+        char const* text; // the whole output, or a part of it after "..."
+    } const cases[] = {
+        {"ctl call RPC.ping", 0, "true\n"},
+        {"ctl --json call RPC.subscribe '{\"events\":[\"X\"]}'", 0, "{\"result\":null}\n"},
+        {"ctl call INone.method", 1, "...Method not found"},
+        {"ctl call RPC.ping 'not json'", 2, "..."},
+        {"nobody call RPC.ping", 2, "...cannot reach endpoint nobody"},
+    };
+    for (auto const& c : cases) {
+        BusTest::Output const output = BusTest::finish(start(std::string(c.arguments) + " 2>&1"));
+        EXPECT_EQ(c.status, output.status) << c.arguments;
+        std::string const text = c.text;
+        if (text.starts_with("..."))
+            EXPECT_NE(std::string::npos, output.text.find(text.substr(3))) << c.arguments;
+        else
+            EXPECT_EQ(text, output.text) << c.arguments;
+    }
 }
 
-TEST(VelmoractlTest, WatchFollowsTheNotificationsAskedFor)
+TEST_F(VelmoractlTest, WatchFollowsTheNotificationsAskedFor)
 {
-    BusTest::RuntimeDir runtime;
-    RPCServer server("ctl");
-    server.init();
-    FILE* pipe = ::popen((std::string(VELMORA_CTL) + " --endpoint ctl watch IX::a").c_str(), "r");
+    FILE* pipe = start("ctl watch IX::a");
     ASSERT_TRUE(BusTest::waitFor([&] { return server.getConnectionCount() == 1; }));
     // The subscription lands just after the connection; repeat until a line shows.
-    std::string line;
     std::atomic<bool> seen{false};
     std::thread sender([&] {
         for (int i = 0; i < 200 && !seen; ++i) {
@@ -74,6 +64,7 @@ TEST(VelmoractlTest, WatchFollowsTheNotificationsAskedFor)
         }
         server.shutdown(); // ends the watch
     });
+    std::string line;
     char buffer[256];
     if (std::fgets(buffer, sizeof(buffer), pipe))
         line = buffer;

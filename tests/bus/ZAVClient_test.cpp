@@ -1,7 +1,6 @@
 #include "BusTestSupport.h"
 
 #include "Exception.h"
-#include "IApplication.h"
 #include "IWindowEvent.h"
 #include "RPCServer.h"
 #include "IApplicationManager.h"
@@ -9,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include <mutex>
+#include <memory>
 #include <vector>
 
 using namespace Velmora;
@@ -29,18 +28,17 @@ public:
     }
     ~SlaveServer() override { shutdown(); }
 
-    std::mutex mutex;
-    std::vector<Json::Value> received;
+    BusTest::Log received; // the parameters of launch and dispatchEvent, in order
 
 private:
     std::string launch(IRPC::RPCSynchronousMethodObject const& method)
     {
-        remember(method);
+        received.add(method.getParameters());
         return IRPC::RPCResultObject(method.getMethod(), std::string("900")).serialize();
     }
     std::string dispatchEvent(IRPC::RPCSynchronousMethodObject const& method)
     {
-        remember(method);
+        received.add(method.getParameters());
         return IRPC::RPCReturnObject(method.getMethod()).serialize();
     }
     std::string getState(IRPC::RPCSynchronousMethodObject const& method)
@@ -50,31 +48,6 @@ private:
             return IRPC::RPCErrorObject(method.getMethod(), "invalid interface").serialize();
         return IRPC::RPCResultObject(method.getMethod(), std::string("RUNNING")).serialize();
     }
-    void remember(IRPC::RPCSynchronousMethodObject const& method)
-    {
-        std::lock_guard lock(mutex);
-        received.push_back(IRPC::parse(method.getParameters()));
-    }
-};
-
-struct Recorder : IApplication::IApplicationListener {
-    void onKeepAlive(std::string const& uid, std::string const& state) override { add(uid + " alive " + state); }
-    void onStateChange(std::string const& uid, std::string const&, std::string const& state) override
-    {
-        add(uid + " " + state);
-    }
-    void add(std::string const& report)
-    {
-        std::lock_guard lock(mutex);
-        reports.push_back(report);
-    }
-    std::size_t count()
-    {
-        std::lock_guard lock(mutex);
-        return reports.size();
-    }
-    std::mutex mutex;
-    std::vector<std::string> reports;
 };
 
 } // namespace
@@ -83,22 +56,19 @@ TEST(ZAVClientTest, TalksToAnotherServerInstanceAndHearsItsReports)
 {
     BusTest::RuntimeDir runtime;
     std::unique_ptr<ZAVClient> client(ZAVClient::create(Client::Master, "slave0"));
-    Recorder recorder;
+    BusTest::ReportLog recorder;
     client->addListener(&recorder);
     client->init(); // the slave is not up yet: calls fail, nothing hangs
     EXPECT_THROW(client->getState("900"), Exception);
 
     SlaveServer slave;
     slave.init();
-    EXPECT_EQ("slave0", client->getServerUid());
     EXPECT_EQ("900", client->launch(IApplicationManager::LaunchParameters()));
     client->dispatchEvent(IWindowEvent::KeyEvent(IWindowEvent::KeyEvent::KEY_SYSTEM, true));
-    {
-        std::lock_guard lock(slave.mutex);
-        ASSERT_EQ(2u, slave.received.size());
-        EXPECT_EQ(0u, slave.received[0]["proxy"].asUInt());
-        EXPECT_EQ("KeyEvent", slave.received[1]["event"]["@type"].asString());
-    }
+    auto const received = slave.received.all();
+    ASSERT_EQ(2u, received.size());
+    EXPECT_EQ(0u, IRPC::parse(received[0])["proxy"].asUInt());
+    EXPECT_EQ("KeyEvent", IRPC::parse(received[1])["event"]["@type"].asString());
     EXPECT_EQ("RUNNING", client->getState("900"));
     EXPECT_THROW(client->getState("901"), Exception); // the slave's error text fails the call
 
@@ -107,7 +77,7 @@ TEST(ZAVClientTest, TalksToAnotherServerInstanceAndHearsItsReports)
     slave.handleRPCNotification("IApplicationManager::onKeepAlive", "{\"uid\":\"900\",\"state\":\"RUNNING\"}");
     slave.handleRPCNotification("IWindowManager::onFocusChange", "{}"); // not asked for
     ASSERT_TRUE(waitFor([&] { return recorder.count() == 2; }));
-    EXPECT_EQ((std::vector<std::string>{"900 RUNNING", "900 alive RUNNING"}), recorder.reports);
+    EXPECT_EQ((std::vector<std::string>{"900 RUNNING", "900 alive RUNNING"}), recorder.all());
 
     slave.shutdown();
     EXPECT_THROW(client->getState("900"), Exception);
