@@ -1,207 +1,208 @@
 #include "BusTestSupport.h"
-#include "TestApp.h"
+#include "ReturnCodeOf.h"
 
 #include "APPClient.h"
 #include "Exception.h"
-#include "ILifecycleManagement.h"
 #include "IWindowEvent.h"
 #include "RPCServer.h"
 
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <mutex>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <utility>
 #include <vector>
 
+#include <spawn.h>
+
+extern char** environ;
+
 using namespace Velmora;
-using BusTest::TestApp;
 using BusTest::waitFor;
 
 namespace {
 
-struct StateRecorder : IApplication::IApplicationListener {
-    void onKeepAlive(std::string const& uid, std::string const& state) override
+// The SDK's test program, its behaviour set by extra environment (given to
+// it through env(1)); killed and reaped if the test doesn't wait for it.
+class TestApp {
+public:
+    explicit TestApp(std::map<std::string, std::string> const& extra)
     {
-        std::lock_guard lock(mutex);
-        reports.push_back("keepalive " + uid + " " + state);
+        std::vector<std::string> words{"env"};
+        for (auto const& [name, value] : extra)
+            words.push_back(name + "=" + value);
+        words.push_back(VELMORA_TEST_APP);
+        std::vector<char*> argv;
+        for (auto& word : words)
+            argv.push_back(word.data());
+        argv.push_back(nullptr);
+        if (::posix_spawnp(&pid, "env", nullptr, nullptr, argv.data(), environ) != 0)
+            pid = -1;
     }
-    void onStateChange(std::string const& uid, std::string const&, std::string const& newState) override
+    ~TestApp()
     {
-        std::lock_guard lock(mutex);
-        reports.push_back(uid + " " + newState);
+        if (pid > 0) {
+            ::kill(pid, SIGKILL);
+            wait();
+        }
     }
-    bool has(std::string const& report)
+    TestApp(TestApp const&) = delete;
+    TestApp& operator=(TestApp const&) = delete;
+
+    // Reaps the program; its pid is not to be signalled after this.
+    int wait()
     {
-        std::lock_guard lock(mutex);
-        for (auto const& seen : reports)
-            if (seen == report)
-                return true;
-        return false;
+        int status = 0;
+        ::waitpid(std::exchange(pid, -1), &status, 0);
+        return status;
     }
-    std::vector<std::string> all()
-    {
-        std::lock_guard lock(mutex);
-        return reports;
-    }
-    std::mutex mutex;
-    std::vector<std::string> reports;
+
+    pid_t pid = -1;
 };
 
-std::vector<std::string> readLines(std::string const& path)
-{
-    std::ifstream file(path);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(file, line);)
-        lines.push_back(line);
-    return lines;
-}
+// The programs' server; it serves WebSocket too, for pages.
+class ZAVServer : public RPCServer {
+public:
+    ZAVServer() : RPCServer("ZAV") { init(); }
+    ~ZAVServer() override { shutdown(); }
+    std::string getFixedRPCAddress() override { return "127.0.0.1:0"; }
+};
 
 class APPClientTest : public ::testing::Test {
 protected:
-    APPClientTest() : server("ZAV") { server.init(); }
-
-    std::map<std::string, std::string> appEnvironment(std::string const& uid)
+    // A client of `uid`, initialised, whose listener is `reports`.
+    APPClient& client(std::string const& uid)
     {
-        return {{"VELMORA_APP_PARAMETERS", "{\"authorizationToken\":\"" + uid + "\"}"},
-                {"VELMORA_APP_HOSTNAME", "ZAV"},
-                {"VELMORA_TEST_APP_LOG", log}};
+        clients.push_back(std::make_unique<APPClient>(Client::Master, uid));
+        clients.back()->addListener(&reports);
+        clients.back()->init();
+        return *clients.back();
+    }
+
+    // The test program dialling in as `uid`, logging what it is asked to `log`.
+    TestApp start(std::string const& uid, std::map<std::string, std::string> extra = {})
+    {
+        extra["VELMORA_APP_PARAMETERS"] = "{\"authorizationToken\":\"" + uid + "\"}";
+        extra["VELMORA_APP_HOSTNAME"] = "ZAV";
+        extra["VELMORA_TEST_APP_LOG"] = log;
+        return TestApp(extra);
     }
 
     BusTest::RuntimeDir runtime;
-    std::string log = runtime.path + "/app.log";
-    RPCServer server;
-    StateRecorder recorder;
+    std::string const log = runtime.path + "/app.log";
+    ZAVServer server;
+    BusTest::ReportLog reports;
+    std::vector<std::unique_ptr<APPClient>> clients;
 };
-
-int getStateFailure(APPClient& client, std::string const& uid)
-{
-    try {
-        client.getState(uid);
-    } catch (Exception const& e) {
-        return e.getCode();
-    }
-    return -1;
-}
 
 } // namespace
 
 TEST_F(APPClientTest, ProgramRegistersReportsAndAnswersServerCalls)
 {
-    APPClient client(Client::Master, "5001");
-    client.addListener(&recorder);
-    client.init();
-    EXPECT_EQ(ReturnGenericFailure, getStateFailure(client, "5001")); // not dialled in yet
+    APPClient& app = client("5001");
+    EXPECT_EQ(ReturnGenericFailure, returnCodeOf([&] { app.getState("5001"); })); // not dialled in yet
 
     // Tokens given before the program is there arrive in order once it registers.
     IServiceManager::Rights rights;
     rights["IWindowManager"]["launch"] = 1;
-    client.authorizationTokenCreation(11, rights);
-    client.authorizationTokenDeletion(11);
-    client.authorizationTokenCreation(12, rights);
+    app.authorizationTokenCreation(11, rights);
+    app.authorizationTokenDeletion(11);
+    app.authorizationTokenCreation(12, rights);
 
-    auto environment = appEnvironment("5001");
-    environment["VELMORA_TEST_APP_STATES"] = "INITIALIZING,RUNNING";
-    TestApp app(environment);
-    ASSERT_TRUE(waitFor([&] { return recorder.has("5001 RUNNING"); }));
-    EXPECT_EQ((std::vector<std::string>{"5001 INITIALIZING", "5001 RUNNING"}), recorder.all());
+    TestApp program = start("5001", {{"VELMORA_TEST_APP_STATES", "INITIALIZING,RUNNING"}});
+    ASSERT_TRUE(waitFor([&] { return reports.has("5001 RUNNING"); }));
+    EXPECT_EQ((std::vector<std::string>{"5001 INITIALIZING", "5001 RUNNING"}), reports.all());
 
-    EXPECT_EQ("RUNNING", client.getState("5001"));
-    client.handleFocus("5001", true);
-    EXPECT_TRUE(client.isFocused("5001"));
-    client.setVisibility("5001", true);
-    EXPECT_TRUE(client.getVisibility("5001"));
-    EXPECT_TRUE(client.handleEvent("5001", IWindowEvent::KeyEvent(IWindowEvent::KeyEvent::KEY_SYSTEM, true)));
-    EXPECT_THROW(client.getOpacity("5001"), Exception); // the program doesn't serve it
+    EXPECT_EQ("RUNNING", app.getState("5001"));
+    app.handleFocus("5001", true);
+    EXPECT_TRUE(app.isFocused("5001"));
+    app.setVisibility("5001", true);
+    EXPECT_TRUE(app.getVisibility("5001"));
+    EXPECT_TRUE(app.handleEvent("5001", IWindowEvent::KeyEvent(IWindowEvent::KeyEvent::KEY_SYSTEM, true)));
+    EXPECT_THROW(app.getOpacity("5001"), Exception); // the program doesn't serve it
 
-    client.terminate("5001");
-    EXPECT_EQ(0, app.wait());
-    EXPECT_TRUE(recorder.has("5001 TERMINATED"));
-    EXPECT_TRUE(waitFor([&] { return getStateFailure(client, "5001") == ReturnGenericFailure; }));
+    app.terminate("5001");
+    EXPECT_EQ(0, program.wait());
+    EXPECT_TRUE(reports.has("5001 TERMINATED"));
+    EXPECT_TRUE(waitFor([&] { return returnCodeOf([&] { app.getState("5001"); }) == ReturnGenericFailure; }));
 
-    auto const lines = readLines(log);
     // The queued tokens go out as the registration is accepted, before its answer.
-    std::vector<std::string> const expected{"IServiceManager.authorizationTokenCreation 11",
-                                            "IServiceManager.authorizationTokenDeletion 11",
-                                            "IServiceManager.authorizationTokenCreation 12",
-                                            "registered 5001",
-                                            "focus 1",
-                                            "visible 1",
-                                            "event",
-                                            "terminate"};
-    EXPECT_EQ(expected, lines);
+    std::ifstream file(log);
+    EXPECT_EQ("IServiceManager.authorizationTokenCreation 11\n"
+              "IServiceManager.authorizationTokenDeletion 11\n"
+              "IServiceManager.authorizationTokenCreation 12\n"
+              "registered 5001\nfocus 1\nvisible 1\nevent\nterminate\n",
+              std::string(std::istreambuf_iterator<char>(file), {}));
 }
 
 TEST_F(APPClientTest, AProgramThatCrashesWhileCalledFailsTheCall)
 {
-    APPClient client(Client::Master, "5002");
-    client.addListener(&recorder);
-    client.init();
-    auto environment = appEnvironment("5002");
-    environment["VELMORA_TEST_APP_ON_TERMINATE"] = "crash";
-    TestApp app(environment);
-    ASSERT_TRUE(waitFor([&] { return recorder.has("5002 RUNNING"); }));
-
-    EXPECT_THROW(client.terminate("5002"), Exception);
-    EXPECT_TRUE(WIFSIGNALED(app.wait()));
-    EXPECT_TRUE(waitFor([&] { return getStateFailure(client, "5002") == ReturnGenericFailure; }));
+    APPClient& app = client("5002");
+    TestApp program = start("5002", {{"VELMORA_TEST_APP_ON_TERMINATE", "crash"}});
+    ASSERT_TRUE(waitFor([&] { return reports.has("5002 RUNNING"); }));
+    EXPECT_THROW(app.terminate("5002"), Exception);
+    EXPECT_TRUE(WIFSIGNALED(program.wait()));
+    EXPECT_TRUE(waitFor([&] { return returnCodeOf([&] { app.getState("5002"); }) == ReturnGenericFailure; }));
 }
 
 TEST_F(APPClientTest, AHungProgramMissesTheDeadlineAndOthersAreNotHeldUp)
 {
-    ::setenv("VELMORA_RPC_TIMEOUT_MS", "300", 1);
-    APPClient hung(Client::Master, "5003");
-    APPClient healthy(Client::Master, "5004");
-    hung.addListener(&recorder);
-    healthy.addListener(&recorder);
-    hung.init();
-    healthy.init();
-    auto hungEnvironment = appEnvironment("5003");
-    hungEnvironment["VELMORA_TEST_APP_HANG"] = "ILifecycleManagement.getState";
-    TestApp hungApp(hungEnvironment);
-    TestApp healthyApp(appEnvironment("5004"));
-    ASSERT_TRUE(waitFor([&] { return recorder.has("5003 RUNNING") && recorder.has("5004 RUNNING"); }));
+    BusTest::ScopedEnv timeout("VELMORA_RPC_TIMEOUT_MS", "300");
+    APPClient& hung = client("5003");
+    APPClient& healthy = client("5004");
+    TestApp hungProgram = start("5003", {{"VELMORA_TEST_APP_HANG", "ILifecycleManagement.getState"}});
+    TestApp healthyProgram = start("5004");
+    ASSERT_TRUE(waitFor([&] { return reports.has("5003 RUNNING") && reports.has("5004 RUNNING"); }));
 
-    std::thread blocked([&] { EXPECT_EQ(ReturnTimedOut, getStateFailure(hung, "5003")); });
+    std::thread blocked([&] { EXPECT_EQ(ReturnTimedOut, returnCodeOf([&] { hung.getState("5003"); })); });
     EXPECT_EQ("RUNNING", healthy.getState("5004"));
     blocked.join();
-    // An application that ignores terminate stays up and answers.
-    ::unsetenv("VELMORA_RPC_TIMEOUT_MS");
 }
 
 TEST_F(APPClientTest, ASecondRegistrationOfAUidTakesOver)
 {
-    APPClient client(Client::Master, "5005");
-    client.addListener(&recorder);
-    client.init();
-    auto first = appEnvironment("5005");
-    first["VELMORA_TEST_APP_ON_TERMINATE"] = "ignore";
-    TestApp old(first);
-    ASSERT_TRUE(waitFor([&] { return recorder.has("5005 RUNNING"); }));
-    client.terminate("5005"); // ignored: it stays
-    EXPECT_EQ("RUNNING", client.getState("5005"));
+    APPClient& app = client("5005");
+    TestApp old = start("5005", {{"VELMORA_TEST_APP_ON_TERMINATE", "ignore"}});
+    ASSERT_TRUE(waitFor([&] { return reports.has("5005 RUNNING"); }));
+    app.terminate("5005"); // ignored: it stays
+    EXPECT_EQ("RUNNING", app.getState("5005"));
 
-    auto second = appEnvironment("5005");
-    second["VELMORA_TEST_APP_STATES"] = "SUSPENDED";
-    TestApp replacement(second);
-    ASSERT_TRUE(waitFor([&] { return recorder.has("5005 SUSPENDED"); }));
-    EXPECT_EQ("SUSPENDED", client.getState("5005"));
+    TestApp replacement = start("5005", {{"VELMORA_TEST_APP_STATES", "SUSPENDED"}});
+    ASSERT_TRUE(waitFor([&] { return reports.has("5005 SUSPENDED"); }));
+    EXPECT_EQ("SUSPENDED", app.getState("5005"));
 
     // The old program going away doesn't cut the new one off.
     ::kill(old.pid, SIGKILL);
     old.wait();
-    EXPECT_EQ("SUSPENDED", client.getState("5005"));
+    EXPECT_EQ("SUSPENDED", app.getState("5005"));
 }
 
 TEST_F(APPClientTest, ASilentProgramIsConnectedButReportsNothing)
 {
-    APPClient client(Client::Master, "5006");
-    client.addListener(&recorder);
-    client.init();
-    auto environment = appEnvironment("5006");
-    environment["VELMORA_TEST_APP_SILENT"] = "1";
-    environment["VELMORA_TEST_APP_DELAY_MS"] = "50";
-    TestApp app(environment);
-    ASSERT_TRUE(waitFor([&] { return getStateFailure(client, "5006") == -1; }));
-    EXPECT_EQ("UNINITIALIZED", client.getState("5006"));
-    EXPECT_TRUE(recorder.all().empty());
+    APPClient& app = client("5006");
+    TestApp program = start("5006", {{"VELMORA_TEST_APP_SILENT", "1"}, {"VELMORA_TEST_APP_DELAY_MS", "50"}});
+    ASSERT_TRUE(waitFor([&] { return returnCodeOf([&] { app.getState("5006"); }) == ReturnSuccess; }));
+    EXPECT_EQ("UNINITIALIZED", app.getState("5006"));
+    EXPECT_TRUE(reports.all().empty());
+}
+
+// A web page on the SDK's JavaScript module, run by node over WebSocket.
+TEST_F(APPClientTest, APageRegistersReportsRunningAndAnswersTheServer)
+{
+    APPClient& app = client("6001");
+    std::string const command = std::string("node --experimental-websocket --no-warnings ") + VELMORA_PAGE_APP + " " +
+                                std::to_string(server.getPort()) + " '{\"authorizationToken\":\"6001\"}'";
+    FILE* page = ::popen(command.c_str(), "r");
+    ASSERT_TRUE(waitFor([&] { return reports.count() == 2; }));
+    EXPECT_EQ((std::vector<std::string>{"6001 RUNNING", "6001 alive RUNNING"}), reports.all());
+    EXPECT_EQ("RUNNING", app.getState("6001"));
+    app.handleFocus("6001", true);
+    EXPECT_TRUE(app.isFocused("6001"));
+    app.terminate("6001");
+
+    BusTest::Output const output = BusTest::finish(page);
+    EXPECT_EQ(0, output.status);
+    EXPECT_EQ("ping true\nerror Method not found\nfocus true\nterminate\n", output.text);
 }

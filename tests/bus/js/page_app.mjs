@@ -1,11 +1,10 @@
 // Plays a web page on the page module: registers under the uid given, reports
 // RUNNING, logs the server's calls to stdout, and leaves when terminated.
+// Uses node's own WebSocket client, as a browser would use its own.
 import { VelmoraApp, uidFromParameters } from '../../../sdk/velmora-app.mjs';
-import { MiniWebSocket } from './MiniWebSocket.mjs';
 
 const [port, parameters] = process.argv.slice(2);
-const app = new VelmoraApp({ url: `ws://127.0.0.1:${port}/`, uid: uidFromParameters(parameters, process.pid),
-  WebSocketImpl: MiniWebSocket });
+const app = new VelmoraApp({ url: `ws://127.0.0.1:${port}/`, uid: uidFromParameters(parameters, process.pid) });
 app.onFocus = (focus) => console.log(`focus ${focus}`);
 app.onTerminate = () => {
   console.log('terminate');
