@@ -1,11 +1,8 @@
 // The dependency graph: roots by first appearance, direct neighbours in edge
 // order with duplicates, and the walk's exact order, repeats included. The
 // boot sequencer starts services in exactly this order.
-#include "Deserializer.h"
 #include "Graph.h"
 #include "StringObject.h"
-
-#include <memory>
 
 #include <gtest/gtest.h>
 
@@ -61,18 +58,6 @@ TEST(Graph, WalkOrderWithDiamondsRepeatsAndCycles)
     EXPECT_EQ((Names{"a", "b", "c", "e", "d", "e"}),
               walkFromA({{"a", "b"}, {"b", "c"}, {"b", "d"}, {"c", "e"}, {"d", "e"}}));
     EXPECT_EQ((Names{"a", "b"}), walkFromA({{"a", "b"}, {"b", "a"}}));
-}
-
-TEST(Graph, EdgesTravelAsSerialObjects)
-{
-    std::string const text = graphOf({{"a", "b"}, {"b", "c"}}).serialize();
-    Deserializer deserializer(text);
-    VectorObject<Edge<StringObject>> copy(deserializer);
-    ASSERT_EQ(2u, copy.size());
-    EXPECT_EQ("b", copy[1].first.getValue());
-    EXPECT_EQ("c", copy[1].second.getValue());
-    std::unique_ptr<SerialObject> clone(copy[0].clone());
-    EXPECT_TRUE(*clone == copy[0]);
 }
 
 } // namespace

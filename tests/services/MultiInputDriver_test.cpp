@@ -2,6 +2,7 @@
 // sessions, the IR filter, regular files that end, devices that appear while
 // hotplug is on, and a listener that leaves from inside its call.
 #include "MultiInputDriver.h"
+#include "PackageWorld.h" // the shared polling helper
 
 #include <gtest/gtest.h>
 
@@ -10,7 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <memory>
+#include <optional>
 #include <mutex>
 #include <thread>
 
@@ -22,15 +23,9 @@
 using namespace Velmora;
 using KeyEvent = IWindowEvent::KeyEvent;
 using Names = std::vector<std::string>;
+using VelmoraTest::eventually;
 
 namespace {
-
-bool eventually(std::function<bool()> const& condition)
-{
-    for (int i = 0; i < 1000 && !condition(); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    return condition();
-}
 
 // Each key as "<code>+" (pressed) or "<code>-".
 struct Keys : IWindowEvent::IInputEventListener {
@@ -65,9 +60,20 @@ std::string key(unsigned short code, int value)
 
 std::string press(unsigned short code) { return key(code, 1); }
 
+// A driver made directly takes the place of the process's InputDriver
+// instance, which other tests share; this puts the one before back.
+struct InstanceSlot : Singleton<InputDriver> {
+    static Singleton* current() { return singleton; }
+    static void putBack(Singleton* previous)
+    {
+        singleton = previous;
+        --refCount;
+    }
+};
+
 // A private root with an empty /dev/input; `start` makes a driver over the
-// given device list with `keys` listening to session 0. The driver goes
-// before the listeners it calls.
+// given device list with `keys` listening to session 0, `stop` ends it before
+// the listeners it calls go.
 class InputWorld : public testing::Test {
 protected:
     InputWorld()
@@ -79,7 +85,7 @@ protected:
     }
     ~InputWorld() override
     {
-        driver.reset();
+        stop();
         unsetenv("VELMORA_ROOT");
         unsetenv("VELMORA_INPUT_DEVICES");
         std::filesystem::remove_all(base);
@@ -87,9 +93,17 @@ protected:
     MultiInputDriver& start(std::string const& devices)
     {
         setenv("VELMORA_INPUT_DEVICES", devices.c_str(), 1);
-        driver = std::make_unique<MultiInputDriver>();
+        previous = InstanceSlot::current();
+        driver.emplace();
         driver->addListener(&keys, 0);
         return *driver;
+    }
+    void stop()
+    {
+        if (!driver)
+            return;
+        driver.reset(); // destroyed, not deleted: a delete only drops a reference
+        InstanceSlot::putBack(previous);
     }
     std::string fifo(std::string const& name)
     {
@@ -107,7 +121,8 @@ protected:
 
     std::filesystem::path base;
     Keys keys;
-    std::unique_ptr<MultiInputDriver> driver;
+    std::optional<MultiInputDriver> driver;
+    Singleton<InputDriver>* previous = nullptr;
 };
 
 TEST_F(InputWorld, FifoRecordsReachTheirSessionWithMappedCodes)
@@ -141,7 +156,7 @@ TEST_F(InputWorld, FifoRecordsReachTheirSessionWithMappedCodes)
     ASSERT_TRUE(eventually([&] { return session0.all().size() == 5; }));
     EXPECT_EQ("1+", session0.all()[3]);
     EXPECT_EQ("34+", session0.all()[4]);
-    driver.reset(); // before the listeners it calls
+    stop();
 }
 
 // A regular file is read to its end and dropped, an absent path skipped;
