@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <tuple>
 
 using namespace Velmora;
 
@@ -28,25 +29,21 @@ protected:
 // made; error texts readable on the output.
 TEST_F(VelmoractlTest, CallsPrintResultsAndReadableErrors)
 {
-    struct Case {
-        char const* arguments;
-        int status;
-        char const* text; // the whole output, or a part of it after "..."
-    } const cases[] = {
+    // Arguments, exit status, and the whole output or ("...") a part of it.
+    std::tuple<char const*, int, std::string> const cases[] = {
         {"ctl call RPC.ping", 0, "true\n"},
         {"ctl --json call RPC.subscribe '{\"events\":[\"X\"]}'", 0, "{\"result\":null}\n"},
         {"ctl call INone.method", 1, "...Method not found"},
         {"ctl call RPC.ping 'not json'", 2, "..."},
         {"nobody call RPC.ping", 2, "...cannot reach endpoint nobody"},
     };
-    for (auto const& c : cases) {
-        BusTest::Output const output = BusTest::finish(start(std::string(c.arguments) + " 2>&1"));
-        EXPECT_EQ(c.status, output.status) << c.arguments;
-        std::string const text = c.text;
+    for (auto const& [arguments, status, text] : cases) {
+        BusTest::Output const output = BusTest::finish(start(std::string(arguments) + " 2>&1"));
+        EXPECT_EQ(status, output.status) << arguments;
         if (text.starts_with("..."))
-            EXPECT_NE(std::string::npos, output.text.find(text.substr(3))) << c.arguments;
+            EXPECT_NE(std::string::npos, output.text.find(text.substr(3))) << arguments;
         else
-            EXPECT_EQ(text, output.text) << c.arguments;
+            EXPECT_EQ(text, output.text) << arguments;
     }
 }
 

@@ -55,8 +55,8 @@ private:
 TEST(ZAVClientTest, TalksToAnotherServerInstanceAndHearsItsReports)
 {
     BusTest::RuntimeDir runtime;
+    BusTest::ReportLog recorder; // outlives the client, which may report until it is gone
     std::unique_ptr<ZAVClient> client(ZAVClient::create(Client::Master, "slave0"));
-    BusTest::ReportLog recorder;
     client->addListener(&recorder);
     client->init(); // the slave is not up yet: calls fail, nothing hangs
     EXPECT_THROW(client->getState("900"), Exception);
@@ -73,8 +73,8 @@ TEST(ZAVClientTest, TalksToAnotherServerInstanceAndHearsItsReports)
     EXPECT_THROW(client->getState("901"), Exception); // the slave's error text fails the call
 
     slave.handleRPCNotification("IApplicationManager::onStateChange",
-                                "{\"uid\":\"900\",\"oldState\":\"INITIALIZING\",\"newState\":\"RUNNING\"}");
-    slave.handleRPCNotification("IApplicationManager::onKeepAlive", "{\"uid\":\"900\",\"state\":\"RUNNING\"}");
+                                R"({"uid":"900","oldState":"INITIALIZING","newState":"RUNNING"})");
+    slave.handleRPCNotification("IApplicationManager::onKeepAlive", R"({"uid":"900","state":"RUNNING"})");
     slave.handleRPCNotification("IWindowManager::onFocusChange", "{}"); // not asked for
     ASSERT_TRUE(waitFor([&] { return recorder.count() == 2; }));
     EXPECT_EQ((std::vector<std::string>{"900 RUNNING", "900 alive RUNNING"}), recorder.all());
