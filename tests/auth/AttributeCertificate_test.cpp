@@ -2,20 +2,11 @@
 // issuer writes into a certificate.
 #include "AuthorizationFixture.h"
 
-#include <openssl/objects.h>
-
-#include <cstring>
-
 using namespace Velmora;
 using namespace VelmoraTest;
 using ::testing::HasSubstr;
 
 namespace {
-
-std::string text(ASN1_STRING const* value)
-{
-    return std::string(reinterpret_cast<char const*>(ASN1_STRING_get0_data(value)), ASN1_STRING_length(value));
-}
 
 AttributeCertificatePtr fromDer(std::string const& der)
 {
@@ -30,48 +21,33 @@ protected:
     X509_NAME const* issuerName() const { return X509_get_subject_name(pki.issuer.get()); }
 };
 
-TEST_F(AttributeCertificateFormat, IssuedV2FormRoundTripsThroughDerAndPem)
+// An issued certificate re-encodes to the same bytes, leaves empty what it
+// does not use, and lasts one day in 15-character GeneralizedTime. The rest of
+// its fields are read back by the print and checker tests.
+TEST_F(AttributeCertificateFormat, IssuedCertificateRoundTripsAndLastsOneDay)
 {
     std::string pem = issue(pki.doricHolder.get());
-    ASSERT_THAT(pem, HasSubstr("-----BEGIN ATTRIBUTE CERTIFICATE-----"));
     std::string der = toDer(fromPem(pem).get());
     AttributeCertificatePtr certificate = fromDer(der);
     ASSERT_TRUE(certificate);
     EXPECT_EQ(toDer(certificate.get()), der);
     EXPECT_EQ(toPem(certificate.get()), pem);
-
     ATTRIBUTE_CERTIFICATE_INFO const* info = certificate->acinfo;
-    EXPECT_EQ(ASN1_INTEGER_get(info->version), 2);
     EXPECT_EQ(ASN1_INTEGER_get(info->serialNumber), 0);
-    ASSERT_EQ(info->issuer->type, 1);
-    EXPECT_EQ(X509_NAME_cmp(Manager::getACCertificateIssuerName(certificate.get()), issuerName()), 0);
-    ATTRIBUTE_CERTIFICATE_ISSUER_SERIAL const* id = info->holder->baseCertificateID;
-    ASSERT_NE(id, nullptr);
-    EXPECT_EQ(ASN1_INTEGER_cmp(id->serial, X509_get0_serialNumber(pki.doricHolder.get())), 0);
     EXPECT_EQ(info->holder->entityName, nullptr);
     EXPECT_EQ(info->extensions, nullptr);
-    EXPECT_EQ(OBJ_obj2nid(certificate->signatureAlgorithm->algorithm), NID_sha1WithRSAEncryption);
-    ASSERT_EQ(X509at_get_attr_count(info->attributes), 1);
-    EXPECT_EQ(OBJ_obj2nid(X509_ATTRIBUTE_get0_object(X509at_get_attr(info->attributes, 0))), NID_info_access);
-}
+    EXPECT_EQ(X509at_get_attr_count(info->attributes), 1);
 
-TEST_F(AttributeCertificateFormat, ValidityIsOneDayOfRealGeneralizedTime)
-{
-    AttributeCertificatePtr certificate = fromPem(issue(pki.doricHolder.get()));
-    ASSERT_TRUE(certificate);
-    ATTRIBUTE_CERTIFICATE_VALIDITY const* validity = certificate->acinfo->attrCertValidityPeriod;
+    ATTRIBUTE_CERTIFICATE_VALIDITY const* validity = info->attrCertValidityPeriod;
     for (ASN1_GENERALIZEDTIME const* time : {validity->notBeforeTime, validity->notAfterTime}) {
+        std::string value(reinterpret_cast<char const*>(ASN1_STRING_get0_data(time)), ASN1_STRING_length(time));
         EXPECT_EQ(ASN1_STRING_type(time), V_ASN1_GENERALIZEDTIME);
-        std::string value = text(time);
-        ASSERT_EQ(value.size(), 15u) << value;
-        EXPECT_EQ(value.back(), 'Z');
-        EXPECT_EQ(value.find_first_not_of("0123456789"), 14u) << value;
+        EXPECT_TRUE(value.size() == 15 && value.find_first_not_of("0123456789") == 14 && value.back() == 'Z') << value;
     }
     int days = -1;
     int seconds = -1;
     ASSERT_EQ(ASN1_TIME_diff(&days, &seconds, validity->notBeforeTime, validity->notAfterTime), 1);
-    EXPECT_EQ(days, 1);
-    EXPECT_EQ(seconds, 0);
+    EXPECT_EQ(std::make_pair(days, seconds), std::make_pair(1, 0));
 }
 
 // The v1 form holds the issuer's names directly; it must be written, decoded
@@ -108,8 +84,8 @@ TEST_F(AttributeCertificateFormat, HolderWithOnlyAnEntityNameParsesButFailsTheBa
     });
     AttributeCertificatePtr decoded = fromPem(pem);
     ASSERT_TRUE(decoded);
-    EXPECT_EQ(X509_NAME_cmp(Manager::retreiveHolderEntityName(decoded.get()), X509_get_subject_name(pki.doricHolder.get())),
-              0);
+    X509_NAME const* holderName = X509_get_subject_name(pki.doricHolder.get());
+    EXPECT_EQ(X509_NAME_cmp(Manager::retreiveHolderEntityName(decoded.get()), holderName), 0);
     expectRejected(pki.doricHolder.get(), pem, "baseCertificateID is NULL.\n");
 }
 
@@ -137,13 +113,7 @@ TEST_F(AttributeCertificateFormat, HelpersRejectNullArguments)
 TEST_F(AttributeCertificateFormat, InsertingAnAttributeOfTheSameTypeReplacesIt)
 {
     AttributeCertificatePtr certificate(ATTRIBUTE_CERTIFICATE_new());
-    for (int round = 0; round < 2; ++round) {
-        X509AttributePtr attribute(X509_ATTRIBUTE_new());
-        X509_ATTRIBUTE_set1_object(attribute.get(), OBJ_nid2obj(NID_info_access));
-        ASSERT_TRUE(Manager::insertAttribute(certificate.get(), std::move(attribute)));
-    }
-    X509AttributePtr other(X509_ATTRIBUTE_new());
-    X509_ATTRIBUTE_set1_object(other.get(), OBJ_nid2obj(NID_commonName));
-    ASSERT_TRUE(Manager::insertAttribute(certificate.get(), std::move(other)));
+    for (int nid : {NID_info_access, NID_info_access, NID_commonName})
+        ASSERT_TRUE(Manager::insertAttribute(certificate.get(), makeAttribute(nid)));
     EXPECT_EQ(X509at_get_attr_count(certificate->acinfo->attributes), 2);
 }

@@ -4,27 +4,18 @@
 // service manager that records the tokens it is told of.
 #pragma once
 
-#include "AttributeCertificate.h"
 #include "AuthorizationAttributesManager.h"
 #include "Exception.h"
-#include "OpenSSLPtr.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <openssl/bio.h>
-#include <openssl/evp.h>
+#include <openssl/objects.h>
 #include <openssl/pem.h>
-#include <openssl/x509.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <initializer_list>
-#include <iterator>
 #include <mutex>
-#include <string>
-#include <utility>
 #include <vector>
 
 namespace VelmoraTest {
@@ -95,6 +86,13 @@ inline std::string toDer(Velmora::ATTRIBUTE_CERTIFICATE const* certificate)
     return length > 0 ? std::string(reinterpret_cast<char*>(der), length) : std::string();
 }
 
+inline Velmora::X509AttributePtr makeAttribute(int nid)
+{
+    Velmora::X509AttributePtr attribute(X509_ATTRIBUTE_new());
+    X509_ATTRIBUTE_set1_object(attribute.get(), OBJ_nid2obj(nid));
+    return attribute;
+}
+
 inline void writeFile(std::filesystem::path const& path, std::string const& text)
 {
     std::ofstream(path, std::ios::binary) << text;
@@ -152,19 +150,10 @@ private:
     }
 };
 
-// A private sysroot with its tmp/ and a file set holding the issuer's PEMs.
+// A private sysroot with its tmp/ and a file each for the issuer's PEMs.
 class Sandbox {
 public:
-    Sandbox()
-    {
-        std::string pattern = (std::filesystem::temp_directory_path() / "velmora-auth-XXXXXX").string();
-        root = mkdtemp(pattern.data());
-        std::filesystem::create_directories(root / "tmp");
-        TestPki& pki = TestPki::get();
-        writeFile(issuerCertificate(), toPem(pki.issuer.get()));
-        writeFile(issuerKey(), toPem(pki.issuerKey.get()));
-        setenv("VELMORA_ROOT", root.c_str(), 1);
-    }
+    Sandbox() { setenv("VELMORA_ROOT", root.c_str(), 1); }
     ~Sandbox()
     {
         unsetenv("VELMORA_ROOT");
@@ -174,9 +163,6 @@ public:
     Sandbox(Sandbox const&) = delete;
     Sandbox& operator=(Sandbox const&) = delete;
 
-    std::filesystem::path const& path() const { return root; }
-    std::string issuerCertificate() const { return (root / "issuer.crt").string(); }
-    std::string issuerKey() const { return (root / "issuer.key").string(); }
     std::string file(std::string const& name, std::string const& text) const
     {
         writeFile(root / name, text);
@@ -185,8 +171,18 @@ public:
     // Files left in the sysroot's tmp/.
     long temporaryFiles() const { return std::distance(std::filesystem::directory_iterator(root / "tmp"), {}); }
 
+    std::filesystem::path const root = makeRoot();
+    std::string const issuerCertificate = file("issuer.crt", toPem(TestPki::get().issuer.get()));
+    std::string const issuerKey = file("issuer.key", toPem(TestPki::get().issuerKey.get()));
+
 private:
-    std::filesystem::path root;
+    static std::filesystem::path makeRoot()
+    {
+        std::string pattern = (std::filesystem::temp_directory_path() / "velmora-auth-XXXXXX").string();
+        std::filesystem::path root = mkdtemp(pattern.data());
+        std::filesystem::create_directories(root / "tmp");
+        return root;
+    }
 };
 
 class FakeServiceManager : public Velmora::IServiceManager {
@@ -216,7 +212,7 @@ class AuthorizationTest : public ::testing::Test {
 protected:
     using Manager = Velmora::AuthorizationAttributesManager;
 
-    void SetUp() override { start(sandbox.issuerCertificate(), sandbox.issuerKey()); }
+    void SetUp() override { start(sandbox.issuerCertificate, sandbox.issuerKey); }
     void TearDown() override { stop(); }
 
     // A new manager on these issuer files; returns what its set-up logged.

@@ -18,9 +18,12 @@ struct Outcome {
     std::string out;
 };
 
-// Runs a shell command; standard error is dropped.
-Outcome run(std::string const& command)
+// Runs `program` with each argument quoted for the shell; standard error is dropped.
+Outcome run(std::string const& program, std::initializer_list<std::string> arguments)
 {
+    std::string command = "'" + program + "'";
+    for (std::string const& argument : arguments)
+        command += " '" + argument + "'";
     Outcome outcome;
     FILE* pipe = popen((command + " 2>/dev/null").c_str(), "r");
     if (pipe == nullptr)
@@ -34,15 +37,6 @@ Outcome run(std::string const& command)
     return outcome;
 }
 
-// Runs `program` with each argument quoted for the shell.
-Outcome run(std::string const& program, std::initializer_list<std::string> arguments)
-{
-    std::string command = "'" + program + "'";
-    for (std::string const& argument : arguments)
-        command += " '" + argument + "'";
-    return run(command);
-}
-
 } // namespace
 
 class Interoperability : public AuthorizationTest {
@@ -54,7 +48,7 @@ protected:
     Outcome check(std::string const& pem)
     {
         std::string der = sandbox.file("ac.der", toDer(fromPem(pem).get()));
-        return run("/usr/bin/python3", {VELMORA_AC_CHECKER, der, sandbox.issuerCertificate()});
+        return run("/usr/bin/python3", {VELMORA_AC_CHECKER, der, sandbox.issuerCertificate});
     }
 };
 
@@ -70,9 +64,9 @@ TEST_F(Interoperability, IndependentDecoderAcceptsTheDerAndItsSignatureOnly)
 
 TEST_F(Interoperability, ToolIssuesVerifiesAndPrints)
 {
-    std::string issuer = sandbox.issuerCertificate();
+    std::string issuer = sandbox.issuerCertificate;
     std::string holder = sandbox.file("holder.crt", toPem(pki.doricHolder.get()));
-    Outcome issued = run(VELMORA_AC_TOOL, {"issue", issuer, sandbox.issuerKey(), holder});
+    Outcome issued = run(VELMORA_AC_TOOL, {"issue", issuer, sandbox.issuerKey, holder});
     ASSERT_EQ(issued.status, 0);
     ASSERT_THAT(issued.out, HasSubstr("-----BEGIN ATTRIBUTE CERTIFICATE-----"));
     EXPECT_EQ(sandbox.temporaryFiles(), 0);
@@ -90,7 +84,7 @@ TEST_F(Interoperability, ToolIssuesVerifiesAndPrints)
 
 TEST_F(Interoperability, ToolRejectsWhatTheServerRejects)
 {
-    std::string issuer = sandbox.issuerCertificate();
+    std::string issuer = sandbox.issuerCertificate;
     std::string doric = sandbox.file("doric.crt", toPem(pki.doricHolder.get()));
     std::string verisign = sandbox.file("verisign.crt", toPem(pki.verisignHolder.get()));
     std::string unknown = sandbox.file("unknown.crt", toPem(pki.unknownHolder.get()));
@@ -102,7 +96,7 @@ TEST_F(Interoperability, ToolRejectsWhatTheServerRejects)
     EXPECT_EQ(run(VELMORA_AC_TOOL, {"verify", issuer, doric, forgery}).status, 1);
     EXPECT_EQ(run(VELMORA_AC_TOOL, {"verify", issuer, doric, garbage}).status, 1);
     EXPECT_EQ(run(VELMORA_AC_TOOL, {"print", garbage}).status, 1);
-    EXPECT_EQ(run(VELMORA_AC_TOOL, {"issue", issuer, sandbox.issuerKey(), unknown}).status, 1);
+    EXPECT_EQ(run(VELMORA_AC_TOOL, {"issue", issuer, sandbox.issuerKey, unknown}).status, 1);
     EXPECT_EQ(run(VELMORA_AC_TOOL, {"issue", issuer, "/nonexistent.key", doric}).status, 1);
     EXPECT_EQ(run(VELMORA_AC_TOOL, {"frobnicate"}).status, 2);
     EXPECT_EQ(sandbox.temporaryFiles(), 0);

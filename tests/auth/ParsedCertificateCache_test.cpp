@@ -17,8 +17,8 @@ protected:
     // The serial number of the certificate read from a file holding `text`.
     long serialOf(std::string const& text)
     {
-        writeFile(sandbox.path() / "certificate.pem", text);
-        return serialAt(sandbox.path() / "certificate.pem");
+        writeFile(sandbox.root / "certificate.pem", text);
+        return serialAt(sandbox.root / "certificate.pem");
     }
     long serialAt(std::filesystem::path const& path)
     {
@@ -45,26 +45,17 @@ TEST_F(ParsedCertificates, EachReadGivesTheCertificateOfTheBytesReadNow)
     EXPECT_EQ(serialOf(doric.substr(0, doric.size() / 2)), -1);
     EXPECT_EQ(serialOf("leading text\n" + doric), 7);
     EXPECT_EQ(serialOf(doric), 7);
-}
-
-TEST_F(ParsedCertificates, AZeroByteCutsALineAsInAFile)
-{
-    // The file reader ends a line at a zero byte; the cache must read the
-    // same bytes the same way, first time and after.
-    std::string cut = toPem(pki.doricHolder.get());
+    // The file reader ends a line at a zero byte, so junk after one on the
+    // BEGIN line goes unseen: the cache must read it so too, first and after.
+    std::string cut = doric;
     cut.insert(cut.find('\n'), std::string("\0tail", 5));
-    writeFile(sandbox.path() / "direct.pem", cut);
-    FilePtr file = openFile((sandbox.path() / "direct.pem").c_str(), "r");
-    X509Ptr direct(PEM_read_X509(file.get(), nullptr, nullptr, nullptr));
-    long expected = direct ? ASN1_INTEGER_get(X509_get0_serialNumber(direct.get())) : -1;
-    EXPECT_EQ(expected, 7);
-    EXPECT_EQ(serialOf(cut), expected);
-    EXPECT_EQ(serialOf(cut), expected);
+    EXPECT_EQ(serialOf(cut), 7);
+    EXPECT_EQ(serialOf(cut), 7);
 }
 
 TEST_F(ParsedCertificates, PipesAreReadAsTheyCome)
 {
-    std::filesystem::path fifo = sandbox.path() / "certificate.fifo";
+    std::filesystem::path fifo = sandbox.root / "certificate.fifo";
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     std::string doric = toPem(pki.doricHolder.get());
     for (int round = 0; round < 2; ++round) {
