@@ -163,24 +163,18 @@ std::vector<ServicePackage> const BROKEN{
     {"after-missing", "velmora-svc-after-missing", {"missing"}},
 };
 
-class BrokenBoot : public testing::Test {
-protected:
-    void SetUp() override
-    {
-        for (char const* name : {"velmora-svc-cycle1", "velmora-svc-cycle2", "velmora-svc-cycle3",
-                                 "velmora-svc-after", "velmora-svc-after-missing"})
-            world.plainService(name);
-        world.plainService("velmora-svc-silent", "VELMORA_TEST_APP_SILENT=1 VELMORA_TEST_APP_LOG=" +
-                                                     world.logFile("silent").string());
-    }
-    pid_t silentPid() const { return pidIn(world.logFile("silent"), "registered "); }
-    BootWorld world{"broken", BROKEN};
-};
-
 // Without a session init fails, but only after a first pass; the boot stays
 // incomplete and the manager keeps serving: a silent service's death brings a new one.
-TEST_F(BrokenBoot, NoSessionFailsInitYetTheIncompleteBootKeepsServing)
+TEST(BrokenBoot, NoSessionFailsInitYetTheIncompleteBootKeepsServing)
 {
+    BootWorld world("broken", BROKEN);
+    for (char const* name : {"velmora-svc-cycle1", "velmora-svc-cycle2", "velmora-svc-cycle3", "velmora-svc-after",
+                             "velmora-svc-after-missing"})
+        world.plainService(name);
+    world.plainService("velmora-svc-silent",
+                       "VELMORA_TEST_APP_SILENT=1 VELMORA_TEST_APP_LOG=" + world.logFile("silent").string());
+    auto const silentPid = [&] { return pidIn(world.logFile("silent"), "registered "); };
+
     Box box(world, {"server"});
     EXPECT_EQ(ReturnGenericFailure, returnCodeOf([&] { box.manager.init(); }));
     ASSERT_TRUE(eventually([&] { return silentPid() > 0; }));

@@ -101,8 +101,10 @@ TEST(Sessions, OnlyTheHighestIndexRightBehindTheWordCounts)
 
 TEST_F(Boot, EachTreeStartsOneServiceAtATimeInWalkOrder)
 {
-    // Tree 1: start -> a -> b, a -> c. Tree 2: start2 -> d.
-    manager.boot({{"start_velmora", "svc-a"}, {"svc-a", "svc-b"}, {"svc-a", "svc-c"}, {"start_velmora_2", "svc-d"}});
+    // Tree 1: start -> a -> (b, c). Tree 2: start2 -> d -> b, sharing b: whichever
+    // tree reaches b first starts it, the other waits. Tree 3, start nodes alone, is complete.
+    manager.boot({{"start_velmora", "svc-a"}, {"svc-a", "svc-b"}, {"svc-a", "svc-c"}, {"start_velmora_2", "svc-d"},
+                  {"svc-d", "svc-b"}, {"start_velmora_3", "start_velmora_4"}});
     EXPECT_EQ((Names{"svc-a", "svc-d"}), factory.startedNames());
     EXPECT_EQ("svc-a|1", factory.started[0]);
 
@@ -122,20 +124,6 @@ TEST_F(Boot, EachTreeStartsOneServiceAtATimeInWalkOrder)
     EXPECT_EQ(1u, boots());
     report("svc-b", "RUNNING");
     EXPECT_EQ(2u, boots());
-}
-
-TEST_F(Boot, SharedNodesAndStartOnlyTrees)
-{
-    // A diamond reached by two trees: the first tree starts the shared node,
-    // the second waits for it. A tree of start nodes alone is complete.
-    manager.boot({{"start_velmora", "x"}, {"start_velmora_b", "y"}, {"x", "shared"}, {"y", "shared"},
-                  {"start_velmora_c", "start_velmora_d"}});
-    EXPECT_EQ((Names{"x", "y"}), factory.startedNames());
-    report("x", "RUNNING");
-    report("y", "RUNNING");
-    EXPECT_EQ((Names{"x", "y", "shared"}), factory.startedNames());
-    report("shared", "RUNNING");
-    EXPECT_EQ(1u, boots());
 }
 
 TEST_F(Boot, MissingServiceIsStartedAgainBeforeAnythingBehindIt)
