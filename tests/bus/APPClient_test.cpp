@@ -12,7 +12,7 @@
 #include <iterator>
 #include <map>
 #include <memory>
-#include <utility>
+#include <set>
 #include <vector>
 
 #include <spawn.h>
@@ -24,44 +24,6 @@ using BusTest::waitFor;
 
 namespace {
 
-// The SDK's test program, its behaviour set by extra environment (given to
-// it through env(1)); killed and reaped if the test doesn't wait for it.
-class TestApp {
-public:
-    explicit TestApp(std::map<std::string, std::string> const& extra)
-    {
-        std::vector<std::string> words{"env"};
-        for (auto const& [name, value] : extra)
-            words.push_back(name + "=" + value);
-        words.push_back(VELMORA_TEST_APP);
-        std::vector<char*> argv;
-        for (auto& word : words)
-            argv.push_back(word.data());
-        argv.push_back(nullptr);
-        if (::posix_spawnp(&pid, "env", nullptr, nullptr, argv.data(), environ) != 0)
-            pid = -1;
-    }
-    ~TestApp()
-    {
-        if (pid > 0) {
-            ::kill(pid, SIGKILL);
-            wait();
-        }
-    }
-    TestApp(TestApp const&) = delete;
-    TestApp& operator=(TestApp const&) = delete;
-
-    // Reaps the program; its pid is not to be signalled after this.
-    int wait()
-    {
-        int status = 0;
-        ::waitpid(std::exchange(pid, -1), &status, 0);
-        return status;
-    }
-
-    pid_t pid = -1;
-};
-
 // The programs' server; it serves WebSocket too, for pages.
 class ZAVServer : public RPCServer {
 public:
@@ -72,6 +34,14 @@ public:
 
 class APPClientTest : public ::testing::Test {
 protected:
+    ~APPClientTest() override
+    {
+        for (pid_t pid : programs) {
+            ::kill(pid, SIGKILL);
+            ::waitpid(pid, nullptr, 0);
+        }
+    }
+
     // A client of `uid`, initialised, whose listener is `reports`.
     APPClient& client(std::string const& uid)
     {
@@ -81,13 +51,34 @@ protected:
         return *clients.back();
     }
 
-    // The test program dialling in as `uid`, logging what it is asked to `log`.
-    TestApp start(std::string const& uid, std::map<std::string, std::string> extra = {})
+    // Starts the SDK's test program dialling in as `uid`, its behaviour set by
+    // `extra` environment, logging what it is asked to `log`.
+    pid_t start(std::string const& uid, std::map<std::string, std::string> const& extra = {})
     {
-        extra["VELMORA_APP_PARAMETERS"] = "{\"authorizationToken\":\"" + uid + "\"}";
-        extra["VELMORA_APP_HOSTNAME"] = "ZAV";
-        extra["VELMORA_TEST_APP_LOG"] = log;
-        return TestApp(extra);
+        std::vector<std::string> words{"env", "VELMORA_APP_PARAMETERS={\"authorizationToken\":\"" + uid + "\"}",
+                                       "VELMORA_APP_HOSTNAME=ZAV", "VELMORA_TEST_APP_LOG=" + log};
+        for (auto const& [name, value] : extra)
+            words.push_back(name + "=" + value);
+        words.push_back(VELMORA_TEST_APP);
+        std::vector<char*> argv;
+        for (auto& word : words)
+            argv.push_back(word.data());
+        argv.push_back(nullptr);
+        pid_t pid = -1;
+        if (::posix_spawnp(&pid, "env", nullptr, nullptr, argv.data(), environ) != 0)
+            ADD_FAILURE() << "the test program did not start";
+        else
+            programs.insert(pid);
+        return pid;
+    }
+
+    // Reaps a program started by start(); its wait status.
+    int wait(pid_t pid)
+    {
+        int status = 0;
+        ::waitpid(pid, &status, 0);
+        programs.erase(pid);
+        return status;
     }
 
     BusTest::RuntimeDir runtime;
@@ -95,6 +86,7 @@ protected:
     ZAVServer server;
     BusTest::ReportLog reports;
     std::vector<std::unique_ptr<APPClient>> clients;
+    std::set<pid_t> programs; // not reaped yet
 };
 
 } // namespace
@@ -111,7 +103,7 @@ TEST_F(APPClientTest, ProgramRegistersReportsAndAnswersServerCalls)
     app.authorizationTokenDeletion(11);
     app.authorizationTokenCreation(12, rights);
 
-    TestApp program = start("5001", {{"VELMORA_TEST_APP_STATES", "INITIALIZING,RUNNING"}});
+    pid_t const program = start("5001", {{"VELMORA_TEST_APP_STATES", "INITIALIZING,RUNNING"}});
     ASSERT_TRUE(waitFor([&] { return reports.has("5001 RUNNING"); }));
     EXPECT_EQ((std::vector<std::string>{"5001 INITIALIZING", "5001 RUNNING"}), reports.all());
 
@@ -124,7 +116,7 @@ TEST_F(APPClientTest, ProgramRegistersReportsAndAnswersServerCalls)
     EXPECT_THROW(app.getOpacity("5001"), Exception); // the program doesn't serve it
 
     app.terminate("5001");
-    EXPECT_EQ(0, program.wait());
+    EXPECT_EQ(0, wait(program));
     EXPECT_TRUE(reports.has("5001 TERMINATED"));
     EXPECT_TRUE(waitFor([&] { return returnCodeOf([&] { app.getState("5001"); }) == ReturnGenericFailure; }));
 
@@ -140,10 +132,10 @@ TEST_F(APPClientTest, ProgramRegistersReportsAndAnswersServerCalls)
 TEST_F(APPClientTest, AProgramThatCrashesWhileCalledFailsTheCall)
 {
     APPClient& app = client("5002");
-    TestApp program = start("5002", {{"VELMORA_TEST_APP_ON_TERMINATE", "crash"}});
+    pid_t const program = start("5002", {{"VELMORA_TEST_APP_ON_TERMINATE", "crash"}});
     ASSERT_TRUE(waitFor([&] { return reports.has("5002 RUNNING"); }));
     EXPECT_THROW(app.terminate("5002"), Exception);
-    EXPECT_TRUE(WIFSIGNALED(program.wait()));
+    EXPECT_TRUE(WIFSIGNALED(wait(program)));
     EXPECT_TRUE(waitFor([&] { return returnCodeOf([&] { app.getState("5002"); }) == ReturnGenericFailure; }));
 }
 
@@ -152,8 +144,8 @@ TEST_F(APPClientTest, AHungProgramMissesTheDeadlineAndOthersAreNotHeldUp)
     BusTest::ScopedEnv timeout("VELMORA_RPC_TIMEOUT_MS", "300");
     APPClient& hung = client("5003");
     APPClient& healthy = client("5004");
-    TestApp hungProgram = start("5003", {{"VELMORA_TEST_APP_HANG", "ILifecycleManagement.getState"}});
-    TestApp healthyProgram = start("5004");
+    start("5003", {{"VELMORA_TEST_APP_HANG", "ILifecycleManagement.getState"}});
+    start("5004");
     ASSERT_TRUE(waitFor([&] { return reports.has("5003 RUNNING") && reports.has("5004 RUNNING"); }));
 
     std::thread blocked([&] { EXPECT_EQ(ReturnTimedOut, returnCodeOf([&] { hung.getState("5003"); })); });
@@ -166,15 +158,15 @@ TEST_F(APPClientTest, AHungProgramMissesTheDeadlineAndOthersAreNotHeldUp)
 TEST_F(APPClientTest, ASecondRegistrationOfAUidTakesOverEvenWithoutReports)
 {
     APPClient& app = client("5005");
-    TestApp old = start("5005", {{"VELMORA_TEST_APP_ON_TERMINATE", "ignore"}});
+    pid_t const old = start("5005", {{"VELMORA_TEST_APP_ON_TERMINATE", "ignore"}});
     ASSERT_TRUE(waitFor([&] { return reports.has("5005 RUNNING"); }));
     app.terminate("5005"); // ignored: it stays
     EXPECT_EQ("RUNNING", app.getState("5005"));
 
-    TestApp silent = start("5005", {{"VELMORA_TEST_APP_SILENT", "1"}});
+    start("5005", {{"VELMORA_TEST_APP_SILENT", "1"}});
     ASSERT_TRUE(waitFor([&] { return app.getState("5005") == "UNINITIALIZED"; }));
-    ::kill(old.pid, SIGKILL);
-    old.wait();
+    ::kill(old, SIGKILL);
+    wait(old);
     EXPECT_EQ("UNINITIALIZED", app.getState("5005"));
     EXPECT_EQ((std::vector<std::string>{"5005 RUNNING"}), reports.all());
 }
