@@ -17,6 +17,7 @@
 #include <mutex>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace ServiceTest {
@@ -40,10 +41,11 @@ public:
         std::lock_guard lock(mutex);
         return static_cast<std::size_t>(std::count(lines.begin(), lines.end(), line));
     }
-    void clear()
+    // All lines so far, leaving the journal empty.
+    std::vector<std::string> take()
     {
         std::lock_guard lock(mutex);
-        lines.clear();
+        return std::exchange(lines, {});
     }
 
 private:
