@@ -179,16 +179,14 @@ TEST_F(Diagnostics, PrintShowsEveryPartOfAnIssuedCertificate)
 // arguments must be refused rather than followed.
 TEST_F(Diagnostics, NamesArePrintedAsDataNeverAsFormats)
 {
-    GeneralNamePtr name(GENERAL_NAME_new());
-    GENERAL_NAME_set0_value(name.get(), GEN_DIRNAME, makeName({{"CN", "%s%n%x"}}).release());
-    EXPECT_EQ(stdoutOf([&] { Manager::traceGeneralName(stdout, name.get()); }), "GEN_DIRNAME: /CN=%s%n%x");
-
-    GeneralNamePtr uri(GENERAL_NAME_new());
-    ASN1_IA5STRING* text = ASN1_IA5STRING_new();
-    ASN1_STRING_set(text, "http://%s", -1);
-    GENERAL_NAME_set0_value(uri.get(), GEN_URI, text);
-    EXPECT_EQ(stdoutOf([&] { Manager::traceGeneralName(stdout, uri.get()); }), "GEN_URI:http://%s");
-
+    std::pair<GENERAL_NAME*, char const*> const names[] = {
+        {directoryName({{"CN", "%s%n%x"}}), "GEN_DIRNAME: /CN=%s%n%x"},
+        {stringName(GEN_URI, "http://%s"), "GEN_URI:http://%s"},
+    };
+    for (auto const& [name, printed] : names) {
+        GeneralNamePtr owner(name);
+        EXPECT_EQ(stdoutOf([&] { Manager::traceGeneralName(stdout, name); }), printed);
+    }
     std::string log = stderrOf([] {
         Manager::traceGeneralNames(nullptr, nullptr);
         Manager::traceGeneralNames(stdout, nullptr);

@@ -31,6 +31,23 @@ inline Velmora::X509NamePtr makeName(Names entries)
     return name;
 }
 
+inline GENERAL_NAME* directoryName(Names entries)
+{
+    GENERAL_NAME* name = GENERAL_NAME_new();
+    GENERAL_NAME_set0_value(name, GEN_DIRNAME, makeName(entries).release());
+    return name;
+}
+
+// A general name of a string type: GEN_DNS, GEN_URI...
+inline GENERAL_NAME* stringName(int type, char const* text)
+{
+    ASN1_IA5STRING* value = ASN1_IA5STRING_new();
+    ASN1_STRING_set(value, text, -1);
+    GENERAL_NAME* name = GENERAL_NAME_new();
+    GENERAL_NAME_set0_value(name, type, value);
+    return name;
+}
+
 // A certificate for `subject`, issued by `issuer`, signed with `signer`.
 inline Velmora::X509Ptr makeCertificate(Names subject, Names issuer, long serial, EVP_PKEY* key, EVP_PKEY* signer)
 {

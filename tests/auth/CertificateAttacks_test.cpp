@@ -27,22 +27,6 @@ void replaceValue(ATTRIBUTE_CERTIFICATE* certificate, AllowedInterface const* va
     AuthorizationAttributesManager::insertAttribute(certificate, std::move(attribute));
 }
 
-GENERAL_NAME* directoryName(Names entries)
-{
-    GENERAL_NAME* name = GENERAL_NAME_new();
-    GENERAL_NAME_set0_value(name, GEN_DIRNAME, makeName(entries).release());
-    return name;
-}
-
-GENERAL_NAME* dnsName(char const* text)
-{
-    GENERAL_NAME* name = GENERAL_NAME_new();
-    ASN1_IA5STRING* value = ASN1_IA5STRING_new();
-    ASN1_STRING_set(value, text, -1);
-    GENERAL_NAME_set0_value(name, GEN_DNS, value);
-    return name;
-}
-
 GENERAL_NAMES* namesOf(GENERAL_NAME* name)
 {
     GENERAL_NAMES* names = GENERAL_NAMES_new();
@@ -157,9 +141,9 @@ TEST_F(Rejection, MalformedAllowedInterfaces)
 {
     expectAllRejected({
         {"no function names", withValue(directoryName({{"CN", "IZap"}}), nullptr), "Function name array is NULL.\n"},
-        {"interface named by DNS", withValue(dnsName("izap.example"), GENERAL_NAMES_new()),
+        {"interface named by DNS", withValue(stringName(GEN_DNS, "izap.example"), GENERAL_NAMES_new()),
          "Attribute values interface name is not a DIRNAME.\n"},
-        {"function named by DNS", withValue(directoryName({{"CN", "IZap"}}), namesOf(dnsName("zap"))),
+        {"function named by DNS", withValue(directoryName({{"CN", "IZap"}}), namesOf(stringName(GEN_DNS, "zap"))),
          "Attribute values instance subtype is not a DIRNAME.\n"},
         {"directory name without a common name",
          withValue(directoryName({{"O", "no common name"}}), GENERAL_NAMES_new()), "X509 Name is invalid.\n"},
