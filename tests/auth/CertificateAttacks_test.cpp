@@ -152,7 +152,8 @@ TEST_F(Rejection, MalformedAllowedInterfaces)
 
 TEST_F(Rejection, UndecodableCertificatesOrHolders)
 {
-    std::string der = toDer(fromPem(issue(pki.doricHolder.get())).get());
+    std::string certificate = issue(pki.doricHolder.get());
+    std::string der = toDer(fromPem(certificate).get());
     std::string lying = der; // a length that claims far more than there is
     lying.replace(1, 3, std::string("\x84\x7f\xff\xff\xff", 5));
     char const* failed = "PEM_read_X509 failed on:";
@@ -165,7 +166,6 @@ TEST_F(Rejection, UndecodableCertificatesOrHolders)
         {"lying length", pemOf(lying), failed},
         {"a megabyte of nothing in particular", pemOf(std::string(1 << 20, '\x30')), failed},
     });
-    std::string certificate = issue(pki.doricHolder.get());
     std::string log = stderrOf([&] {
         EXPECT_EQ(manager->applyAttributeCertificate("junk", certificate), 0u);
         EXPECT_EQ(manager->retreiveAttributeCertificate("junk"), "");
