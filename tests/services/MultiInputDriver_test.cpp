@@ -72,8 +72,8 @@ struct InstanceSlot : Singleton<InputDriver> {
 };
 
 // A private root with an empty /dev/input; `start` makes a driver over the
-// given device list with `keys` listening to session 0, `stop` ends it before
-// the listeners it calls go.
+// given device list with `keys` listening to session 0. The driver ends
+// before the listeners it calls.
 class InputWorld : public testing::Test {
 protected:
     InputWorld()
@@ -85,7 +85,10 @@ protected:
     }
     ~InputWorld() override
     {
-        stop();
+        if (driver) {
+            driver.reset(); // destroyed, not deleted: a delete only drops a reference
+            InstanceSlot::putBack(previous);
+        }
         unsetenv("VELMORA_ROOT");
         unsetenv("VELMORA_INPUT_DEVICES");
         std::filesystem::remove_all(base);
@@ -97,13 +100,6 @@ protected:
         driver.emplace();
         driver->addListener(&keys, 0);
         return *driver;
-    }
-    void stop()
-    {
-        if (!driver)
-            return;
-        driver.reset(); // destroyed, not deleted: a delete only drops a reference
-        InstanceSlot::putBack(previous);
     }
     std::string fifo(std::string const& name)
     {
@@ -120,7 +116,7 @@ protected:
     }
 
     std::filesystem::path base;
-    Keys keys;
+    Keys keys, other, session1;
     std::optional<MultiInputDriver> driver;
     Singleton<InputDriver>* previous = nullptr;
 };
@@ -131,8 +127,7 @@ TEST_F(InputWorld, FifoRecordsReachTheirSessionWithMappedCodes)
     std::string const second = fifo("second");
     // The first listener leaves from its own call: the one after it still hears.
     keys.onCall = [&] { driver->removeListener(&keys); };
-    Keys session0, session1;
-    start(remote + ":" + second + "@1").addListener(&session0, 0);
+    start(remote + ":" + second + "@1").addListener(&other, 0);
     driver->addListener(&session1, 1);
     driver->enableIr();
     driver->enableIr(); // a second time opens nothing twice
@@ -142,21 +137,20 @@ TEST_F(InputWorld, FifoRecordsReachTheirSessionWithMappedCodes)
     write(remote, bytes.substr(0, 10)); // a record split across writes
     write(remote, bytes.substr(10));
     write(second, press(KEY_HOME));
-    ASSERT_TRUE(eventually([&] { return session0.all().size() == 3 && session1.all().size() == 1; }));
-    EXPECT_EQ((Names{"1+", "1-", std::to_string(MultiInputDriver::LINUX_KEY_BASE + KEY_A) + "+"}), session0.all());
+    ASSERT_TRUE(eventually([&] { return other.all().size() == 3 && session1.all().size() == 1; }));
+    EXPECT_EQ((Names{"1+", "1-", std::to_string(MultiInputDriver::LINUX_KEY_BASE + KEY_A) + "+"}), other.all());
     EXPECT_EQ(Names{"30+"}, session1.all());
     EXPECT_EQ(1u, keys.all().size());
 
     // Asleep: only the filter's key goes through.
     driver->enableIrFilter(static_cast<KeyEvent::Code>(1)); // the box's power key
     write(remote, press(KEY_A) + press(KEY_POWER));
-    ASSERT_TRUE(eventually([&] { return session0.all().size() == 4; }));
+    ASSERT_TRUE(eventually([&] { return other.all().size() == 4; }));
     driver->disableIrFilter();
     write(remote, press(KEY_MENU));
-    ASSERT_TRUE(eventually([&] { return session0.all().size() == 5; }));
-    EXPECT_EQ("1+", session0.all()[3]);
-    EXPECT_EQ("34+", session0.all()[4]);
-    stop();
+    ASSERT_TRUE(eventually([&] { return other.all().size() == 5; }));
+    EXPECT_EQ("1+", other.all()[3]);
+    EXPECT_EQ("34+", other.all()[4]);
 }
 
 // A regular file is read to its end and dropped, an absent path skipped;
