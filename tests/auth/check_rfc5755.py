@@ -18,36 +18,31 @@ AUTHORITY_INFO_ACCESS = univ.ObjectIdentifier("1.3.6.1.5.5.7.1.1")
 SHA1_WITH_RSA = univ.ObjectIdentifier("1.2.840.113549.1.1.5")
 
 
-def fail(message):
-    print("check_rfc5755: " + message, file=sys.stderr)
-    sys.exit(1)
+def expect(holds, message):
+    if not holds:
+        print("check_rfc5755: " + message, file=sys.stderr)
+        sys.exit(1)
 
 
 def main(der_path, issuer_path):
     der = open(der_path, "rb").read()
     certificate, rest = decoder.decode(der, asn1Spec=rfc5755.AttributeCertificate())
-    if rest:
-        fail("trailing bytes")
-    if encoder.encode(certificate) != der:
-        fail("not DER")
+    expect(not rest, "trailing bytes")
+    expect(encoder.encode(certificate) == der, "not DER")
     info = certificate["acinfo"]
-    if int(info["version"]) != 2:
-        fail("version %d" % int(info["version"]))
+    expect(int(info["version"]) == 2, "version %d" % int(info["version"]))
     for field in ("notBeforeTime", "notAfterTime"):
         text = str(info["attrCertValidityPeriod"][field])
-        if len(text) != 15 or not text.endswith("Z"):
-            fail("%s is %r" % (field, text))
+        expect(len(text) == 15 and text.endswith("Z"), "%s is %r" % (field, text))
     for algorithm in (certificate["signatureAlgorithm"], info["signature"]):
-        if algorithm["algorithm"] != SHA1_WITH_RSA:
-            fail("signature algorithm")
+        expect(algorithm["algorithm"] == SHA1_WITH_RSA, "signature algorithm")
     names = []
     for attribute in info["attributes"]:
         if attribute["type"] != AUTHORITY_INFO_ACCESS:
             continue
         for value in attribute["values"]:
             allowed, rest = decoder.decode(bytes(value))
-            if rest or not isinstance(allowed, univ.Sequence):
-                fail("attribute value is no SEQUENCE")
+            expect(not rest and isinstance(allowed, univ.Sequence), "attribute value is no SEQUENCE")
             interface, _ = decoder.decode(encoder.encode(allowed[0]), asn1Spec=rfc5280.GeneralName())
             names.append(interface.getName())
     issuer = x509.load_pem_x509_certificate(open(issuer_path, "rb").read())
@@ -57,6 +52,5 @@ def main(der_path, issuer_path):
 
 
 if __name__ == "__main__":
-    if len(sys.argv) != 3:
-        fail("usage: check_rfc5755.py AC_DER ISSUER_CERT_PEM")
+    expect(len(sys.argv) == 3, "usage: check_rfc5755.py AC_DER ISSUER_CERT_PEM")
     main(sys.argv[1], sys.argv[2])
