@@ -183,7 +183,7 @@ std::string ApplicationManager::getState(std::string const& uid)
 {
     GetStateCommand command(this, uid);
     executeOrThrow(command, MODULE, __LINE__, "getState");
-    return command.getReturn();
+    return command.takeReturn();
 }
 
 void ApplicationManager::setState(std::string const& uid, std::string const& requestedState)
@@ -214,7 +214,7 @@ ILifecycleManagement::RuntimeStatistics ApplicationManager::getRuntimeStatistics
 {
     GetRuntimeStatisticsCommand command(this, uid);
     executeOrThrow(command, MODULE, __LINE__, "getRuntimeStatistics");
-    return command.getReturn();
+    return command.takeReturn();
 }
 
 void ApplicationManager::onKeepAlive(std::string const& uid, std::string const& state)

@@ -77,7 +77,7 @@ static auto runGetter(PackageManager* manager, Argument const& argument, char co
 {
     Command command(manager, argument);
     manager->executeOrThrow(command, MODULE, __LINE__, operation);
-    return command.getReturn();
+    return command.takeReturn();
 }
 
 VectorObject<PackageInfo> PackageManager::getPackageInfoList(PackageInfoListRequest const& request)

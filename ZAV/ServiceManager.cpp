@@ -40,7 +40,7 @@ VectorObject<std::string> ServiceManager::getServiceList()
 {
     GetServiceListCommand command(this);
     executeOrThrow(command, MODULE, __LINE__, "getServiceList");
-    return command.getReturn();
+    return command.takeReturn();
 }
 
 void ServiceManager::authorizationTokenCreation(unsigned int token, Rights rights)

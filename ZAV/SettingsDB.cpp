@@ -55,21 +55,10 @@ void SettingsDB::GetCurrentValueCommand::setReturn(SerialObject const& value)
 }
 
 SettingsDB::GetCurrentValuesCommand::GetCurrentValuesCommand(SettingsDB* settings, std::string const& entity)
-    : SettingsDBCommand(settings), entity(entity)
+    : ReturningCommand(settings), entity(entity)
 {
 }
-void SettingsDB::GetCurrentValuesCommand::call()
-{
-    VectorObject<AttributeValuePair> values = getSettingsDB()->_getCurrentValues(entity);
-    result.swap(values);
-}
-
-VectorObject<ISettingsDB::AttributeValuePair> SettingsDB::GetCurrentValuesCommand::takeReturn()
-{
-    VectorObject<AttributeValuePair> taken;
-    taken.swap(result);
-    return taken;
-}
+void SettingsDB::GetCurrentValuesCommand::call() { setReturn(getSettingsDB()->_getCurrentValues(entity)); }
 
 SettingsDB::SetCurrentValuesCommand::SetCurrentValuesCommand(SettingsDB* settings, CurrentValues const& values)
     : SettingsDBCommand(settings), values(values)
@@ -90,21 +79,21 @@ VectorObject<std::string> SettingsDB::getEntities()
 {
     GetEntitiesCommand command(this);
     executeOrThrow(command, MODULE, __LINE__, "getEntities");
-    return command.getReturn();
+    return command.takeReturn();
 }
 
 VectorObject<std::string> SettingsDB::getAttributes(std::string const& entity)
 {
     GetAttributesCommand command(this, entity);
     executeOrThrow(command, MODULE, __LINE__, "getAttributes");
-    return command.getReturn();
+    return command.takeReturn();
 }
 
 VectorObject<SerialObject*> SettingsDB::getAllowedValues(EntityAttributePair const& pair)
 {
     GetAllowedValuesCommand command(this, pair);
     executeOrThrow(command, MODULE, __LINE__, "getAllowedValues");
-    return command.getReturn();
+    return command.takeReturn();
 }
 
 void SettingsDB::setAllowedValues(AllowedValues const& allowed)

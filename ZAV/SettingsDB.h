@@ -76,19 +76,13 @@ public:
         SerialObject* result = nullptr;
     };
 
-    // Hands its list over without copying the values: reading a whole entity
-    // is the common way to read settings.
-    class GetCurrentValuesCommand : public SettingsDBCommand {
+    class GetCurrentValuesCommand : public ReturningCommand<SettingsDBCommand, VectorObject<AttributeValuePair>> {
     public:
         GetCurrentValuesCommand(SettingsDB* settings, std::string const& entity);
         void call() override;
-        VectorObject<AttributeValuePair> const& getReturn() const { return result; }
-        // Moves the list out; the command holds an empty one afterwards.
-        VectorObject<AttributeValuePair> takeReturn();
 
     private:
         std::string entity;
-        VectorObject<AttributeValuePair> result;
     };
 
     class SetCurrentValuesCommand : public SettingsDBCommand {

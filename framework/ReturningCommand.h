@@ -1,7 +1,10 @@
 // A command that carries a result back to the caller of executeCommand:
 // `Base` is the manager's intermediate command class, R the result type,
-// default-constructed until call() sets it.
+// default-constructed until call() sets it. Results move in and out, so a
+// long list crosses the thread hop without a copy.
 #pragma once
+
+#include <utility>
 
 namespace Velmora {
 
@@ -9,8 +12,10 @@ template <class Base, class R>
 class ReturningCommand : public Base {
 public:
     using Base::Base;
-    virtual R getReturn() const { return result; }
-    virtual void setReturn(R const& value) { result = value; }
+    R const& getReturn() const { return result; }
+    void setReturn(R value) { result = std::move(value); }
+    // Moves the result out, for the caller that waited for the command.
+    R takeReturn() { return std::move(result); }
 
 private:
     R result{};

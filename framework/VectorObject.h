@@ -6,6 +6,7 @@
 #include "Serialization.h"
 #include "VectorBase.h"
 
+#include <utility>
 #include <vector>
 
 namespace Velmora {
@@ -22,12 +23,20 @@ public:
         deserializer.leaveObject(name);
     }
     VectorObject(VectorObject const& other) = default;
+    VectorObject(VectorObject&& other) noexcept : VectorBase(other), std::vector<T>(std::move(other)) {}
     VectorObject(std::initializer_list<T> values) : std::vector<T>(values) {}
 
     VectorObject& operator=(VectorObject const& other)
     {
         VectorBase::operator=(other);
         std::vector<T>::operator=(other);
+        return *this;
+    }
+
+    VectorObject& operator=(VectorObject&& other) noexcept
+    {
+        VectorBase::operator=(other);
+        std::vector<T>::operator=(std::move(other));
         return *this;
     }
 
