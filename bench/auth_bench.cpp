@@ -4,7 +4,7 @@
 #include "FigureReporter.h"
 
 #include "AuthorizationAttributesManager.h"
-#include "TestPki.h"
+#include "AuthorizationFixture.h"
 
 #include <openssl/pem.h>
 
