@@ -24,6 +24,10 @@ struct Figure {
 
 class FigureReporter : public benchmark::ConsoleReporter {
 public:
+    // Plain text: colour codes would stand before the first figure line and
+    // hide it from `grep '^figure '`.
+    FigureReporter() : ConsoleReporter(OO_Tabular) {}
+
     void ReportRuns(std::vector<Run> const& runs) override
     {
         for (Run const& run : runs) {
