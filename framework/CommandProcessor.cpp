@@ -81,18 +81,37 @@ void CommandProcessor::moduleLoop()
             waitForWork(lock);
             continue;
         }
-        Entry entry = queue.front();
-        queue.pop_front();
-        workPending.store(!queue.empty(), std::memory_order_relaxed);
-        lock.unlock();
-        run(entry.command);
-        if (!entry.completion && entry.owned)
-            delete entry.command;
-        lock.lock();
-        if (entry.completion)
-            entry.completion->finish();
+        runQueued(lock);
     }
     discardQueue(lock);
+}
+
+// Takes everything queued so far in one go, so that a sender queueing fast
+// rarely meets the loop at the mutex, and runs it in order. A stop asked
+// meanwhile puts the rest back, for discardQueue.
+void CommandProcessor::runQueued(std::unique_lock<std::mutex>& lock)
+{
+    std::deque<Entry> batch;
+    batch.swap(queue);
+    workPending.store(false, std::memory_order_relaxed);
+    lock.unlock();
+    for (auto entry = batch.begin(); entry != batch.end(); ++entry) {
+        if (stopping.load(std::memory_order_relaxed)) {
+            lock.lock();
+            queue.insert(queue.begin(), entry, batch.end());
+            return;
+        }
+        run(entry->command);
+        callerWaited = entry->completion != nullptr;
+        if (entry->completion) {
+            lock.lock();
+            entry->completion->finish();
+            lock.unlock();
+        } else if (entry->owned) {
+            delete entry->command;
+        }
+    }
+    lock.lock();
 }
 
 void CommandProcessor::Completion::finish()
@@ -159,11 +178,15 @@ void CommandProcessor::waitForWork(std::unique_lock<std::mutex>& lock)
     idle = false;
 }
 
-// Work often comes in bursts (a caller that waits for one command and sends the
-// next): catching it while spinning spares both sides a sleep and a wake-up,
-// which costs far more than the spin. True when work came or stop was asked.
+// A caller that waited for its command often sends the next one at once:
+// catching it while spinning spares both sides a sleep and a wake-up, which
+// costs far more than the spin. Commands only queued don't make the loop spin,
+// so that it does not fight their sender for the mutex. True when work came or
+// stop was asked.
 bool CommandProcessor::spinForWork(std::unique_lock<std::mutex>& lock)
 {
+    if (!callerWaited)
+        return false;
     lock.unlock();
     spinUntil([this] { return workPending.load(std::memory_order_acquire); }, SPIN_TIME);
     lock.lock();
@@ -252,7 +275,9 @@ void CommandProcessor::queueCommand(Command* command, bool takeOwnership)
 void CommandProcessor::enqueue(Entry const& entry)
 {
     queue.push_back(entry);
-    workPending.store(true, std::memory_order_release);
+    // Written only when it changes: the spinning loop reads this line all the time.
+    if (!workPending.load(std::memory_order_relaxed))
+        workPending.store(true, std::memory_order_release);
     // A busy or spinning loop looks at the queue again before it sleeps: no
     // wake-up needed.
     if (idle)

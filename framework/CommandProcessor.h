@@ -107,6 +107,7 @@ private:
 
     static void run(Command* command);
     bool runDuePeriodic(std::unique_lock<std::mutex>& lock);
+    void runQueued(std::unique_lock<std::mutex>& lock);
     void waitForWork(std::unique_lock<std::mutex>& lock);
     bool spinForWork(std::unique_lock<std::mutex>& lock);
     void enqueue(Entry const& entry); // called with the mutex held
@@ -122,7 +123,8 @@ private:
     bool running = false;
     bool loopStarted = false;
     bool idle = false; // the loop waits for work; guarded by mutex
-    bool stopping = false;
+    bool callerWaited = false; // the last command run had a waiting caller; loop thread only
+    std::atomic<bool> stopping{false}; // written under mutex; the loop also reads it without
     // Mirrors `!queue.empty() || stopping` for a loop that spins before it
     // sleeps; written under the mutex, read without it.
     std::atomic<bool> workPending{false};
