@@ -1,12 +1,13 @@
 // Runs the registered Google Benchmarks and prints the figures asked for:
 //   figure <name> <value>
 // A ratio figure divides one benchmark's time per iteration by its baseline's,
-// both measured in this same run. A plain figure prints one benchmark's time
-// in the unit it asks for.
+// both measured in this same run; with repetitions, each side is its median.
+// A plain figure prints one benchmark's time in the unit it asks for.
 #pragma once
 
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <map>
 #include <string>
@@ -32,15 +33,29 @@ public:
     {
         for (Run const& run : runs) {
             if (run.run_type == Run::RT_Iteration && run.error_occurred == false)
-                nanos[run.benchmark_name()] = run.GetAdjustedRealTime() *
-                                              (run.time_unit == benchmark::kMicrosecond   ? 1e3
-                                               : run.time_unit == benchmark::kMillisecond ? 1e6
-                                               : run.time_unit == benchmark::kSecond      ? 1e9
-                                                                                          : 1.0);
+                repetitions[run.benchmark_name()].push_back(
+                    run.GetAdjustedRealTime() * (run.time_unit == benchmark::kMicrosecond   ? 1e3
+                                                 : run.time_unit == benchmark::kMillisecond ? 1e6
+                                                 : run.time_unit == benchmark::kSecond      ? 1e9
+                                                                                            : 1.0));
         }
         ConsoleReporter::ReportRuns(runs);
     }
-    std::map<std::string, double> nanos;
+
+    // The median of a benchmark's repetitions in nanoseconds, 0 when it did not run:
+    // one disturbed repetition does not move it.
+    double nanos(std::string const& name)
+    {
+        auto found = repetitions.find(name);
+        if (found == repetitions.end())
+            return 0;
+        std::vector<double>& times = found->second;
+        std::nth_element(times.begin(), times.begin() + times.size() / 2, times.end());
+        return times[times.size() / 2];
+    }
+
+private:
+    std::map<std::string, std::vector<double>> repetitions;
 };
 
 inline int runFigures(int argc, char** argv, std::vector<Figure> const& figures)
@@ -51,16 +66,16 @@ inline int runFigures(int argc, char** argv, std::vector<Figure> const& figures)
     benchmark::Shutdown();
     int missing = 0;
     for (Figure const& figure : figures) {
-        auto value = reporter.nanos.find(figure.benchmark);
-        auto base = reporter.nanos.find(figure.baseline);
-        if (value == reporter.nanos.end() || (!figure.baseline.empty() && base == reporter.nanos.end())) {
+        double const value = reporter.nanos(figure.benchmark);
+        double const base = figure.baseline.empty() ? 1 : reporter.nanos(figure.baseline);
+        if (value == 0 || base == 0) {
             std::printf("figure %s missing\n", figure.name.c_str());
             ++missing;
             continue;
         }
-        double result = figure.baseline.empty()       ? value->second * figure.scale
-                        : figure.higherIsBetter ? base->second / value->second
-                                                : value->second / base->second;
+        double result = figure.baseline.empty() ? value * figure.scale
+                        : figure.higherIsBetter ? base / value
+                                                : value / base;
         std::printf("figure %s %.3f\n", figure.name.c_str(), result);
     }
     std::fflush(stdout);

@@ -16,7 +16,7 @@ static char const MODULE[] = "CommandProcessor";
 // keeps a spinning thread light on its core without giving it up, which on a
 // virtual machine costs as much as the sleep the spin is there to avoid.
 template <class Ready>
-static bool spinUntil(Ready&& ready, std::chrono::microseconds time)
+static bool spinUntil(Ready&& ready, std::chrono::nanoseconds time)
 {
     auto const until = std::chrono::steady_clock::now() + time;
     while (!ready()) {
@@ -101,8 +101,11 @@ void CommandProcessor::runQueued(std::unique_lock<std::mutex>& lock)
             queue.insert(queue.begin(), entry, batch.end());
             return;
         }
-        run(entry->command);
         callerWaited = entry->completion != nullptr;
+        if (callerWaited)
+            runTimed(entry->command);
+        else
+            run(entry->command);
         if (entry->completion) {
             lock.lock();
             entry->completion->finish();
@@ -112,6 +115,26 @@ void CommandProcessor::runQueued(std::unique_lock<std::mutex>& lock)
         }
     }
     lock.lock();
+}
+
+void CommandProcessor::runTimed(Command* command)
+{
+    auto const start = std::chrono::steady_clock::now();
+    run(command);
+    std::int64_t const took = (std::chrono::steady_clock::now() - start).count();
+    std::int64_t const typical = typicalRunNanos.load(std::memory_order_relaxed);
+    typicalRunNanos.store(typical + (took - typical) / 8, std::memory_order_relaxed);
+}
+
+// A caller spins through its command when the commands of late ended within
+// LONGEST_SPIN, as a sleep and wake-up cost more than the wait; a processor
+// whose commands take longer is slept on after the short spin.
+std::chrono::nanoseconds CommandProcessor::callerSpinTime() const
+{
+    std::chrono::nanoseconds const expected(2 * typicalRunNanos.load(std::memory_order_relaxed));
+    if (expected > LONGEST_SPIN)
+        return SPIN_TIME;
+    return std::max<std::chrono::nanoseconds>(expected, SPIN_TIME);
 }
 
 void CommandProcessor::Completion::finish()
@@ -243,7 +266,7 @@ ReturnCode CommandProcessor::executeCommand(Command* command)
     }
     enqueue({command, false, &completion});
     lock.unlock();
-    if (!spinUntil([&completion] { return completion.done.load(std::memory_order_acquire); }, SPIN_TIME)) {
+    if (!spinUntil([&completion] { return completion.done.load(std::memory_order_acquire); }, callerSpinTime())) {
         lock.lock();
         completion.sleeping = true;
         completion.condition.wait(lock, [&completion] { return completion.done.load(std::memory_order_relaxed); });

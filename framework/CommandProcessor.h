@@ -17,6 +17,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <deque>
 #include <mutex>
 #include <string>
@@ -81,12 +82,14 @@ protected:
 
 private:
     // How long a waiting caller, and an idle loop, look for the other side
-    // before they sleep.
+    // before they sleep; a caller spins up to LONGEST_SPIN when the commands
+    // of late have ended within that.
     static constexpr auto SPIN_TIME = std::chrono::microseconds(50);
+    static constexpr auto LONGEST_SPIN = std::chrono::milliseconds(1);
 
-    // A caller waiting in executeCommand. It first spins for a moment, since
-    // most commands end within microseconds and a sleep and wake-up costs more
-    // than that; only then does it sleep on its own condition. `done` is
+    // A caller waiting in executeCommand. It first spins (see callerSpinTime),
+    // since most commands end sooner than a sleep and wake-up take; only then
+    // does it sleep on its own condition. `done` is
     // written under the processor's mutex; once it is true and the caller is
     // not asleep, the caller may return and the completion be gone.
     struct Completion {
@@ -106,6 +109,8 @@ private:
     };
 
     static void run(Command* command);
+    void runTimed(Command* command); // loop thread: run() and note how long it took
+    std::chrono::nanoseconds callerSpinTime() const;
     bool runDuePeriodic(std::unique_lock<std::mutex>& lock);
     void runQueued(std::unique_lock<std::mutex>& lock);
     void waitForWork(std::unique_lock<std::mutex>& lock);
@@ -123,6 +128,8 @@ private:
     bool running = false;
     bool loopStarted = false;
     bool idle = false; // the loop waits for work; guarded by mutex
+    // Smoothed duration of the commands that had a waiting caller; written by the loop.
+    std::atomic<std::int64_t> typicalRunNanos{0};
     bool callerWaited = false; // the last command run had a waiting caller; loop thread only
     std::atomic<bool> stopping{false}; // written under mutex; the loop also reads it without
     // Mirrors `!queue.empty() || stopping` for a loop that spins before it
