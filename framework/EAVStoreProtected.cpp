@@ -79,9 +79,9 @@ void EAVStoreProtected::notifyCommit(EntityAttributeValueList const& written)
 {
     // The commit stands whatever a listener does: its failures are only logged.
     fanOut(listenerMutex, listeners, listenersChanged, [&written](EAVStoreListener* listener) {
-        for (auto const& [entity, attributeValue] : written)
+        for (auto const& triple : written)
             runLoggingExceptions(MODULE, __LINE__, "onEAVUpdate", [&] {
-                listener->onEAVUpdate(entity, attributeValue.first, attributeValue.second);
+                listener->onEAVUpdate(triple.first, triple.second.first, triple.second.second);
             });
     });
     fanOut(listenerMutex, listeners, listenersChanged, [](EAVStoreListener* listener) {

@@ -3,7 +3,7 @@
 // against a fixed holder and issuer, the reading of its rights whatever its
 // signature, re-encoding, and the diagnostic print (to /dev/null).
 #include "AuthorizationAttributesManager.h"
-#include "TestPki.h"
+#include "AuthorizationFixture.h"
 
 #include <openssl/pem.h>
 

@@ -286,10 +286,10 @@ void MultiInputDriver::deliver(std::vector<Delivery> const& deliveries)
     // Held across the calls, so that removeListener() from another thread
     // waits for them; a listener removed by an earlier call is skipped.
     std::lock_guard delivery(deliveryMutex);
-    for (auto const& [session, event] : deliveries)
-        for (auto* listener : listenersOf(session))
+    for (Delivery const& each : deliveries)
+        for (auto* listener : listenersOf(each.first))
             if (isListening(listener))
-                runLoggingExceptions(MODULE, __LINE__, "deliver", [&] { listener->onInputEvent(event); });
+                runLoggingExceptions(MODULE, __LINE__, "deliver", [&] { listener->onInputEvent(each.second); });
 }
 
 void MultiInputDriver::wake()

@@ -285,6 +285,11 @@ TEST_F(RPCServerTest, AFloodOfConnectionsIsCappedAndLeavesNothingBehind)
 // failure, and a peer left waiting in the backlog is served once one is free.
 TEST_F(RPCServerTest, OutOfDescriptorsTheEndpointWaitsAndThenServesTheQueuedPeer)
 {
+#if defined(__SANITIZE_ADDRESS__)
+    // The address-sanitizer build carries UBSan, whose type checks probe memory
+    // through a pipe: with no descriptor left they report every virtual call.
+    GTEST_SKIP() << "needs a build whose runtime opens no descriptors of its own";
+#endif
     // The process's descriptor table, filled under a tight limit until the end.
     struct FullTable {
         FullTable()
