@@ -175,7 +175,7 @@ TEST_F(Diagnostics, PrintShowsEveryPartOfAnIssuedCertificate)
     EXPECT_THAT(out, ::testing::EndsWith(std::string(86, '=') + ":\n"));
 }
 
-// A name holding conversion specifications must come out as written, and null
+// A name holding printf conversions must come out as written, and null
 // arguments must be refused rather than followed.
 TEST_F(Diagnostics, NamesArePrintedAsDataNeverAsFormats)
 {
