@@ -134,7 +134,7 @@ std::chrono::nanoseconds CommandProcessor::callerSpinTime() const
     std::chrono::nanoseconds const expected(2 * typicalRunNanos.load(std::memory_order_relaxed));
     if (expected > LONGEST_SPIN)
         return SPIN_TIME;
-    return std::max<std::chrono::nanoseconds>(expected, SPIN_TIME);
+    return std::max<std::chrono::nanoseconds>(expected, SHORT_CALL_SPIN);
 }
 
 void CommandProcessor::Completion::finish()

@@ -82,10 +82,12 @@ protected:
 
 private:
     // How long a waiting caller, and an idle loop, look for the other side
-    // before they sleep; a caller spins up to LONGEST_SPIN when the commands
-    // of late have ended within that.
+    // before they sleep. A caller spins at least SHORT_CALL_SPIN, to ride out
+    // a moment of jitter, and up to LONGEST_SPIN when the commands of late
+    // have ended within that (a write waiting for the disk, say).
     static constexpr auto SPIN_TIME = std::chrono::microseconds(50);
-    static constexpr auto LONGEST_SPIN = std::chrono::milliseconds(1);
+    static constexpr auto SHORT_CALL_SPIN = std::chrono::microseconds(200);
+    static constexpr auto LONGEST_SPIN = std::chrono::milliseconds(2);
 
     // A caller waiting in executeCommand. It first spins (see callerSpinTime),
     // since most commands end sooner than a sleep and wake-up take; only then
