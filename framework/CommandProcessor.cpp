@@ -12,7 +12,7 @@ namespace Velmora {
 
 static char const MODULE[] = "CommandProcessor";
 
-// Spins until `ready()` or SPIN_TIME has passed; true when ready. The pause
+// Spins until `ready()` or `time` has passed; true when ready. The pause
 // keeps a spinning thread light on its core without giving it up, which on a
 // virtual machine costs as much as the sleep the spin is there to avoid.
 template <class Ready>
@@ -102,17 +102,16 @@ void CommandProcessor::runQueued(std::unique_lock<std::mutex>& lock)
             return;
         }
         callerWaited = entry->completion != nullptr;
-        if (callerWaited)
-            runTimed(entry->command);
-        else
+        if (!callerWaited) {
             run(entry->command);
-        if (entry->completion) {
-            lock.lock();
-            entry->completion->finish();
-            lock.unlock();
-        } else if (entry->owned) {
-            delete entry->command;
+            if (entry->owned)
+                delete entry->command;
+            continue;
         }
+        runTimed(entry->command);
+        lock.lock();
+        entry->completion->finish();
+        lock.unlock();
     }
     lock.lock();
 }
