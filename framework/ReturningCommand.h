@@ -12,7 +12,6 @@ template <class Base, class R>
 class ReturningCommand : public Base {
 public:
     using Base::Base;
-    R const& getReturn() const { return result; }
     void setReturn(R value) { result = std::move(value); }
     // Moves the result out, for the caller that waited for the command.
     R takeReturn() { return std::move(result); }
