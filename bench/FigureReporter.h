@@ -2,7 +2,9 @@
 //   figure <name> <value>
 // A ratio figure divides one benchmark's time per iteration by its baseline's,
 // both measured in this same run; with repetitions, each side is its median.
-// A plain figure prints one benchmark's time in the unit it asks for.
+// A plain figure prints one benchmark's time in the unit it asks for. A CPU
+// figure takes the benchmarks' CPU times instead of their wall-clock times
+// (with MeasureProcessCPUTime, that of every thread of the process).
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -21,6 +23,7 @@ struct Figure {
     std::string baseline;     // empty: a plain figure
     double scale = 1.0;       // plain figures: nanoseconds are multiplied by this
     bool higherIsBetter = false; // ratios of throughput: baseline / benchmark
+    bool cpu = false;            // compare CPU time, not wall-clock time
 };
 
 class FigureReporter : public benchmark::ConsoleReporter {
@@ -32,30 +35,34 @@ public:
     void ReportRuns(std::vector<Run> const& runs) override
     {
         for (Run const& run : runs) {
-            if (run.run_type == Run::RT_Iteration && run.error_occurred == false)
-                repetitions[run.benchmark_name()].push_back(
-                    run.GetAdjustedRealTime() * (run.time_unit == benchmark::kMicrosecond   ? 1e3
-                                                 : run.time_unit == benchmark::kMillisecond ? 1e6
-                                                 : run.time_unit == benchmark::kSecond      ? 1e9
-                                                                                            : 1.0));
+            if (run.run_type != Run::RT_Iteration || run.error_occurred)
+                continue;
+            double const toNanos = run.time_unit == benchmark::kMicrosecond   ? 1e3
+                                   : run.time_unit == benchmark::kMillisecond ? 1e6
+                                   : run.time_unit == benchmark::kSecond      ? 1e9
+                                                                              : 1.0;
+            repetitions[run.benchmark_name()].push_back(run.GetAdjustedRealTime() * toNanos);
+            cpuRepetitions[run.benchmark_name()].push_back(run.GetAdjustedCPUTime() * toNanos);
         }
         ConsoleReporter::ReportRuns(runs);
     }
 
     // The median of a benchmark's repetitions in nanoseconds, 0 when it did not run:
     // one disturbed repetition does not move it.
-    double nanos(std::string const& name)
+    double nanos(std::string const& name, bool cpu = false)
     {
-        auto found = repetitions.find(name);
-        if (found == repetitions.end())
+        auto& times = cpu ? cpuRepetitions : repetitions;
+        auto found = times.find(name);
+        if (found == times.end())
             return 0;
-        std::vector<double>& times = found->second;
-        std::nth_element(times.begin(), times.begin() + times.size() / 2, times.end());
-        return times[times.size() / 2];
+        std::vector<double>& each = found->second;
+        std::nth_element(each.begin(), each.begin() + each.size() / 2, each.end());
+        return each[each.size() / 2];
     }
 
 private:
     std::map<std::string, std::vector<double>> repetitions;
+    std::map<std::string, std::vector<double>> cpuRepetitions;
 };
 
 inline int runFigures(int argc, char** argv, std::vector<Figure> const& figures)
@@ -66,8 +73,8 @@ inline int runFigures(int argc, char** argv, std::vector<Figure> const& figures)
     benchmark::Shutdown();
     int missing = 0;
     for (Figure const& figure : figures) {
-        double const value = reporter.nanos(figure.benchmark);
-        double const base = figure.baseline.empty() ? 1 : reporter.nanos(figure.baseline);
+        double const value = reporter.nanos(figure.benchmark, figure.cpu);
+        double const base = figure.baseline.empty() ? 1 : reporter.nanos(figure.baseline, figure.cpu);
         if (value == 0 || base == 0) {
             std::printf("figure %s missing\n", figure.name.c_str());
             ++missing;

@@ -29,6 +29,9 @@ struct Noop : CommandProcessor::Command {
     void call() override { benchmark::DoNotOptimize(this); }
 };
 
+// The period of the window manager's garbage collection, in milliseconds.
+constexpr unsigned int GC_PERIOD = 2500;
+
 struct Processor : CommandProcessor {
     Processor() : CommandProcessor("Bench") { init(); }
     ~Processor() override { uninit(); }
@@ -112,7 +115,9 @@ void BM_ExecuteCommand(benchmark::State& state)
     for (auto _ : state)
         processor.executeCommand(&command);
 }
-BENCHMARK(BM_ExecuteCommand)->UseRealTime();
+// Timed by the wall clock and by the CPU of the whole process, the processor's
+// thread included: a waiting side that spins would show in the second.
+BENCHMARK(BM_ExecuteCommand)->MeasureProcessCPUTime()->UseRealTime();
 
 void BM_RawHandoff(benchmark::State& state)
 {
@@ -120,7 +125,7 @@ void BM_RawHandoff(benchmark::State& state)
     for (auto _ : state)
         worker.roundTrip();
 }
-BENCHMARK(BM_RawHandoff)->UseRealTime();
+BENCHMARK(BM_RawHandoff)->MeasureProcessCPUTime()->UseRealTime();
 
 void BM_QueueCommand(benchmark::State& state)
 {
@@ -223,15 +228,51 @@ void BM_RawJsonRoundTrip(benchmark::State& state)
 }
 BENCHMARK(BM_RawJsonRoundTrip);
 
+// Ten idle processors, each with a periodic command of the garbage
+// collection's period, as a box's managers sit between events: the CPU that
+// the process uses meanwhile, in percent of one core.
+double idleCpuPercent()
+{
+    struct Periodic : CommandProcessor::PeriodicCommand {
+        using PeriodicCommand::PeriodicCommand;
+        void call() override {}
+    };
+    std::vector<std::unique_ptr<Processor>> processors;
+    std::vector<std::unique_ptr<Periodic>> periodics;
+    for (int i = 0; i < 10; ++i) {
+        processors.push_back(std::make_unique<Processor>());
+        periodics.push_back(std::make_unique<Periodic>(processors.back().get(), GC_PERIOD));
+        processors.back()->registerPeriodicCommand(periodics.back().get());
+    }
+    auto cpuNow = [] {
+        timespec now{};
+        clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+        return std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
+    };
+    auto const wall = std::chrono::seconds(5);
+    auto const before = cpuNow();
+    std::this_thread::sleep_for(wall);
+    double const percent = 100.0 * std::chrono::duration<double>(cpuNow() - before) / wall;
+    for (int i = 0; i < 10; ++i)
+        periodics[i]->remove();
+    return percent;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
-    return VelmoraBench::runFigures(argc, argv,
+    int const status =
+        VelmoraBench::runFigures(argc, argv,
                                     {
-                                        {"command_roundtrip_ratio", "BM_ExecuteCommand/real_time", "BM_RawHandoff/real_time"},
+                                        {"command_roundtrip_ratio", "BM_ExecuteCommand/process_time/real_time",
+                                         "BM_RawHandoff/process_time/real_time"},
+                                        {"command_cpu_ratio", "BM_ExecuteCommand/process_time/real_time",
+                                         "BM_RawHandoff/process_time/real_time", 1.0, false, true},
                                         {"queue_command_ratio", "BM_QueueCommand/real_time", "BM_RawQueuePush/real_time"},
                                         {"launch_ratio", "BM_LaunchAndDestroy/real_time", "BM_RawForkExec/real_time"},
                                         {"serial_roundtrip_ratio", "BM_SerialRoundTrip", "BM_RawJsonRoundTrip"},
                                     });
+    std::printf("figure idle_cpu_percent %.3f\n", idleCpuPercent());
+    return status;
 }

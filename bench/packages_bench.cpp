@@ -1,7 +1,8 @@
-// Figures of the packages: listing the catalogue of 500 installed packages and
-// refreshing the manifest of a 200-file repository, each against a raw librpm
-// loop doing the same reads.
+// Figures of the packages: listing the catalogue of 500 installed packages, and
+// refreshing the manifest of a 200-file repository when nothing changed and
+// when every file changed, each against the plainest way to do the same work.
 #include "FigureReporter.h"
+#include "RawEavTable.h"
 
 #include "MasterPackageManager.h"
 #include "PackageWorld.h"
@@ -13,6 +14,9 @@
 #include <rpm/rpmlib.h>
 #include <rpm/rpmtd.h>
 #include <rpm/rpmts.h>
+
+#include <json/writer.h>
+#include <sys/stat.h>
 
 #include <cstdlib>
 #include <fcntl.h>
@@ -29,15 +33,18 @@ namespace {
 constexpr int INSTALLED = 500;
 constexpr int OFFERED = 200;
 
-std::vector<fs::path> generatedPackages()
+// The bench packages, built once into the cache. `generation` changes what
+// they depend on, so that the same file names can be offered with new content.
+std::vector<fs::path> generatedPackages(int generation)
 {
     std::vector<PackageSpec> specs;
     for (int i = 0; i < INSTALLED; ++i) {
         std::string const name = "bench-" + std::to_string(i);
         specs.push_back({name, "1.0", i % 2 ? "Velmora/App" : "Velmora/Service",
-                         "{\"applicationURL\":\"http://" + name + ".example/\"}", {"bench-base >= 1"}});
+                         "{\"applicationURL\":\"http://" + name + ".example/\"}",
+                         {"bench-base >= " + std::to_string(generation)}});
     }
-    fs::path const directory = fs::path(VELMORA_PACKAGE_CACHE) / "bench";
+    fs::path const directory = fs::path(VELMORA_PACKAGE_CACHE) / ("bench-" + std::to_string(generation));
     PackageWorld::buildMany(directory, specs);
     std::vector<fs::path> files;
     for (auto const& entry : fs::recursive_directory_iterator(directory))
@@ -51,14 +58,27 @@ std::vector<fs::path> generatedPackages()
 struct BenchWorld {
     BenchWorld()
     {
-        files = generatedPackages();
+        files = generatedPackages(1);
+        changedFiles = generatedPackages(2);
         world.installWithTool(files);
-        for (int i = 0; i < OFFERED && i < static_cast<int>(files.size()); ++i)
-            fs::copy_file(files[i], world.repository() / files[i].filename());
+        offer(files);
         packager.init("", "", "");
         manager.init();
     }
+    // Puts the first OFFERED files of a generation into the repository, over
+    // what is there, each renamed into place as a repository is updated, so
+    // that no reader sees half a file.
+    void offer(std::vector<fs::path> const& generation) const
+    {
+        fs::path const staging = world.repository().parent_path() / "staging";
+        fs::create_directories(staging);
+        for (int i = 0; i < OFFERED && i < static_cast<int>(generation.size()); ++i) {
+            fs::copy_file(generation[i], staging / generation[i].filename(), fs::copy_options::overwrite_existing);
+            fs::rename(staging / generation[i].filename(), world.repository() / generation[i].filename());
+        }
+    }
     std::vector<fs::path> files;
+    std::vector<fs::path> changedFiles;
     PackageWorld world;
     RPMPackager packager;
     MasterPackageManager manager{packager};
@@ -119,7 +139,15 @@ void BM_RawRpmList(benchmark::State& state)
     rpmtsFree(ts);
 }
 
-void BM_ManifestRefresh(benchmark::State& state)
+std::vector<std::string> repositoryFiles()
+{
+    std::vector<std::string> paths;
+    for (auto const& entry : fs::directory_iterator(benchWorld().world.repository()))
+        paths.push_back(entry.path().string());
+    return paths;
+}
+
+void BM_ManifestRefreshUnchanged(benchmark::State& state)
 {
     BenchWorld& world = benchWorld();
     world.packager.updateLocalManifest(); // the first refresh writes the rows
@@ -127,30 +155,88 @@ void BM_ManifestRefresh(benchmark::State& state)
         world.packager.updateLocalManifest();
 }
 
-void BM_RawReadPackageFiles(benchmark::State& state)
+// The plainest way to see that nothing changed: a stat of each file.
+void BM_RawStatEachFile(benchmark::State& state)
+{
+    std::vector<std::string> const paths = repositoryFiles();
+    for (auto _ : state) {
+        struct stat status {};
+        for (std::string const& path : paths)
+            benchmark::DoNotOptimize(stat(path.c_str(), &status));
+    }
+}
+
+// Offers the other generation of every file, outside the timing.
+void offerOtherGeneration(benchmark::State& state, BenchWorld& world, bool& second)
+{
+    state.PauseTiming();
+    second = !second;
+    world.offer(second ? world.changedFiles : world.files);
+    state.ResumeTiming();
+}
+
+void BM_ManifestRefreshChanged(benchmark::State& state)
 {
     BenchWorld& world = benchWorld();
+    bool second = false;
+    for (auto _ : state) {
+        offerOtherGeneration(state, world, second);
+        world.packager.updateLocalManifest();
+    }
+    world.offer(world.files);
+}
+
+std::string headerString(Header header, rpmTagVal tag)
+{
+    char const* text = headerGetString(header, tag);
+    return text ? text : "";
+}
+
+// The plainest refresh of a changed repository: read every package header
+// with librpm and write its manifest rows, the dependencies as JSON.
+void BM_RawManifestChanged(benchmark::State& state)
+{
+    BenchWorld& world = benchWorld();
+    std::vector<std::string> const paths = repositoryFiles();
+    RawEavTable manifest((world.world.root().parent_path() / "raw-manifest.db").string());
+    Json::FastWriter writer;
     rpmts ts = rpmtsCreate();
     rpmtsSetRootDir(ts, world.world.root().c_str());
-    std::vector<std::string> paths;
-    for (auto const& entry : fs::directory_iterator(world.world.repository()))
-        paths.push_back(entry.path().string());
+    bool second = false;
     for (auto _ : state) {
+        offerOtherGeneration(state, world, second);
+        manifest.begin();
         for (std::string const& path : paths) {
             FD_t file = Fopen(path.c_str(), "r.ufdio");
             Header header = nullptr;
             rpmReadPackageFile(ts, file, path.c_str(), &header);
-            headerFree(header);
             Fclose(file);
+            if (!header)
+                continue;
+            std::string const name = headerString(header, RPMTAG_NAME);
+            Json::Value dependencies(Json::arrayValue);
+            rpmtd requires_ = rpmtdNew();
+            if (headerGet(header, RPMTAG_REQUIRENAME, requires_, HEADERGET_MINMEM))
+                while (char const* each = rpmtdNextString(requires_))
+                    dependencies.append(each);
+            rpmtdFree(requires_);
+            manifest.write(name, "path", path);
+            manifest.write(name, "dependencies", writer.write(dependencies));
+            manifest.write(name, "group", headerString(header, RPMTAG_GROUP));
+            headerFree(header);
         }
+        manifest.commit();
     }
     rpmtsFree(ts);
+    world.offer(world.files);
 }
 
 BENCHMARK(BM_ExtendedPackageList)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_RawRpmList)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_ManifestRefresh)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_RawReadPackageFiles)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_ManifestRefreshUnchanged)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_RawStatEachFile)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_ManifestRefreshChanged)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_RawManifestChanged)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 } // namespace
 
@@ -159,5 +245,6 @@ int main(int argc, char** argv)
     return VelmoraBench::runFigures(
         argc, argv,
         {{"pkg_list_ratio", "BM_ExtendedPackageList/real_time", "BM_RawRpmList/real_time"},
-         {"manifest_refresh_ratio", "BM_ManifestRefresh/real_time", "BM_RawReadPackageFiles/real_time"}});
+         {"manifest_refresh_unchanged_ratio", "BM_ManifestRefreshUnchanged/real_time", "BM_RawStatEachFile/real_time"},
+         {"manifest_refresh_changed_ratio", "BM_ManifestRefreshChanged/real_time", "BM_RawManifestChanged/real_time"}});
 }

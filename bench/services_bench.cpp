@@ -6,15 +6,16 @@
 #include "FunctionCommand.h"
 #include "BootWorld.h"
 #include "FigureReporter.h"
+#include "Signal.h"
 
 #include <benchmark/benchmark.h>
 
 #include <chrono>
-#include <condition_variable>
 #include <functional>
 
 using namespace Velmora;
 using namespace ServiceTest;
+using VelmoraTest::Signal;
 
 namespace {
 
@@ -41,27 +42,6 @@ BootWorld& chainWorld()
     }();
     return *world;
 }
-
-// Waits for a count of events without polling.
-class Signal {
-public:
-    void raise()
-    {
-        std::lock_guard lock(mutex);
-        ++count;
-        changed.notify_all();
-    }
-    void waitFor(int wanted)
-    {
-        std::unique_lock lock(mutex);
-        changed.wait(lock, [&] { return count >= wanted; });
-    }
-
-private:
-    std::mutex mutex;
-    std::condition_variable changed;
-    int count = 0;
-};
 
 struct BootWaiter : ServiceListener {
     void onBootComplete() override { signal.raise(); }

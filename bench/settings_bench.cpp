@@ -2,12 +2,12 @@
 // SettingsDB calls, each against the raw SQLite work it stands on, with the
 // same file settings (WAL, full sync) in a directory on the same disk.
 #include "FigureReporter.h"
+#include "RawEavTable.h"
 
 #include "MasterSettingsDB.h"
 #include "StringObject.h"
 
 #include <json/reader.h>
-#include <sqlite3.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -31,39 +31,8 @@ std::string const& benchDirectory()
     return directory;
 }
 
-struct RawDatabase {
-    RawDatabase()
-    {
-        std::string file = benchDirectory() + "/raw.db";
-        sqlite3_open(file.c_str(), &db);
-        sqlite3_exec(db, "PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL;"
-                         "CREATE TABLE IF NOT EXISTS eav (entity TEXT NOT NULL, attribute TEXT NOT NULL,"
-                         " value TEXT NOT NULL, UNIQUE (entity, attribute))",
-                     nullptr, nullptr, nullptr);
-        sqlite3_prepare_v2(db,
-                           "INSERT INTO eav (entity, attribute, value) VALUES (?1, ?2, ?3) "
-                           "ON CONFLICT (entity, attribute) DO UPDATE SET value = excluded.value",
-                           -1, &upsert, nullptr);
-        sqlite3_prepare_v2(db, "SELECT attribute, value FROM eav WHERE entity = ?1 ORDER BY rowid", -1, &select,
-                           nullptr);
-    }
-    ~RawDatabase()
-    {
-        sqlite3_finalize(upsert);
-        sqlite3_finalize(select);
-        sqlite3_close(db);
-    }
-    void write(std::string const& entity, std::string const& attribute, std::string const& value)
-    {
-        sqlite3_bind_text(upsert, 1, entity.data(), static_cast<int>(entity.size()), SQLITE_STATIC);
-        sqlite3_bind_text(upsert, 2, attribute.data(), static_cast<int>(attribute.size()), SQLITE_STATIC);
-        sqlite3_bind_text(upsert, 3, value.data(), static_cast<int>(value.size()), SQLITE_STATIC);
-        sqlite3_step(upsert);
-        sqlite3_reset(upsert);
-    }
-    sqlite3* db = nullptr;
-    sqlite3_stmt* upsert = nullptr;
-    sqlite3_stmt* select = nullptr;
+struct RawDatabase : RawEavTable {
+    RawDatabase() : RawEavTable(benchDirectory() + "/raw.db") {}
 };
 
 MasterSettingsDB* openSettings()

@@ -6,30 +6,10 @@
 
 #include <algorithm>
 #include <chrono>
-#include <thread>
 
 namespace Velmora {
 
 static char const MODULE[] = "CommandProcessor";
-
-// Spins until `ready()` or `time` has passed; true when ready. The pause
-// keeps a spinning thread light on its core without giving it up, which on a
-// virtual machine costs as much as the sleep the spin is there to avoid.
-template <class Ready>
-static bool spinUntil(Ready&& ready, std::chrono::nanoseconds time)
-{
-    auto const until = std::chrono::steady_clock::now() + time;
-    while (!ready()) {
-        if (std::chrono::steady_clock::now() >= until)
-            return false;
-#if defined(__x86_64__) || defined(__i386__)
-        __builtin_ia32_pause();
-#else
-        std::this_thread::yield();
-#endif
-    }
-    return true;
-}
 
 CommandProcessor::Command::Command(CommandProcessor* processor) : processor(processor) {}
 CommandProcessor::Command::~Command() = default;
@@ -57,9 +37,9 @@ void CommandProcessor::init()
             return;
         running = true;
         stopping = false;
-        workPending.store(!queue.empty(), std::memory_order_relaxed);
         loopStarted = false;
     }
+    OS_AddTickSleeper(this);
     ActiveObject::init();
     // Wait until the loop runs: the thread's virtual dispatch then happens
     // before init() returns, and so before any destructor of the owner.
@@ -75,74 +55,34 @@ void CommandProcessor::moduleLoop()
     loopStarted = true;
     started.notify_all();
     while (!stopping) {
-        if (!periodics.empty() && runDuePeriodic(lock))
+        unsigned int const now = OS_GetTicks();
+        if (runDuePeriodic(lock, now))
             continue;
-        if (queue.empty()) {
-            waitForWork(lock);
-            continue;
-        }
-        runQueued(lock);
+        if (queue.empty())
+            waitForWork(lock, now);
+        else
+            runNext(lock);
     }
     discardQueue(lock);
 }
 
-// Takes everything queued so far in one go, so that a sender queueing fast
-// rarely meets the loop at the mutex, and runs it in order. A stop asked
-// meanwhile puts the rest back, for discardQueue.
-void CommandProcessor::runQueued(std::unique_lock<std::mutex>& lock)
+void CommandProcessor::runNext(std::unique_lock<std::mutex>& lock)
 {
-    std::deque<Entry> batch;
-    batch.swap(queue);
-    workPending.store(false, std::memory_order_relaxed);
+    Entry const entry = queue.front();
+    queue.pop_front();
     lock.unlock();
-    for (auto entry = batch.begin(); entry != batch.end(); ++entry) {
-        if (stopping.load(std::memory_order_relaxed)) {
-            lock.lock();
-            queue.insert(queue.begin(), entry, batch.end());
-            return;
-        }
-        callerWaited = entry->completion != nullptr;
-        if (!callerWaited) {
-            run(entry->command);
-            if (entry->owned)
-                delete entry->command;
-            continue;
-        }
-        runTimed(entry->command);
+    run(entry.command);
+    if (!entry.caller) {
+        if (entry.owned)
+            delete entry.command;
         lock.lock();
-        entry->completion->finish();
-        lock.unlock();
+        return;
     }
     lock.lock();
-}
-
-void CommandProcessor::runTimed(Command* command)
-{
-    auto const start = std::chrono::steady_clock::now();
-    run(command);
-    std::int64_t const took = (std::chrono::steady_clock::now() - start).count();
-    std::int64_t const typical = typicalRunNanos.load(std::memory_order_relaxed);
-    typicalRunNanos.store(typical + (took - typical) / 8, std::memory_order_relaxed);
-}
-
-// A caller spins through its command when the commands of late ended within
-// LONGEST_SPIN, as a sleep and wake-up cost more than the wait; a processor
-// whose commands take longer is slept on after the short spin.
-std::chrono::nanoseconds CommandProcessor::callerSpinTime() const
-{
-    std::chrono::nanoseconds const expected(2 * typicalRunNanos.load(std::memory_order_relaxed));
-    if (expected > LONGEST_SPIN)
-        return SPIN_TIME;
-    return std::max<std::chrono::nanoseconds>(expected, SHORT_CALL_SPIN);
-}
-
-void CommandProcessor::Completion::finish()
-{
-    // Read before `done` is set: a caller that is not asleep may return at once.
-    bool const wake = sleeping;
-    done.store(true, std::memory_order_release);
-    if (wake)
-        condition.notify_one(); // the sleeper needs our mutex to return: still alive
+    // Told under the mutex: the caller needs it to return, so its Caller
+    // outlives the notification.
+    entry.caller->done = true;
+    entry.caller->condition.notify_one();
 }
 
 void CommandProcessor::run(Command* command)
@@ -161,11 +101,13 @@ void CommandProcessor::run(Command* command)
     }
 }
 
-bool CommandProcessor::runDuePeriodic(std::unique_lock<std::mutex>& lock)
+// Due means the tick count has reached the command's time, by a signed look at
+// the unsigned difference, so a wrap of the counter is harmless.
+static bool isDue(unsigned int due, unsigned int now) { return static_cast<int>(now - due) >= 0; }
+
+bool CommandProcessor::runDuePeriodic(std::unique_lock<std::mutex>& lock, unsigned int now)
 {
-    unsigned int now = OS_GetTicks();
-    auto due = std::find_if(periodics.begin(), periodics.end(),
-                            [now](Periodic const& p) { return static_cast<int>(now - p.due) >= 0; });
+    auto due = std::find_if(periodics.begin(), periodics.end(), [now](Periodic const& p) { return isDue(p.due, now); });
     if (due == periodics.end())
         return false;
     PeriodicCommand* command = due->command;
@@ -179,40 +121,28 @@ bool CommandProcessor::runDuePeriodic(std::unique_lock<std::mutex>& lock)
     return true;
 }
 
-void CommandProcessor::waitForWork(std::unique_lock<std::mutex>& lock)
+// Sleeps until work is queued, a stop is asked, the clock moves (test clock)
+// or the next periodic command is due at `now`'s count, which runDuePeriodic
+// has just found not yet reached.
+void CommandProcessor::waitForWork(std::unique_lock<std::mutex>& lock, unsigned int now)
 {
-    if (spinForWork(lock))
-        return;
     idle = true;
-    if (periodics.empty()) {
+    if (periodics.empty() || OS_TestClockActive()) {
         wakeUp.wait(lock);
-        idle = false;
-        return;
+    } else {
+        unsigned int wait = ~0u;
+        for (Periodic const& p : periodics)
+            wait = std::min(wait, p.due - now);
+        wakeUp.wait_for(lock, std::chrono::milliseconds(wait));
     }
-    unsigned int now = OS_GetTicks();
-    unsigned int wait = ~0u;
-    for (Periodic const& p : periodics)
-        wait = std::min(wait, p.due - now);
-    // A test clock moves without telling anyone: look at it often.
-    if (OS_TestClockActive())
-        wait = std::min(wait, 5u);
-    wakeUp.wait_for(lock, std::chrono::milliseconds(wait));
     idle = false;
 }
 
-// A caller that waited for its command often sends the next one at once:
-// catching it while spinning spares both sides a sleep and a wake-up, which
-// costs far more than the spin. Commands only queued don't make the loop spin,
-// so that it does not fight their sender for the mutex. True when work came or
-// stop was asked.
-bool CommandProcessor::spinForWork(std::unique_lock<std::mutex>& lock)
+void CommandProcessor::onTicksMoved()
 {
-    if (!callerWaited)
-        return false;
-    lock.unlock();
-    spinUntil([this] { return workPending.load(std::memory_order_acquire); }, SPIN_TIME);
-    lock.lock();
-    return !queue.empty() || stopping;
+    std::lock_guard lock(mutex);
+    if (idle)
+        wakeUp.notify_one();
 }
 
 void CommandProcessor::discardQueue(std::unique_lock<std::mutex>& lock)
@@ -220,9 +150,10 @@ void CommandProcessor::discardQueue(std::unique_lock<std::mutex>& lock)
     while (!queue.empty()) {
         Entry entry = queue.front();
         queue.pop_front();
-        if (entry.completion) {
+        if (entry.caller) {
             entry.command->setStatus(ReturnInvalidState);
-            entry.completion->finish();
+            entry.caller->done = true;
+            entry.caller->condition.notify_one();
         } else if (entry.owned) {
             lock.unlock();
             delete entry.command;
@@ -235,7 +166,6 @@ void CommandProcessor::requestStop()
 {
     std::lock_guard lock(mutex);
     stopping = true;
-    workPending.store(true, std::memory_order_release);
     wakeUp.notify_all();
 }
 
@@ -246,6 +176,7 @@ void CommandProcessor::uninit()
         return;
     }
     ActiveObject::exit();
+    OS_RemoveTickSleeper(this);
     std::unique_lock lock(mutex);
     running = false;
     discardQueue(lock);
@@ -257,19 +188,14 @@ ReturnCode CommandProcessor::executeCommand(Command* command)
         run(command);
         return command->getStatus();
     }
-    Completion completion;
+    Caller caller;
     std::unique_lock lock(mutex);
     if (!running || stopping) {
         VLOG(DebugLevelError, "executeCommand(): processor %s is not running\n", getName().c_str());
         return ReturnInvalidState;
     }
-    enqueue({command, false, &completion});
-    lock.unlock();
-    if (!spinUntil([&completion] { return completion.done.load(std::memory_order_acquire); }, callerSpinTime())) {
-        lock.lock();
-        completion.sleeping = true;
-        completion.condition.wait(lock, [&completion] { return completion.done.load(std::memory_order_relaxed); });
-    }
+    enqueue({command, false, &caller});
+    caller.condition.wait(lock, [&caller] { return caller.done; });
     return command->getStatus();
 }
 
@@ -297,11 +223,7 @@ void CommandProcessor::queueCommand(Command* command, bool takeOwnership)
 void CommandProcessor::enqueue(Entry const& entry)
 {
     queue.push_back(entry);
-    // Written only when it changes: the spinning loop reads this line all the time.
-    if (!workPending.load(std::memory_order_relaxed))
-        workPending.store(true, std::memory_order_release);
-    // A busy or spinning loop looks at the queue again before it sleeps: no
-    // wake-up needed.
+    // A busy loop looks at the queue before it sleeps again: no wake-up needed.
     if (idle)
         wakeUp.notify_one();
 }
@@ -310,7 +232,8 @@ void CommandProcessor::registerPeriodicCommand(PeriodicCommand* command)
 {
     std::lock_guard lock(mutex);
     periodics.push_back({command, OS_GetTicks() + command->getPeriod()});
-    wakeUp.notify_one();
+    if (idle)
+        wakeUp.notify_one();
 }
 
 void CommandProcessor::unregisterPeriodicCommand(PeriodicCommand* command)

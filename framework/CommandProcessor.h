@@ -1,10 +1,13 @@
 // An active object whose thread runs commands one at a time, in the order they
-// were handed over, plus periodic commands.
+// were handed over (a FIFO queue), plus periodic commands.
 //
 // Threads: executeCommand, queueCommand and (un)registerPeriodicCommand may be
-// called from any thread. executeCommand blocks the caller until the command
-// has run; called on the processor's own thread it runs the command inline.
-// init() and uninit() belong to the owner's thread.
+// called from any thread. executeCommand blocks the caller, asleep on a
+// condition variable, until the command has run; called on the processor's
+// own thread it runs the command inline. The loop sleeps until work arrives,
+// a periodic command is due or a stop is asked; nothing spins or polls. While
+// a TestClock is active the loop sleeps until the clock moves. init() and
+// uninit() belong to the owner's thread.
 //
 // Ownership: executeCommand borrows a command (usually on the caller's stack);
 // queueCommand(command, true) takes it over and deletes it after call().
@@ -13,11 +16,9 @@
 
 #include "ActiveObject.h"
 #include "ReturnCode.h"
+#include "TickSleeper.h"
 
-#include <atomic>
-#include <chrono>
 #include <condition_variable>
-#include <cstdint>
 #include <deque>
 #include <mutex>
 #include <string>
@@ -25,7 +26,7 @@
 
 namespace Velmora {
 
-class CommandProcessor : public ActiveObject {
+class CommandProcessor : public ActiveObject, private TickSleeper {
 public:
     class Command {
     public:
@@ -81,29 +82,15 @@ protected:
     void requestStop() override;
 
 private:
-    // How long a waiting caller, and an idle loop, look for the other side
-    // before they sleep. A caller spins at least SHORT_CALL_SPIN, to ride out
-    // a moment of jitter, and up to LONGEST_SPIN when the commands of late
-    // have ended within that (a write waiting for the disk, say).
-    static constexpr auto SPIN_TIME = std::chrono::microseconds(50);
-    static constexpr auto SHORT_CALL_SPIN = std::chrono::microseconds(200);
-    static constexpr auto LONGEST_SPIN = std::chrono::milliseconds(2);
-
-    // A caller waiting in executeCommand. It first spins (see callerSpinTime),
-    // since most commands end sooner than a sleep and wake-up take; only then
-    // does it sleep on its own condition. `done` is
-    // written under the processor's mutex; once it is true and the caller is
-    // not asleep, the caller may return and the completion be gone.
-    struct Completion {
-        std::atomic<bool> done{false};
-        bool sleeping = false; // guarded by the processor's mutex
+    // A caller asleep in executeCommand until its command has run.
+    struct Caller {
+        bool done = false; // guarded by mutex
         std::condition_variable condition;
-        void finish(); // called with the processor's mutex held
     };
     struct Entry {
         Command* command;
         bool owned;
-        Completion* completion; // null for queued commands
+        Caller* caller; // null for queued commands
     };
     struct Periodic {
         PeriodicCommand* command;
@@ -111,17 +98,15 @@ private:
     };
 
     static void run(Command* command);
-    void runTimed(Command* command); // loop thread: run() and note how long it took
-    std::chrono::nanoseconds callerSpinTime() const;
-    bool runDuePeriodic(std::unique_lock<std::mutex>& lock);
-    void runQueued(std::unique_lock<std::mutex>& lock);
-    void waitForWork(std::unique_lock<std::mutex>& lock);
-    bool spinForWork(std::unique_lock<std::mutex>& lock);
+    bool runDuePeriodic(std::unique_lock<std::mutex>& lock, unsigned int now);
+    void runNext(std::unique_lock<std::mutex>& lock);
+    void waitForWork(std::unique_lock<std::mutex>& lock, unsigned int now);
     void enqueue(Entry const& entry); // called with the mutex held
     void discardQueue(std::unique_lock<std::mutex>& lock);
+    void onTicksMoved() override;
 
     std::mutex mutex;
-    std::condition_variable wakeUp;
+    std::condition_variable wakeUp; // the loop sleeps here while idle
     std::condition_variable periodicIdle;
     std::condition_variable started;
     std::deque<Entry> queue;
@@ -129,14 +114,8 @@ private:
     PeriodicCommand* runningPeriodic = nullptr;
     bool running = false;
     bool loopStarted = false;
-    bool idle = false; // the loop waits for work; guarded by mutex
-    // Smoothed duration of the commands that had a waiting caller; written by the loop.
-    std::atomic<std::int64_t> typicalRunNanos{0};
-    bool callerWaited = false; // the last command run had a waiting caller; loop thread only
-    std::atomic<bool> stopping{false}; // written under mutex; the loop also reads it without
-    // Mirrors `!queue.empty() || stopping` for a loop that spins before it
-    // sleeps; written under the mutex, read without it.
-    std::atomic<bool> workPending{false};
+    bool stopping = false;
+    bool idle = false; // the loop sleeps on wakeUp; senders wake it only then
 };
 
 } // namespace Velmora

@@ -1,10 +1,13 @@
 #include "OSTime.h"
 #include "TestClock.h"
+#include "TickSleeper.h"
 
 #include <atomic>
 #include <chrono>
 #include <ctime>
+#include <mutex>
 #include <thread>
+#include <vector>
 
 namespace Velmora {
 
@@ -12,6 +15,17 @@ namespace {
 
 std::atomic<bool> testClockActive{false};
 std::atomic<unsigned int> testTicks{0};
+
+std::mutex sleepersMutex;
+std::vector<TickSleeper*> sleepers; // guarded by sleepersMutex
+
+void moveTestTicks(unsigned int milliseconds)
+{
+    testTicks.fetch_add(milliseconds, std::memory_order_acq_rel);
+    std::lock_guard lock(sleepersMutex);
+    for (TickSleeper* sleeper : sleepers)
+        sleeper->onTicksMoved();
+}
 
 } // namespace
 
@@ -29,7 +43,8 @@ unsigned int OS_GetTickRate() { return 1000; }
 void OS_TaskDelayMsec(unsigned int milliseconds)
 {
     if (testClockActive.load(std::memory_order_acquire)) {
-        testTicks.fetch_add(milliseconds, std::memory_order_acq_rel);
+        moveTestTicks(milliseconds);
+        // Real processes that the delay waits for still need real time.
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
         return;
     }
@@ -38,15 +53,32 @@ void OS_TaskDelayMsec(unsigned int milliseconds)
 
 bool OS_TestClockActive() { return testClockActive.load(std::memory_order_acquire); }
 
+void OS_AddTickSleeper(TickSleeper* sleeper)
+{
+    std::lock_guard lock(sleepersMutex);
+    sleepers.push_back(sleeper);
+}
+
+void OS_RemoveTickSleeper(TickSleeper* sleeper)
+{
+    std::lock_guard lock(sleepersMutex);
+    std::erase(sleepers, sleeper);
+}
+
 TestClock::TestClock(unsigned int startTicks)
 {
     testTicks.store(startTicks, std::memory_order_release);
     testClockActive.store(true, std::memory_order_release);
+    moveTestTicks(0); // sleepers timed on the real clock look again
 }
 
-TestClock::~TestClock() { testClockActive.store(false, std::memory_order_release); }
+TestClock::~TestClock()
+{
+    testClockActive.store(false, std::memory_order_release);
+    moveTestTicks(0);
+}
 
-void TestClock::advance(unsigned int milliseconds) { testTicks.fetch_add(milliseconds, std::memory_order_acq_rel); }
+void TestClock::advance(unsigned int milliseconds) { moveTestTicks(milliseconds); }
 
 unsigned int TestClock::now() const { return testTicks.load(std::memory_order_acquire); }
 

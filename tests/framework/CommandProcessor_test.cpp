@@ -4,6 +4,7 @@
 #include "CommandProcessor.h"
 #include "Exception.h"
 #include "FunctionCommand.h"
+#include "Signal.h"
 #include "TestClock.h"
 
 #include <gtest/gtest.h>
@@ -11,11 +12,14 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <future>
+#include <memory>
 #include <stdexcept>
 #include <thread>
 #include <vector>
 
 using namespace Velmora;
+using VelmoraTest::Signal;
 
 namespace {
 
@@ -114,34 +118,55 @@ TEST(CommandProcessor, RunsCommandsFromManyThreadsOneAtATimeInArrivalOrderPerThr
         EXPECT_EQ(i, next[thread]++) << "thread " << thread;
 }
 
-// The idle loop spins for a moment before it sleeps, and a sender wakes it only
-// once it sleeps: work sent at every moment around that change must still run.
-TEST(CommandProcessor, WorkSentAsTheLoopStopsSpinningAndFallsAsleepIsNeverLost)
+// Senders on many threads meet the loop at every moment of its going to sleep;
+// each waits for its own command, so a lost wake-up hangs one of them.
+TEST(CommandProcessor, NoWakeUpIsLostWhileTheLoopGoesToSleep)
 {
     Processor processor;
     processor.init();
     std::atomic<int> runs{0};
-    for (int gap = 0; gap < 400; ++gap) {
-        std::this_thread::sleep_for(std::chrono::microseconds(gap / 2));
-        processor.queueCommand(new LambdaCommand(&processor, [&runs] { ++runs; }), true);
-        auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-        while (runs.load() <= gap && std::chrono::steady_clock::now() < deadline)
-            std::this_thread::yield();
-        ASSERT_EQ(runs.load(), gap + 1) << "a command sent after a pause of " << gap / 2 << " us never ran";
-    }
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 8; ++t)
+        threads.emplace_back([&] {
+            for (int i = 0; i < 500; ++i) {
+                auto signal = std::make_shared<Signal>();
+                processor.queueCommand(new LambdaCommand(&processor, [&runs, signal] {
+                                           ++runs;
+                                           signal->raise();
+                                       }),
+                                       true);
+                ASSERT_TRUE(signal->waitFor(1)) << "a queued command never ran";
+                LambdaCommand command(&processor, [&runs] { ++runs; });
+                processor.executeCommand(&command);
+            }
+        });
+    for (auto& t : threads)
+        t.join();
+    EXPECT_EQ(runs, 8000);
 }
 
+// The caller sleeps while the command waits on a third thread, and wakes only
+// when the command has ended.
 TEST(CommandProcessor, ExecuteBlocksUntilTheCommandHasRunAndReturnsItsStatus)
 {
     Processor processor;
     processor.init();
-    bool done = false;
+    Signal started;
+    std::promise<void> release;
+    std::shared_future<void> released = release.get_future().share();
+    std::atomic<bool> done{false};
+    std::thread releaser([&] {
+        started.waitFor(1);
+        release.set_value();
+    });
     LambdaCommand slow(&processor, [&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        started.raise();
+        released.wait();
         done = true;
     });
     EXPECT_EQ(processor.executeCommand(&slow), ReturnSuccess);
     EXPECT_TRUE(done);
+    releaser.join();
 
     LambdaCommand failing(&processor, [] { throw Exception(ReturnTimedOut); });
     EXPECT_EQ(processor.executeCommand(&failing), ReturnTimedOut);
@@ -195,18 +220,17 @@ TEST(CommandProcessor, QueuedCommandsAreDeletedAfterRunningAndPendingOnesAtStop)
         EXPECT_EQ(deletions, 10);
 
         // Block the thread, pile up work, then stop: nothing leaks, nothing hangs.
-        std::atomic<bool> release{false};
-        processor.queueCommand(new LambdaCommand(&processor, [&] {
-                                   while (!release)
-                                       std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        Signal blocked;
+        std::promise<void> release;
+        processor.queueCommand(new LambdaCommand(&processor, [&, released = release.get_future().share()] {
+                                   blocked.raise();
+                                   released.wait();
                                }, &deletions),
                                true);
         for (int i = 0; i < 5; ++i)
             processor.queueCommand(new LambdaCommand(&processor, [&] { ++runs; }, &deletions), true);
-        std::thread releaser([&] {
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-            release = true;
-        });
+        ASSERT_TRUE(blocked.waitFor(1));
+        std::thread releaser([&] { release.set_value(); });
         processor.uninit();
         releaser.join();
     }
@@ -250,24 +274,51 @@ TEST(CommandProcessor, PeriodicCommandsRunOnTheTestClockAndStopWhenUnregistered)
     EXPECT_EQ(periodic.runs, 2);
 }
 
+// Moving the test clock wakes the sleeping loop: no sync command, no polling.
+// The clock moves one tick at a time from another thread, so some moves land
+// between the loop's look at the ticks and its sleep.
+TEST(CommandProcessor, PeriodicCommandsRunAsSoonAsTheTestClockReachesThem)
+{
+    TestClock clock;
+    Processor processor;
+    processor.init();
+    Signal ran;
+    PeriodicCounter periodic(&processor, 1, [&ran] { ran.raise(); });
+    processor.registerPeriodicCommand(&periodic);
+    for (int tick = 1; tick <= 300; ++tick) {
+        clock.advance(1);
+        ASSERT_TRUE(ran.waitFor(tick)) << "the loop slept through tick " << tick;
+    }
+    clock.advance(60000); // a jump over many periods runs the command again
+    EXPECT_TRUE(ran.waitFor(301));
+    periodic.remove();
+}
+
 TEST(CommandProcessor, UnregisteringWaitsForARunningPeriodicCommand)
 {
     TestClock clock;
     Processor processor;
     processor.init();
-    std::atomic<bool> inside{false};
+    Signal inside;
+    std::promise<void> release;
+    std::shared_future<void> released = release.get_future().share();
     std::atomic<bool> finished{false};
     auto periodic = std::make_unique<PeriodicCounter>(&processor, 100, [&] {
-        inside = true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        inside.raise();
+        released.wait();
         finished = true;
     });
     processor.registerPeriodicCommand(periodic.get());
     clock.advance(100);
-    while (!inside)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    processor.unregisterPeriodicCommand(periodic.get());
-    EXPECT_TRUE(finished);
+    ASSERT_TRUE(inside.waitFor(1));
+    bool finishedWhenUnregistered = false;
+    std::thread unregister([&] {
+        processor.unregisterPeriodicCommand(periodic.get());
+        finishedWhenUnregistered = finished;
+    });
+    release.set_value();
+    unregister.join();
+    EXPECT_TRUE(finishedWhenUnregistered);
     periodic.reset(); // safe now: the processor no longer touches it
     processor.sync();
 }
