@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <limits>
 
 namespace Velmora {
 
@@ -55,11 +56,10 @@ void CommandProcessor::moduleLoop()
     loopStarted = true;
     started.notify_all();
     while (!stopping) {
-        unsigned int const now = OS_GetTicks();
-        if (runDuePeriodic(lock, now))
+        if (runDuePeriodic(lock))
             continue;
         if (queue.empty())
-            waitForWork(lock, now);
+            waitForWork(lock);
         else
             runNext(lock);
     }
@@ -105,8 +105,11 @@ void CommandProcessor::run(Command* command)
 // the unsigned difference, so a wrap of the counter is harmless.
 static bool isDue(unsigned int due, unsigned int now) { return static_cast<int>(now - due) >= 0; }
 
-bool CommandProcessor::runDuePeriodic(std::unique_lock<std::mutex>& lock, unsigned int now)
+bool CommandProcessor::runDuePeriodic(std::unique_lock<std::mutex>& lock)
 {
+    if (periodics.empty())
+        return false; // spares the clock a look on every command
+    unsigned int const now = OS_GetTicks();
     auto due = std::find_if(periodics.begin(), periodics.end(), [now](Periodic const& p) { return isDue(p.due, now); });
     if (due == periodics.end())
         return false;
@@ -122,18 +125,20 @@ bool CommandProcessor::runDuePeriodic(std::unique_lock<std::mutex>& lock, unsign
 }
 
 // Sleeps until work is queued, a stop is asked, the clock moves (test clock)
-// or the next periodic command is due at `now`'s count, which runDuePeriodic
-// has just found not yet reached.
-void CommandProcessor::waitForWork(std::unique_lock<std::mutex>& lock, unsigned int now)
+// or the next periodic command is due. The ticks are read anew, so a command
+// that fell due since runDuePeriodic looked makes the wait end at once.
+void CommandProcessor::waitForWork(std::unique_lock<std::mutex>& lock)
 {
     idle = true;
     if (periodics.empty() || OS_TestClockActive()) {
         wakeUp.wait(lock);
     } else {
-        unsigned int wait = ~0u;
+        unsigned int const now = OS_GetTicks();
+        int wait = std::numeric_limits<int>::max();
         for (Periodic const& p : periodics)
-            wait = std::min(wait, p.due - now);
-        wakeUp.wait_for(lock, std::chrono::milliseconds(wait));
+            wait = std::min(wait, static_cast<int>(p.due - now));
+        if (wait > 0)
+            wakeUp.wait_for(lock, std::chrono::milliseconds(wait));
     }
     idle = false;
 }

@@ -98,9 +98,9 @@ private:
     };
 
     static void run(Command* command);
-    bool runDuePeriodic(std::unique_lock<std::mutex>& lock, unsigned int now);
+    bool runDuePeriodic(std::unique_lock<std::mutex>& lock);
     void runNext(std::unique_lock<std::mutex>& lock);
-    void waitForWork(std::unique_lock<std::mutex>& lock, unsigned int now);
+    void waitForWork(std::unique_lock<std::mutex>& lock);
     void enqueue(Entry const& entry); // called with the mutex held
     void discardQueue(std::unique_lock<std::mutex>& lock);
     void onTicksMoved() override;
