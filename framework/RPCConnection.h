@@ -72,8 +72,15 @@ public:
     // Sends one message text as it is.
     void sendText(std::string text);
 
+    // Closes the transport; the close runs on the transport's thread.
     virtual void close() = 0;
+    // Once the context's threads have been joined, the close scheduled by
+    // close() never runs: this ends the connection at once, from the thread
+    // that stopped the context (calls in flight fail, the handler hears it).
+    void closeStopped();
     bool isOpen() const;
+    // False for a one-shot exchange (an HTTP POST), which may not register a uid.
+    virtual bool isLongLived() const { return true; }
 
     // Notification names this peer asked for ("*" = all).
     void subscribe(std::vector<std::string> const& names);
@@ -96,6 +103,7 @@ protected:
 
 private:
     struct PendingCall;
+    void dispatch(std::string const& text);
     void answerRequest(IRPC::RPCSynchronousMethodObject request, Json::Value id);
     void answer(IRPC::RPCSynchronousMethodObject const& request, Json::Value const& id);
     void completeCall(Json::Value const& message);

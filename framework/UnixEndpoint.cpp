@@ -29,7 +29,7 @@ namespace {
 class UnixLineConnection : public RPCConnection {
 public:
     UnixLineConnection(IHandler& handler, std::shared_ptr<RPCIoContext::Impl> loop, Protocol::socket socket)
-        : RPCConnection(handler), loop(std::move(loop)), io(this->loop->io), socket(std::move(socket)),
+        : RPCConnection(handler), loop(std::move(loop)), socket(std::move(socket)),
           descriptor(this->socket.native_handle()), strand(this->socket.get_executor()), input(MAX_MESSAGE_SIZE + 1)
     {
     }
@@ -51,7 +51,7 @@ protected:
         send(std::move(text));
     }
 
-    void runDetached(std::function<void()> job) override { asio::post(io, std::move(job)); }
+    void runDetached(std::function<void()> job) override { loop->workers->post(std::move(job)); }
 
 private:
     std::shared_ptr<UnixLineConnection> shared()
@@ -175,7 +175,6 @@ private:
     }
 
     std::shared_ptr<RPCIoContext::Impl> loop; // first: outlives the socket
-    asio::io_context& io;
     Protocol::socket socket;
     int const descriptor; // the socket's, for senders off the strand; valid until writesClosed
     asio::any_io_executor strand; // the socket's own strand
