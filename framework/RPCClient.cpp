@@ -47,9 +47,9 @@ void RPCClient::connectPath(std::string const& path)
 
 void RPCClient::disconnect()
 {
+    // The handlers still running finish first, so that their answers go out;
+    // then the connection ends at once on this thread.
     auto const current = getConnection();
-    if (current)
-        current->close();
     if (context)
         context->stop();
     if (current)

@@ -274,7 +274,11 @@ void RPCConnection::sendError(Json::Value const& id, int code, std::string const
     sendText(IRPC::write(message));
 }
 
-void RPCConnection::closeStopped() { closed(); }
+void RPCConnection::closeStopped()
+{
+    closeTransportStopped();
+    closed();
+}
 
 void RPCConnection::closed()
 {

@@ -74,9 +74,10 @@ public:
 
     // Closes the transport; the close runs on the transport's thread.
     virtual void close() = 0;
-    // Once the context's threads have been joined, the close scheduled by
+    // Once the context's threads have been joined, a close scheduled by
     // close() never runs: this ends the connection at once, from the thread
-    // that stopped the context (calls in flight fail, the handler hears it).
+    // that stopped the context (the socket closes, calls in flight fail, the
+    // handler hears it).
     void closeStopped();
     bool isOpen() const;
     // False for a one-shot exchange (an HTTP POST), which may not register a uid.
@@ -98,8 +99,10 @@ protected:
     void closed();
     // Transport side: queue `text` for writing.
     virtual void write(std::string text) = 0;
-    // Transport side: run `job` on a worker thread of the transport.
+    // Transport side: run `job` on a handler thread of the transport.
     virtual void runDetached(std::function<void()> job) = 0;
+    // Transport side: close the socket at once; no transport thread runs.
+    virtual void closeTransportStopped() {}
 
 private:
     struct PendingCall;

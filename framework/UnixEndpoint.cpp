@@ -53,6 +53,8 @@ protected:
 
     void runDetached(std::function<void()> job) override { loop->workers->post(std::move(job)); }
 
+    void closeTransportStopped() override { closeSocket(); }
+
 private:
     std::shared_ptr<UnixLineConnection> shared()
     {
@@ -162,16 +164,19 @@ private:
     // flight may still point into it.
     void shutdown()
     {
-        {
-            std::lock_guard lock(outputMutex);
-            writesClosed = true;
-            if (socket.is_open()) {
-                boost::system::error_code ignored;
-                socket.shutdown(Protocol::socket::shutdown_both, ignored);
-                socket.close(ignored);
-            }
-        }
+        closeSocket();
         closed();
+    }
+
+    void closeSocket()
+    {
+        std::lock_guard lock(outputMutex);
+        writesClosed = true;
+        if (socket.is_open()) {
+            boost::system::error_code ignored;
+            socket.shutdown(Protocol::socket::shutdown_both, ignored);
+            socket.close(ignored);
+        }
     }
 
     std::shared_ptr<RPCIoContext::Impl> loop; // first: outlives the socket
