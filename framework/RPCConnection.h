@@ -1,12 +1,16 @@
 // One two-way JSON-RPC connection, whatever carries it (a Unix socket line
 // stream, a WebSocket). Either side may call the other: outgoing calls wait for
 // their answer up to a deadline. An incoming request whose handler never
-// blocks is answered at once on the transport's thread; any other goes to a
-// worker thread, so a handler that blocks never stops the reading of answers.
-// Notifications and answers are handled in arrival order.
+// blocks is answered at once on the reading thread; any other goes to a
+// handler thread of the transport's context, apart from the reading threads,
+// so a handler that blocks never stops the reading of this or any other
+// connection. Notifications and answers are handled in arrival order, on the
+// reading thread. No message a peer sends stops the reading: a malformed one
+// is answered with an error or dropped. Texts beyond Deserializer's bounds on
+// nesting and values are answered with -32600 before any value is built.
 //
 // Threads: call/notify/close from any thread. The transport calls receive()
-// in order on its own thread. The handler (not owned) must outlive the
+// in order on its reading thread. The handler (not owned) must outlive the
 // connection's transport threads.
 #pragma once
 
