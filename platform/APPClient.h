@@ -123,9 +123,16 @@ private:
     std::vector<std::pair<std::string, Json::Value>> pendingTokens;
     bool bound = false;
 
-    Mutex listenerMutex;
-    std::vector<ILifecycleManagement::ILifecycleManagementListener*> listeners;
-    bool listenersChanged = false;
+    // Shared with a fan-out in progress, which outlives the client when a
+    // listener deletes it.
+    struct Listeners {
+        Mutex mutex{"APPClient"};
+        std::vector<ILifecycleManagement::ILifecycleManagementListener*> list;
+        bool changed = false;
+    };
+    template <class Notify>
+    void notifyListeners(Notify&& notify);
+    std::shared_ptr<Listeners> const listeners = std::make_shared<Listeners>();
 };
 
 } // namespace Velmora
