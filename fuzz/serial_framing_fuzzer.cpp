@@ -2,6 +2,7 @@
 // bus connection (requests answered by an echoing handler, notifications,
 // stray answers), and the serial readers that rebuild records from a text in
 // their dynamic form, as lists and as maps, each written back out again.
+#include "Exception.h"
 #include "IRPC.h"
 #include "ISettingsDB.h"
 #include "MapObject.h"
@@ -48,14 +49,29 @@ protected:
     void runDetached(std::function<void()> job) override { job(); }
 };
 
+// Frees what a reader built: lists of pointers own nothing, so the reader
+// frees their elements, at every level.
+void release(SerialObject* object)
+{
+    if (auto const* allowed = dynamic_cast<ISettingsDB::AllowedValues*>(object))
+        for (SerialObject* value : allowed->getValueList())
+            release(value);
+    if (auto const* list = dynamic_cast<VectorObject<SerialObject*>*>(object))
+        for (SerialObject* value : *list)
+            release(value);
+    delete object;
+}
+
 void readRecords(std::string const& text)
 {
-    std::unique_ptr<SerialObject> object(createSerialObject(text));
+    SerialObject* object = createSerialObject(text);
     if (object)
         object->serialize();
+    release(object);
     auto list = deserialize<VectorObject<SerialObject*>>(text);
-    std::vector<std::unique_ptr<SerialObject>> owned(list.begin(), list.end());
     list.serialize();
+    for (SerialObject* value : list)
+        release(value);
     deserialize<MapObject<VectorObject<std::string>>>(text).serialize();
 }
 
@@ -75,7 +91,7 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
     connection->feed(text);
     try {
         readRecords(text);
-    } catch (std::exception const&) {
+    } catch (Exception const&) {
         // A required member missing or of the wrong type: a refusal, not a fault.
     }
     return 0;
