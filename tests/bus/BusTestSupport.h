@@ -238,6 +238,7 @@ template <class Base = Velmora::RPCServer>
 class Observed : public Base {
 public:
     using Base::Base;
+    ~Observed() override { this->shutdown(); } // handlers log into `served`
     Log served;
 
 protected:
