@@ -10,8 +10,51 @@ namespace Velmora {
 
 static char const MODULE[] = "Deserializer";
 
+bool Deserializer::withinBounds(std::string const& text)
+{
+    std::size_t depth = 0;
+    std::size_t values = 1;
+    bool inString = false;
+    bool escaped = false;
+    for (char const c : text) {
+        if (inString) {
+            if (escaped)
+                escaped = false;
+            else if (c == '\\')
+                escaped = true;
+            else if (c == '"')
+                inString = false;
+            continue;
+        }
+        switch (c) {
+        case '"':
+            inString = true;
+            break;
+        case '[':
+        case '{':
+            if (++depth > MAX_DEPTH)
+                return false;
+            [[fallthrough]];
+        case ',':
+            if (++values > MAX_VALUES)
+                return false;
+            break;
+        case ']':
+        case '}':
+            if (depth > 0)
+                --depth;
+            break;
+        default:
+            break;
+        }
+    }
+    return true;
+}
+
 bool Deserializer::parse(std::string const& text, Json::Value& out)
 {
+    if (!withinBounds(text))
+        return false;
     thread_local std::unique_ptr<Json::CharReader> const reader = [] {
         Json::CharReaderBuilder builder;
         builder["collectComments"] = false;
@@ -81,13 +124,15 @@ std::vector<std::string> Deserializer::getMemberNames()
     return value.isObject() ? value.getMemberNames() : std::vector<std::string>{};
 }
 
+void Deserializer::returnTo(std::size_t depth)
+{
+    if (depth >= 1 && depth < cursor.size())
+        cursor.resize(depth);
+}
+
 void Deserializer::enterElement(unsigned int const& index)
 {
     Json::Value const& value = current();
-    if (value.isObject()) {
-        cursor.push_back(&value);
-        return;
-    }
     if (!value.isArray() || index >= value.size())
         throwException(MODULE, __LINE__, "enterElement", ReturnInvalidParameter);
     cursor.push_back(&value[index]);

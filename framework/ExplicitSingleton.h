@@ -1,7 +1,7 @@
 // A Singleton<T> that getInstance() never creates: the host builds T with `new`
-// and its constructor arguments. getInstance() before that is a fatal start-up
-// fault: it throws Exception(ReturnInvalidState) and, by design, leaves the
-// mutex locked and the count raised. Thread rules as Singleton<T>.
+// and its constructor arguments. getInstance() before that throws
+// Exception(ReturnInvalidState) and leaves the count and the mutex as they
+// were, so a later getInstance() works once T exists. Thread rules as Singleton<T>.
 #pragma once
 
 #include "Exception.h"
@@ -15,11 +15,14 @@ public:
     static T* getInstance()
     {
         Singleton<T>::lock();
-        unsigned int old = Singleton<T>::refCount++;
-        if (old == 0)
+        if (Singleton<T>::refCount == 0) {
+            Singleton<T>::unlock();
             throwException("ExplicitSingleton", __LINE__, "getInstance", ReturnInvalidState);
+        }
+        ++Singleton<T>::refCount;
+        T* const instance = Singleton<T>::instance();
         Singleton<T>::unlock();
-        return Singleton<T>::instance();
+        return instance;
     }
 
 protected:

@@ -3,7 +3,10 @@
 //
 // addListener<T>/removeListener<T> filter by family (dynamic_cast), so the same
 // IListener* lands in every list whose family it implements. They do not lock:
-// callers hold their listener mutex around them.
+// callers hold their listener mutex around them. removeListener<T> returns
+// once no other thread is calling that listener from fanOut() (it releases the
+// mutex while it waits), so the listener may be destroyed then; from inside a
+// call into that listener it does not wait.
 //
 // fanOut() releases the mutex around each call so a listener may add or remove
 // listeners from inside its callback. When the change mark is set, the walk
@@ -12,6 +15,7 @@
 #pragma once
 
 #include "IListener.h"
+#include "ListenerCalls.h"
 #include "Mutex.h"
 
 #include <algorithm>
@@ -40,6 +44,7 @@ bool removeListener(std::vector<T*>& list, IListener* listener)
     if (found == list.end())
         return false;
     list.erase(found);
+    ListenerCalls::instance().waitIdle(&list, typed);
     return true;
 }
 
@@ -52,10 +57,18 @@ void fanOut(Mutex& mutex, std::vector<T*>& list, bool& changed, Notify&& notify)
         Mutex& mutex;
         ~Relock() { mutex.lock(); }
     };
+    // Ends the record of a call with the mutex held again.
+    struct InFlight {
+        void const* list;
+        void const* listener;
+        ~InFlight() { ListenerCalls::instance().end(list, listener); }
+    };
     Mutex::ScopedLock guard(&mutex);
     for (std::size_t cursor = 0; cursor < list.size(); ++cursor) {
         T* listener = list[cursor];
         {
+            ListenerCalls::instance().begin(&list, listener, mutex);
+            InFlight inFlight{&list, listener};
             mutex.unlock();
             Relock relock{mutex};
             if (listener)

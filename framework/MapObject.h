@@ -44,11 +44,8 @@ protected:
         std::vector<std::string> names = deserializer.getMemberNames();
         unsigned int nameCount = names.size();
         unsigned int count = deserializer.getSize();
-        for (unsigned int i = 0; i < count && i < nameCount; ++i) {
-            deserializer.enterElement(i);
+        for (unsigned int i = 0; i < count && i < nameCount; ++i)
             (*this)[names[i]] = deserializeElement<T>(names[i], deserializer);
-            deserializer.leaveElement(i);
-        }
     }
 };
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "RPCIoContext.h"
+#include "RPCWorkerPool.h"
 
 #include <utility> // before the I/O library: its headers use std::exchange without it
 
@@ -18,12 +19,14 @@ namespace Velmora {
 // services down, which frees the handlers still queued and with them the
 // connections they hold.
 struct RPCIoContext::Impl {
+    explicit Impl(unsigned int handlerThreads) : workers(std::make_shared<RPCWorkerPool>(handlerThreads)) {}
     struct Loop : boost::asio::io_context {
         using boost::asio::io_context::shutdown;
     };
     Loop io;
     boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work{io.get_executor()};
     std::vector<std::thread> threads;
+    std::shared_ptr<RPCWorkerPool> workers;
 };
 
 } // namespace Velmora

@@ -10,7 +10,7 @@ namespace Velmora {
 
 static char const MODULE[] = "RPCClient";
 
-RPCClient::RPCClient(unsigned int threadCount) : threadCount(threadCount) {}
+RPCClient::RPCClient(unsigned int handlerThreads) : handlerThreads(handlerThreads) {}
 
 RPCClient::~RPCClient() { disconnect(); }
 
@@ -35,7 +35,8 @@ void RPCClient::connect(std::string const& endpointName) { connectPath(RuntimeDi
 void RPCClient::connectPath(std::string const& path)
 {
     disconnect();
-    context = std::make_unique<RPCIoContext>(threadCount);
+    // One reading thread: a single connection gains nothing from more.
+    context = std::make_unique<RPCIoContext>(1, handlerThreads);
     try {
         UnixEndpoint::connect(*context, path, *this);
     } catch (...) {
@@ -46,10 +47,13 @@ void RPCClient::connectPath(std::string const& path)
 
 void RPCClient::disconnect()
 {
-    if (auto const current = getConnection(); current)
-        current->close();
+    // The handlers still running finish first, so that their answers go out;
+    // then the connection ends at once on this thread.
+    auto const current = getConnection();
     if (context)
         context->stop();
+    if (current)
+        current->closeStopped();
     {
         std::lock_guard lock(mutex);
         connection.reset();
@@ -104,8 +108,9 @@ std::string RPCClient::handleRequest(RPCConnection&, IRPC::RPCSynchronousMethodO
     auto const found = methods.find(request.getMethod());
     if (found == methods.end())
         return IRPC::RPCErrorObject(request.getMethod(), "Method not found", IRPC::METHOD_NOT_FOUND).serialize();
+    Method const method = found->second; // a method may destroy the client, and with it the map
     Json::Value const& params = request.getBody()["params"];
-    return IRPC::RPCResultObject(request.getMethod(), found->second(params)).serialize();
+    return IRPC::RPCResultObject(request.getMethod(), method(params)).serialize();
 }
 
 bool RPCClient::neverBlocks(std::string const& method) const { return quickMethods.count(method) != 0; }
@@ -125,8 +130,8 @@ bool RPCClient::handleOpened(std::shared_ptr<RPCConnection> const& opened)
 
 void RPCClient::handleClosed(RPCConnection&)
 {
-    if (closedHandler)
-        closedHandler();
+    if (ClosedHandler const handler = closedHandler; handler)
+        handler();
 }
 
 } // namespace Velmora

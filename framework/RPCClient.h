@@ -1,11 +1,16 @@
 // The dialling side of the bus: one connection to a named endpoint, with its
-// own small thread pool. It calls the server, follows notifications, and
-// answers the server's calls with the methods set before connect().
+// own reading thread and handler threads. It calls the server, follows
+// notifications, and answers the server's calls with the methods set before
+// connect().
 //
 // Threads: set the methods and handlers before connect(); call/notify from
-// any thread; methods and handlers run on the client's threads (a quick
-// method on the thread that read the request, so it must never block). Never
-// disconnect or destroy the client from one of its own handlers.
+// any thread; connect/disconnect and the destructor from one thread at a time.
+// Methods run on the handler threads; quick methods, notification handlers
+// and the closed handler on the reading thread, so they must never block. The
+// closed handler runs once per connection, at the latest within disconnect()
+// on the thread that calls it. The client may be disconnected or destroyed from
+// one of its own handlers: that thread is not waited for, so the handler must
+// not touch the client afterwards.
 #pragma once
 
 #include "RPCConnection.h"
@@ -28,7 +33,8 @@ public:
     using NotificationHandler = std::function<void(std::string const& name, Json::Value const& params)>;
     using ClosedHandler = std::function<void()>;
 
-    explicit RPCClient(unsigned int threadCount = 2);
+    // Up to `handlerThreads` methods may block at once.
+    explicit RPCClient(unsigned int handlerThreads = 2);
     ~RPCClient() override;
     RPCClient(RPCClient const&) = delete;
     RPCClient& operator=(RPCClient const&) = delete;
@@ -62,7 +68,7 @@ private:
     void handleClosed(RPCConnection& connection) override;
     std::shared_ptr<RPCConnection> requireConnection(char const* operation) const;
 
-    unsigned int threadCount;
+    unsigned int handlerThreads;
     std::map<std::string, Method> methods;
     std::set<std::string> quickMethods;
     NotificationHandler notificationHandler;

@@ -1,6 +1,7 @@
 #include "RPCConnection.h"
 
 #include "DebugPrint.h"
+#include "Deserializer.h"
 #include "Exception.h"
 
 #include <chrono>
@@ -37,6 +38,18 @@ std::string idText(Json::Value const& id)
     default:
         return IRPC::write(id);
     }
+}
+
+Json::Value const* memberOf(Json::Value const& object, std::string const& name)
+{
+    return object.isObject() ? object.find(name.data(), name.data() + name.size()) : nullptr;
+}
+
+// A reply text is an object with at least one member, which the id joins.
+bool isReplyObject(std::string const& reply)
+{
+    auto const first = reply.find_first_not_of(" \t\r\n", 1);
+    return !reply.empty() && reply.front() == '{' && first != std::string::npos && reply[first] == '"';
 }
 
 } // namespace
@@ -157,6 +170,20 @@ Json::Value RPCConnection::callOrThrow(std::string const& method, Json::Value co
 
 void RPCConnection::receive(std::string const& text)
 {
+    // Whatever a peer sends, reading goes on.
+    try {
+        dispatch(text);
+    } catch (std::exception const& e) {
+        VLOG(DebugLevelError, "receive(): message dropped: %s\n", e.what());
+    } catch (...) {
+        VLOG(DebugLevelError, "receive(): message dropped\n");
+    }
+}
+
+void RPCConnection::dispatch(std::string const& text)
+{
+    if (!Deserializer::withinBounds(text))
+        return sendError(Json::Value(), IRPC::INVALID_REQUEST, "Invalid Request");
     Json::Value message = IRPC::parse(text);
     if (message.isNull())
         return sendError(Json::Value(), IRPC::PARSE_ERROR, "Parse error");
@@ -202,7 +229,7 @@ void RPCConnection::answer(IRPC::RPCSynchronousMethodObject const& request, Json
     } catch (...) {
         reply = IRPC::RPCErrorObject(request.getMethod(), "unknown").serialize();
     }
-    if (reply.size() < 2 || reply.front() != '{')
+    if (!isReplyObject(reply))
         reply = IRPC::RPCErrorObject(request.getMethod(), "unknown").serialize();
     sendText("{\"id\":" + idText(id) + "," + reply.substr(1));
 }
@@ -210,8 +237,8 @@ void RPCConnection::answer(IRPC::RPCSynchronousMethodObject const& request, Json
 void RPCConnection::completeCall(Json::Value const& message)
 {
     Json::Value const& id = message["id"];
-    if (!id.isIntegral())
-        return;
+    if (!id.isUInt64())
+        return; // not an id this side gave out
     std::shared_ptr<PendingCall> call;
     {
         std::lock_guard lock(mutex);
@@ -222,9 +249,10 @@ void RPCConnection::completeCall(Json::Value const& message)
         Reply& reply = call->reply;
         if (message.isMember("error")) {
             Json::Value const& error = message["error"];
-            Json::Value const& code = error.get("code", IRPC::SERVER_ERROR);
-            reply.code = code.isInt() ? code.asInt() : int(IRPC::SERVER_ERROR);
-            reply.message = error.get("message", "").isString() ? error["message"].asString() : std::string();
+            Json::Value const* code = memberOf(error, "code");
+            Json::Value const* text = memberOf(error, "message");
+            reply.code = code && code->isInt() ? code->asInt() : int(IRPC::SERVER_ERROR);
+            reply.message = text && text->isString() ? text->asString() : std::string();
         } else {
             reply.ok = true;
             reply.result = message["result"];
@@ -244,6 +272,12 @@ void RPCConnection::sendError(Json::Value const& id, int code, std::string const
     message["error"]["code"] = code;
     message["error"]["message"] = text;
     sendText(IRPC::write(message));
+}
+
+void RPCConnection::closeStopped()
+{
+    closeTransportStopped();
+    closed();
 }
 
 void RPCConnection::closed()

@@ -1,12 +1,16 @@
 // One two-way JSON-RPC connection, whatever carries it (a Unix socket line
 // stream, a WebSocket). Either side may call the other: outgoing calls wait for
 // their answer up to a deadline. An incoming request whose handler never
-// blocks is answered at once on the transport's thread; any other goes to a
-// worker thread, so a handler that blocks never stops the reading of answers.
-// Notifications and answers are handled in arrival order.
+// blocks is answered at once on the reading thread; any other goes to a
+// handler thread of the transport's context, apart from the reading threads,
+// so a handler that blocks never stops the reading of this or any other
+// connection. Notifications and answers are handled in arrival order, on the
+// reading thread. No message a peer sends stops the reading: a malformed one
+// is answered with an error or dropped. Texts beyond Deserializer's bounds on
+// nesting and values are answered with -32600 before any value is built.
 //
 // Threads: call/notify/close from any thread. The transport calls receive()
-// in order on its own thread. The handler (not owned) must outlive the
+// in order on its reading thread. The handler (not owned) must outlive the
 // connection's transport threads.
 #pragma once
 
@@ -72,8 +76,16 @@ public:
     // Sends one message text as it is.
     void sendText(std::string text);
 
+    // Closes the transport; the close runs on the transport's thread.
     virtual void close() = 0;
+    // Once the context's threads have been joined, a close scheduled by
+    // close() never runs: this ends the connection at once, from the thread
+    // that stopped the context (the socket closes, calls in flight fail, the
+    // handler hears it).
+    void closeStopped();
     bool isOpen() const;
+    // False for a one-shot exchange (an HTTP POST), which may not register a uid.
+    virtual bool isLongLived() const { return true; }
 
     // Notification names this peer asked for ("*" = all).
     void subscribe(std::vector<std::string> const& names);
@@ -91,11 +103,14 @@ protected:
     void closed();
     // Transport side: queue `text` for writing.
     virtual void write(std::string text) = 0;
-    // Transport side: run `job` on a worker thread of the transport.
+    // Transport side: run `job` on a handler thread of the transport.
     virtual void runDetached(std::function<void()> job) = 0;
+    // Transport side: close the socket at once; no transport thread runs.
+    virtual void closeTransportStopped() {}
 
 private:
     struct PendingCall;
+    void dispatch(std::string const& text);
     void answerRequest(IRPC::RPCSynchronousMethodObject request, Json::Value id);
     void answer(IRPC::RPCSynchronousMethodObject const& request, Json::Value const& id);
     void completeCall(Json::Value const& message);

@@ -1,11 +1,12 @@
-// The threads and event loop under the bus transports: an I/O loop run by a
-// fixed number of threads. Listeners and connections are bound to one
-// context; request handlers that may block run on its threads too, off the
-// connection's own sequence, so they never hold up reading.
+// The threads under the bus transports: an I/O loop run by a fixed number of
+// threads, which read and write every socket bound to the context and run the
+// handlers that never block, and a pool of handler threads for the requests
+// whose handlers may block (HTTP POST requests included). A blocked handler
+// therefore never stops the reading of any socket.
 //
-// Threads: construct and destroy on one thread; stop() joins the threads and
-// must not be called from one of them. The context owns its threads; the
-// loop itself is shared with the connections and listeners bound to it.
+// Threads: construct on one thread; stop() and the destructor from any thread,
+// also from one of the context's own: that thread is left to finish its job
+// and the loop it holds stays alive until then.
 #pragma once
 
 #include <memory>
@@ -14,19 +15,20 @@ namespace Velmora {
 
 class RPCIoContext {
 public:
-    struct Impl; // the event loop; defined for the transports only
-    explicit RPCIoContext(unsigned int threadCount);
+    struct Impl; // the event loop and the handler pool; defined for the transports only
+    RPCIoContext(unsigned int ioThreads, unsigned int handlerThreads);
     ~RPCIoContext();
     RPCIoContext(RPCIoContext const&) = delete;
     RPCIoContext& operator=(RPCIoContext const&) = delete;
 
-    // Ends the loop and joins its threads; idempotent.
+    // Ends the loop and the handler pool and joins their threads; idempotent.
     void stop();
     // Shared by everything bound to the loop, which keeps it alive.
     std::shared_ptr<Impl> const& impl() { return implementation; }
 
 private:
     std::shared_ptr<Impl> implementation;
+    bool stopped = false;
 };
 
 } // namespace Velmora

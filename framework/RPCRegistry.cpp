@@ -3,6 +3,8 @@
 #include "DebugPrint.h"
 #include "RPCConnection.h"
 
+#include <algorithm>
+
 namespace Velmora {
 
 static char const MODULE[] = "RPCRegistry";
@@ -15,36 +17,66 @@ RPCRegistry& RPCRegistry::getInstance()
     return *instance;
 }
 
+void RPCRegistry::deliver(std::unique_lock<std::mutex>& lock, IRegistrationListener* listener,
+                          std::function<void(IRegistrationListener&)> const& call)
+{
+    auto const self = std::this_thread::get_id();
+    calls.push_back({listener, self});
+    lock.unlock();
+    runLoggingExceptions(MODULE, __LINE__, "deliver", [&] { call(*listener); });
+    lock.lock();
+    auto const found = std::find_if(calls.begin(), calls.end(), [&](Call const& held) {
+        return held.listener == listener && held.thread == self;
+    });
+    calls.erase(found);
+    callEnded.notify_all();
+}
+
 void RPCRegistry::bind(std::string const& uid, IRegistrationListener* listener)
 {
-    std::lock_guard lock(mutex);
+    std::unique_lock lock(mutex);
     Entry& entry = entries[uid];
     entry.listener = listener;
     auto connection = entry.connection.lock();
     if (!connection || !connection->isOpen())
         return;
-    listener->onRegistered(connection);
-    if (entry.heldReport.empty())
-        return;
-    listener->onReport(entry.heldReport, entry.heldParameters);
-    entry.heldReport.clear();
-    entry.heldParameters = Json::Value();
+    std::string report;
+    Json::Value parameters;
+    report.swap(entry.heldReport);
+    parameters.swap(entry.heldParameters);
+    deliver(lock, listener, [&](IRegistrationListener& target) {
+        target.onRegistered(connection);
+        if (!report.empty())
+            target.onReport(report, parameters);
+    });
 }
 
 void RPCRegistry::unbind(std::string const& uid, IRegistrationListener* listener)
 {
-    std::lock_guard lock(mutex);
+    std::unique_lock lock(mutex);
     auto const found = entries.find(uid);
-    if (found == entries.end() || found->second.listener != listener)
-        return;
-    found->second.listener = nullptr;
-    if (found->second.connection.expired())
-        entries.erase(found);
+    if (found != entries.end() && found->second.listener == listener) {
+        found->second.listener = nullptr;
+        if (found->second.connection.expired())
+            entries.erase(found);
+    }
+    auto const self = std::this_thread::get_id();
+    callEnded.wait(lock, [&] {
+        return std::none_of(calls.begin(), calls.end(), [&](Call const& call) {
+            return call.listener == listener && call.thread != self;
+        });
+    });
 }
 
-void RPCRegistry::registerConnection(std::string const& uid, std::shared_ptr<RPCConnection> const& connection)
+bool RPCRegistry::registerConnection(std::string const& uid, std::shared_ptr<RPCConnection> const& connection)
 {
-    std::lock_guard lock(mutex);
+    std::unique_lock lock(mutex);
+    std::string const held = connection->getRegisteredUid();
+    if (!held.empty() && held != uid) {
+        VLOG(DebugLevelWarning, "registerConnection(): a connection of uid %s asked for uid %s\n", held.c_str(),
+             uid.c_str());
+        return false;
+    }
     Entry& entry = entries[uid];
     auto const previous = entry.connection.lock();
     if (previous && previous != connection) {
@@ -55,7 +87,8 @@ void RPCRegistry::registerConnection(std::string const& uid, std::shared_ptr<RPC
     entry.connection = connection;
     connection->setRegisteredUid(uid);
     if (entry.listener)
-        entry.listener->onRegistered(connection);
+        deliver(lock, entry.listener, [&](IRegistrationListener& target) { target.onRegistered(connection); });
+    return true;
 }
 
 void RPCRegistry::report(RPCConnection& connection, std::string const& name, Json::Value const& parameters)
@@ -63,15 +96,13 @@ void RPCRegistry::report(RPCConnection& connection, std::string const& name, Jso
     std::string const uid = connection.getRegisteredUid();
     if (uid.empty())
         return;
-    std::lock_guard lock(mutex);
+    std::unique_lock lock(mutex);
     auto const found = entries.find(uid);
     if (found == entries.end() || found->second.connection.lock().get() != &connection)
         return;
     Entry& entry = found->second;
-    if (entry.listener) {
-        entry.listener->onReport(name, parameters);
-        return;
-    }
+    if (entry.listener)
+        return deliver(lock, entry.listener, [&](IRegistrationListener& target) { target.onReport(name, parameters); });
     entry.heldReport = name;
     entry.heldParameters = parameters;
 }
@@ -81,7 +112,7 @@ void RPCRegistry::connectionClosed(RPCConnection& connection)
     std::string const uid = connection.getRegisteredUid();
     if (uid.empty())
         return;
-    std::lock_guard lock(mutex);
+    std::unique_lock lock(mutex);
     auto const found = entries.find(uid);
     if (found == entries.end())
         return;
@@ -89,10 +120,10 @@ void RPCRegistry::connectionClosed(RPCConnection& connection)
     if (current && current.get() != &connection)
         return; // an older connection of a uid that registered again
     found->second.connection.reset();
-    if (found->second.listener)
-        found->second.listener->onUnregistered();
-    else
-        entries.erase(found);
+    if (!found->second.listener)
+        return static_cast<void>(entries.erase(found));
+    found->second.heldReport.clear();
+    deliver(lock, found->second.listener, [](IRegistrationListener& target) { target.onUnregistered(); });
 }
 
 std::shared_ptr<RPCConnection> RPCRegistry::find(std::string const& uid)

@@ -17,7 +17,10 @@ static char const MODULE[] = "RPCServer";
 
 namespace {
 
-constexpr unsigned int WORKER_THREADS = 4;
+// Reading and the handlers that never block; more readers only add hand-offs.
+constexpr unsigned int IO_THREADS = 2;
+// Handlers that may block, each on its own thread up to this many at once.
+constexpr unsigned int HANDLER_THREADS = 16;
 
 // Carries one request text through the ordinary checks and catches the reply.
 class PayloadExchange : public RPCConnection {
@@ -29,6 +32,7 @@ public:
         return reply;
     }
     void close() override {}
+    bool isLongLived() const override { return false; }
 
 protected:
     void write(std::string text) override { reply = std::move(text); }
@@ -70,7 +74,7 @@ void RPCServer::init()
 {
     if (context)
         return;
-    context = std::make_unique<RPCIoContext>(WORKER_THREADS);
+    context = std::make_unique<RPCIoContext>(IO_THREADS, HANDLER_THREADS);
     try {
         RuntimeDirectory::ensure();
         listeners.push_back(UnixEndpoint::listen(*context, RuntimeDirectory::endpointPath(name), *this));
@@ -100,9 +104,12 @@ void RPCServer::shutdown()
         return;
     for (auto const& listener : listeners)
         listener->close();
-    for (auto const& connection : snapshot())
+    auto const open = snapshot();
+    for (auto const& connection : open)
         connection->close();
     context->stop();
+    for (auto const& connection : open)
+        connection->closeStopped();
     {
         std::lock_guard lock(mutex);
         connections.clear();
@@ -207,8 +214,10 @@ std::string RPCServer::handleBuiltIn(RPCConnection& connection, IRPC::RPCSynchro
         if (method == "RPC.register") {
             if (!params["uid"].isString() || params["uid"].asString().empty())
                 throw std::invalid_argument("Invalid parameter");
-            auto const self = connection.shared_from_this();
-            RPCRegistry::getInstance().registerConnection(params["uid"].asString(), self);
+            if (!connection.isLongLived())
+                throw std::invalid_argument("A one-shot exchange cannot register");
+            if (!RPCRegistry::getInstance().registerConnection(params["uid"].asString(), connection.shared_from_this()))
+                throw std::invalid_argument("This connection has registered another uid");
             return IRPC::RPCReturnObject(method).serialize();
         }
     } catch (std::exception const& e) {

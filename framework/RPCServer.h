@@ -3,11 +3,13 @@
 // <runtime>/<name>.sock and, when getFixedRPCAddress() names a loopback
 // address, WebSocket and HTTP POST on it. Built-in methods: RPC.subscribe and
 // RPC.unsubscribe ({"events": [names]}, "*" for all), RPC.register
-// ({"uid"}: a program binds its connection to its uid) and RPC.ping.
+// ({"uid"}: a program binds its long-lived connection to one uid, until the
+// connection closes; an HTTP POST cannot register) and RPC.ping.
 //
-// Threads: handlers run on the server's worker threads, several at once;
-// the built-ins and the methods in quickMethods run on the thread that read
-// the request, without a hand-off, and so must never block.
+// Threads: handlers run on the server's handler threads, several at once,
+// apart from the threads that read the sockets, so a blocked handler never
+// stops reading; the built-ins and the methods in quickMethods run on the
+// thread that read the request, without a hand-off, and so must never block.
 // handleRPCNotification may be called from any thread. init/shutdown from the
 // owner's thread, never from a handler. The interface map is filled by the
 // subclass's constructor and is read-only afterwards.

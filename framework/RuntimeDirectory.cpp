@@ -13,13 +13,19 @@ namespace Velmora {
 
 static char const MODULE[] = "RuntimeDirectory";
 
+namespace {
+
+std::string fallbackPath() { return "/tmp/velmora-" + std::to_string(getuid()); }
+
+} // namespace
+
 std::string RuntimeDirectory::path()
 {
     if (char const* explicitDir = std::getenv("VELMORA_RUNTIME_DIR"); explicitDir && *explicitDir)
         return explicitDir;
     if (char const* xdg = std::getenv("XDG_RUNTIME_DIR"); xdg && *xdg)
         return std::string(xdg) + "/velmora";
-    return "/tmp/velmora-" + std::to_string(getuid());
+    return fallbackPath();
 }
 
 std::string RuntimeDirectory::ensure()
@@ -32,6 +38,16 @@ std::string RuntimeDirectory::ensure()
     struct stat status {};
     if (stat(dir.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {
         VLOG(DebugLevelError, "ensure(): %s is not a directory\n", dir.c_str());
+        throwException(MODULE, __LINE__, "ensure", ReturnGenericFailure);
+    }
+    if (dir != fallbackPath())
+        return dir;
+    // In the shared /tmp another user may have made it first: not followed
+    // through a link, ours, and writable by nobody else.
+    if (lstat(dir.c_str(), &status) != 0 || !S_ISDIR(status.st_mode) || status.st_uid != getuid() ||
+        (status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+        VLOG(DebugLevelError, "ensure(): %s is not ours alone (owner %u, mode %o)\n", dir.c_str(),
+             static_cast<unsigned int>(status.st_uid), static_cast<unsigned int>(status.st_mode & 07777));
         throwException(MODULE, __LINE__, "ensure", ReturnGenericFailure);
     }
     return dir;

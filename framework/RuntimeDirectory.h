@@ -12,7 +12,8 @@ public:
     // The directory, read from the environment at each call.
     static std::string path();
     // Creates the directory (mode 0700) when missing; throws Exception when it
-    // cannot be created or is not a directory.
+    // cannot be created or is not a directory, and for the /tmp fallback also
+    // when it is a link, is owned by another user or is writable by others.
     static std::string ensure();
     // <runtime>/<name>.sock
     static std::string endpointPath(std::string const& name);

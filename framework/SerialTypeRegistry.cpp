@@ -40,9 +40,11 @@ SerialObject* SerialTypeRegistry::create(Deserializer& deserializer)
     auto found = factories().find(type->asString());
     if (found == factories().end())
         return nullptr;
+    std::size_t const depth = deserializer.depth();
     try {
         return found->second(deserializer);
     } catch (...) {
+        deserializer.returnTo(depth); // the failed constructor may have left the cursor inside
         return nullptr;
     }
 }

@@ -92,13 +92,17 @@ SerialObject* createSerialObject<SerialObject>(std::string const& name, Deserial
 SerialObject* createSerialObject(std::string const& json);
 
 // Writes one container element: bare values by the free functions, serial
-// objects (held by value or by pointer) by their own serialize(name, ...).
+// objects (held by value or by pointer) by their own serialize(name, ...); a
+// null pointer is written as null.
 template <class T>
 void serializeElement(std::string const& name, T const& value, Serializer& serializer)
 {
-    if constexpr (std::is_pointer_v<T>)
-        value->serialize(name, serializer);
-    else if constexpr (std::is_base_of_v<SerialObject, T>)
+    if constexpr (std::is_pointer_v<T>) {
+        if (value)
+            value->serialize(name, serializer);
+        else
+            serializer.setValue(name, Json::Value());
+    } else if constexpr (std::is_base_of_v<SerialObject, T>)
         value.serialize(name, serializer);
     else
         serialize(name, value, serializer);

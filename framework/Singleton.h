@@ -5,7 +5,8 @@
 // reference back, and only the one that brings the count to 0 destroys the
 // object (a C++20 destroying delete makes `delete` do no more than that).
 // getInstance() and delete may be called from any thread; the mutex serialises
-// creation and release. ExplicitSingleton<T> derives from this and differs only
+// creation, counting and release, and T's destructor runs under it (so it must
+// not call getInstance() of its own T). ExplicitSingleton<T> derives from this and differs only
 // in getInstance().
 #pragma once
 
@@ -26,8 +27,9 @@ public:
         unsigned int old = refCount++;
         if (old == 0)
             new U();
+        T* const created = instance();
         unlock();
-        return instance();
+        return created;
     }
 
     static void lock() { mutex.lock(); }
@@ -37,15 +39,13 @@ public:
     // Any pointer other than the instance is ignored: its memory stays.
     static void operator delete(Singleton* p, std::destroying_delete_t)
     {
-        if (p != singleton)
-            return;
-        if (--refCount != 0)
-            return;
         lock();
+        if (p != singleton || --refCount != 0)
+            return unlock();
+        singleton = nullptr;
         void* memory = dynamic_cast<void*>(p);
         p->~Singleton();
         ::operator delete(memory);
-        singleton = nullptr;
         unlock();
     }
 

@@ -29,7 +29,7 @@ namespace {
 class UnixLineConnection : public RPCConnection {
 public:
     UnixLineConnection(IHandler& handler, std::shared_ptr<RPCIoContext::Impl> loop, Protocol::socket socket)
-        : RPCConnection(handler), loop(std::move(loop)), io(this->loop->io), socket(std::move(socket)),
+        : RPCConnection(handler), loop(std::move(loop)), socket(std::move(socket)),
           descriptor(this->socket.native_handle()), strand(this->socket.get_executor()), input(MAX_MESSAGE_SIZE + 1)
     {
     }
@@ -51,7 +51,9 @@ protected:
         send(std::move(text));
     }
 
-    void runDetached(std::function<void()> job) override { asio::post(io, std::move(job)); }
+    void runDetached(std::function<void()> job) override { loop->workers->post(std::move(job)); }
+
+    void closeTransportStopped() override { closeSocket(); }
 
 private:
     std::shared_ptr<UnixLineConnection> shared()
@@ -162,20 +164,22 @@ private:
     // flight may still point into it.
     void shutdown()
     {
-        {
-            std::lock_guard lock(outputMutex);
-            writesClosed = true;
-            if (socket.is_open()) {
-                boost::system::error_code ignored;
-                socket.shutdown(Protocol::socket::shutdown_both, ignored);
-                socket.close(ignored);
-            }
-        }
+        closeSocket();
         closed();
     }
 
+    void closeSocket()
+    {
+        std::lock_guard lock(outputMutex);
+        writesClosed = true;
+        if (socket.is_open()) {
+            boost::system::error_code ignored;
+            socket.shutdown(Protocol::socket::shutdown_both, ignored);
+            socket.close(ignored);
+        }
+    }
+
     std::shared_ptr<RPCIoContext::Impl> loop; // first: outlives the socket
-    asio::io_context& io;
     Protocol::socket socket;
     int const descriptor; // the socket's, for senders off the strand; valid until writesClosed
     asio::any_io_executor strand; // the socket's own strand

@@ -10,14 +10,23 @@ static char const MODULE[] = "VectorBase";
 
 VectorBase::VectorBase() = default;
 
-VectorBase::VectorBase(Deserializer& deserializer)
+namespace {
+
+void requireArray(Json::Value const& value)
 {
-    Json::Value const& value = deserializer.current();
     if (!value.isArray() && !value.isNull())
         throwException(MODULE, __LINE__, "VectorBase", ReturnInvalidParameter);
 }
 
-VectorBase::VectorBase(std::string const& name, Deserializer& deserializer) {}
+} // namespace
+
+VectorBase::VectorBase(Deserializer& deserializer) { requireArray(deserializer.current()); }
+
+VectorBase::VectorBase(std::string const& name, Deserializer& deserializer)
+{
+    requireArray(deserializer.member(name));
+    deserializer.enterObject(name);
+}
 
 VectorBase::VectorBase(VectorBase const& other) = default;
 

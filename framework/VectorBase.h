@@ -13,6 +13,7 @@ public:
     // Requires the deserializer's current value to be an array (or null, which
     // reads as empty); anything else throws Exception(ReturnInvalidParameter).
     explicit VectorBase(Deserializer& deserializer);
+    // Enters member `name` (the subclass leaves it) and checks it as above.
     VectorBase(std::string const& name, Deserializer& deserializer);
     VectorBase(VectorBase const& other);
     VectorBase& operator=(VectorBase const& other) = default;

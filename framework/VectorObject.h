@@ -1,11 +1,14 @@
 // A std::vector<T> that is a serial object, written as a JSON array in vector
 // order. VectorObject<SerialObject*> holds raw pointers it does not own: copies
-// are shallow and the owner of the list frees the elements.
+// are shallow and the owner of the list frees the elements. Reading it skips
+// elements of no known type (it never holds null), and a read that throws
+// frees what it had built.
 #pragma once
 
 #include "Serialization.h"
 #include "VectorBase.h"
 
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -18,7 +21,6 @@ public:
     explicit VectorObject(Deserializer& deserializer) : VectorBase(deserializer) { initVector(deserializer); }
     VectorObject(std::string const& name, Deserializer& deserializer) : VectorBase(name, deserializer)
     {
-        deserializer.enterObject(name);
         initVector(deserializer);
         deserializer.leaveObject(name);
     }
@@ -52,11 +54,22 @@ public:
 protected:
     void initVector(Deserializer& deserializer)
     {
-        unsigned int count = deserializer.getSize();
-        for (unsigned int i = 0; i < count; ++i) {
-            deserializer.enterElement(i);
-            this->push_back(deserializeElement<T>(std::string(), deserializer));
-            deserializer.leaveElement(i);
+        try {
+            unsigned int const count = deserializer.getSize();
+            for (unsigned int i = 0; i < count; ++i) {
+                deserializer.enterElement(i);
+                T element = deserializeElement<T>(std::string(), deserializer);
+                deserializer.leaveElement(i);
+                if constexpr (std::is_pointer_v<T>)
+                    if (!element)
+                        continue;
+                this->push_back(std::move(element));
+            }
+        } catch (...) {
+            if constexpr (std::is_pointer_v<T>)
+                for (T element : *this)
+                    delete element;
+            throw;
         }
     }
 };

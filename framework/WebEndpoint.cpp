@@ -27,7 +27,7 @@ namespace {
 class WebSocketConnection : public RPCConnection {
 public:
     WebSocketConnection(IHandler& handler, std::shared_ptr<RPCIoContext::Impl> loop, beast::tcp_stream stream)
-        : RPCConnection(handler), loop(std::move(loop)), opener(handler), io(this->loop->io), socket(std::move(stream))
+        : RPCConnection(handler), loop(std::move(loop)), opener(handler), socket(std::move(stream))
     {
         socket.read_message_max(MAX_MESSAGE_SIZE);
         // A time limit on the handshake only: a quiet page is not a dead one
@@ -56,7 +56,7 @@ protected:
                        [self = shared(), text = std::move(text)]() mutable { self->enqueue(std::move(text)); });
     }
 
-    void runDetached(std::function<void()> job) override { asio::post(io, std::move(job)); }
+    void runDetached(std::function<void()> job) override { loop->workers->post(std::move(job)); }
 
 private:
     std::shared_ptr<WebSocketConnection> shared()
@@ -135,7 +135,6 @@ private:
 
     std::shared_ptr<RPCIoContext::Impl> loop; // first: outlives the stream
     IHandler& opener;
-    asio::io_context& io;
     websocket::stream<beast::tcp_stream> socket;
     beast::flat_buffer input;
     std::deque<std::string> output;
@@ -150,7 +149,7 @@ class HttpSession : public std::enable_shared_from_this<HttpSession> {
 public:
     HttpSession(std::shared_ptr<RPCIoContext::Impl> loop, tcp::socket socket, RPCConnection::IHandler& handler,
                 WebEndpoint::PayloadHandler payload)
-        : loop(std::move(loop)), io(this->loop->io), stream(std::move(socket)), handler(handler), payload(std::move(payload))
+        : loop(std::move(loop)), stream(std::move(socket)), handler(handler), payload(std::move(payload))
     {
     }
 
@@ -175,8 +174,8 @@ private:
             return upgrade(std::move(request));
         if (request.method() != http::verb::post)
             return respond(http::status::method_not_allowed, "", request.keep_alive());
-        // The method may block: answer it off the session's strand.
-        asio::post(io, [self = shared_from_this(), request = std::move(request)]() mutable {
+        // The method may block: answer it on a handler thread.
+        loop->workers->post([self = shared_from_this(), request = std::move(request)]() mutable {
             std::string reply = self->payload(request.body());
             asio::dispatch(self->stream.get_executor(), [self, reply = std::move(reply), keep = request.keep_alive()] {
                 self->respond(reply.empty() ? http::status::no_content : http::status::ok, reply, keep);
@@ -214,7 +213,6 @@ private:
     }
 
     std::shared_ptr<RPCIoContext::Impl> loop; // first: outlives the stream
-    asio::io_context& io;
     beast::tcp_stream stream;
     beast::flat_buffer buffer;
     std::optional<http::request_parser<http::string_body>> parser;

@@ -1,6 +1,7 @@
 // The TCP transport for web pages and command-line tools: on one port, a
 // WebSocket upgrade becomes a two-way connection (one text frame per
-// message), and an HTTP POST of one request text is answered with the reply.
+// message), and an HTTP POST of one request text is answered with the reply,
+// which `payload` makes on a handler thread of the context (it may block).
 // `handler` (not owned) and `payload` must outlive the context's threads.
 #pragma once
 

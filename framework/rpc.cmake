@@ -5,6 +5,7 @@ add_library(velmora_rpc SHARED
   ${CMAKE_CURRENT_LIST_DIR}/IRPC.cpp ${CMAKE_CURRENT_LIST_DIR}/RPCClient.cpp
   ${CMAKE_CURRENT_LIST_DIR}/RPCConnection.cpp ${CMAKE_CURRENT_LIST_DIR}/RPCIoContext.cpp
   ${CMAKE_CURRENT_LIST_DIR}/RPCRegistry.cpp ${CMAKE_CURRENT_LIST_DIR}/RPCServer.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/RPCWorkerPool.cpp
   ${CMAKE_CURRENT_LIST_DIR}/RuntimeDirectory.cpp ${CMAKE_CURRENT_LIST_DIR}/UnixEndpoint.cpp
   ${CMAKE_CURRENT_LIST_DIR}/WebEndpoint.cpp)
 target_include_directories(velmora_rpc PUBLIC ${CMAKE_CURRENT_LIST_DIR})

@@ -49,7 +49,7 @@ APPClient* APPClient::create(Client::Type type, std::string const& uid)
 void APPClient::setFactory(Factory replacement) { ClientFactory<APPClient>::set(std::move(replacement)); }
 
 APPClient::APPClient(Client::Type type, std::string const& uid)
-    : type(type), uid(uid), connectionMutex(MODULE), listenerMutex(MODULE)
+    : type(type), uid(uid), connectionMutex(MODULE)
 {
 }
 
@@ -71,35 +71,42 @@ std::string const& APPClient::getUid() const { return uid; }
 
 void APPClient::addListener(IListener* listener)
 {
-    Mutex::ScopedLock lock(&listenerMutex);
-    if (Velmora::addListener(listeners, listener))
-        listenersChanged = true;
+    Mutex::ScopedLock lock(&listeners->mutex);
+    if (Velmora::addListener(listeners->list, listener))
+        listeners->changed = true;
 }
 
 void APPClient::removeListener(IListener* listener)
 {
-    Mutex::ScopedLock lock(&listenerMutex);
-    if (Velmora::removeListener(listeners, listener))
-        listenersChanged = true;
+    Mutex::ScopedLock lock(&listeners->mutex);
+    if (Velmora::removeListener(listeners->list, listener))
+        listeners->changed = true;
 }
 
-void APPClient::notifyKeepAlive(std::string const& state) { notifyKeepAlive(uid, state); }
+// A copy of the uid: a listener may delete the client during the walk.
+void APPClient::notifyKeepAlive(std::string const& state) { notifyKeepAlive(std::string(uid), state); }
 
 void APPClient::notifyStateChange(std::string const& oldState, std::string const& newState)
 {
-    notifyStateChange(uid, oldState, newState);
+    notifyStateChange(std::string(uid), oldState, newState);
+}
+
+template <class Notify>
+void APPClient::notifyListeners(Notify&& notify)
+{
+    std::shared_ptr<Listeners> const held = listeners; // the client may go during the walk
+    fanOut(held->mutex, held->list, held->changed, std::forward<Notify>(notify));
 }
 
 void APPClient::notifyKeepAlive(std::string const& reportedUid, std::string const& state)
 {
-    fanOut(listenerMutex, listeners, listenersChanged,
-           [&](ILifecycleManagementListener* listener) { listener->onKeepAlive(reportedUid, state); });
+    notifyListeners([&](ILifecycleManagementListener* listener) { listener->onKeepAlive(reportedUid, state); });
 }
 
 void APPClient::notifyStateChange(std::string const& reportedUid, std::string const& oldState,
                                   std::string const& newState)
 {
-    fanOut(listenerMutex, listeners, listenersChanged, [&](ILifecycleManagementListener* listener) {
+    notifyListeners([&](ILifecycleManagementListener* listener) {
         listener->onStateChange(reportedUid, oldState, newState);
     });
 }

@@ -7,10 +7,14 @@
 // every call that wants an answer throws Exception(ReturnGenericFailure); the
 // token operations are accepted and dropped.
 //
-// Threads: calls may come from any thread; listeners are called on whatever
-// thread delivers the program's report. The creating manager owns the client;
-// its destructor waits for reports still being delivered, so a manager may
-// delete a client from inside the reaction to that client's last report.
+// Threads: calls may come from any thread; listeners are called on the bus
+// thread that read the program's report, one report at a time, without a lock
+// of the client held. The creating manager owns the client; its destructor
+// waits for a report still being delivered on another thread, and a manager
+// may delete a client from inside the reaction to that client's own report
+// (the client is not touched after that reaction returns).
+// removeListener waits for a call into that listener in flight on another
+// thread, so the listener may be destroyed once it returns.
 #pragma once
 
 #include "Client.h"
@@ -21,7 +25,6 @@
 #include "Mutex.h"
 #include "RPCRegistry.h"
 
-#include <condition_variable>
 #include <functional>
 #include <memory>
 #include <string>
@@ -120,14 +123,16 @@ private:
     std::vector<std::pair<std::string, Json::Value>> pendingTokens;
     bool bound = false;
 
+    // Shared with a fan-out in progress, which outlives the client when a
+    // listener deletes it.
+    struct Listeners {
+        Mutex mutex{"APPClient"};
+        std::vector<ILifecycleManagement::ILifecycleManagementListener*> list;
+        bool changed = false;
+    };
     template <class Notify>
-    void deliver(Notify&& notify);
-
-    Mutex listenerMutex;
-    std::condition_variable_any deliveriesDone;
-    int deliveries = 0; // reports being delivered, guarded by listenerMutex
-    std::vector<ILifecycleManagement::ILifecycleManagementListener*> listeners;
-    bool listenersChanged = false;
+    void notifyListeners(Notify&& notify);
+    std::shared_ptr<Listeners> const listeners = std::make_shared<Listeners>();
 };
 
 } // namespace Velmora

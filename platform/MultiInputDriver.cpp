@@ -218,7 +218,6 @@ void MultiInputDriver::openSource(std::string const& path, unsigned int session)
     source->fd = std::move(fd);
     source->path = path;
     source->session = session;
-    source->dropAtEnd = S_ISREG(status.st_mode);
     sources.push_back(std::move(source));
     VLOG(DebugLevelInfo, "input source %s for session %u\n", path.c_str(), session);
 }
@@ -241,28 +240,29 @@ void MultiInputDriver::adoptNewDevices()
 
 bool MultiInputDriver::readSource(Source& source, std::vector<Delivery>& deliveries)
 {
+    // One read per wake-up: a writer that never pauses must not keep the
+    // source lock held; what is left is still readable at the next poll.
     char buffer[64 * sizeof(input_event)];
-    for (;;) {
-        ssize_t const length = ::read(source.fd.get(), buffer, sizeof(buffer));
-        if (length == 0)
-            return !source.dropAtEnd;
-        if (length < 0)
-            return errno == EAGAIN || errno == EINTR;
-        source.pending.append(buffer, static_cast<std::size_t>(length));
-        std::size_t used = 0;
-        for (; used + sizeof(input_event) <= source.pending.size(); used += sizeof(input_event)) {
-            input_event record;
-            std::memcpy(&record, source.pending.data() + used, sizeof(record));
-            if (record.type != EV_KEY)
-                continue;
-            KeyEvent::Code const code = mapKeyCode(record.code);
-            unsigned int const only = filter;
-            if (only != KeyEvent::KEY_NONE && only != code)
-                continue;
-            deliveries.emplace_back(source.session, KeyEvent(code, record.value != 0));
-        }
-        source.pending.erase(0, used);
+    ssize_t const length = ::read(source.fd.get(), buffer, sizeof(buffer));
+    if (length == 0)
+        return false; // the end: a FIFO, open for writing too, never reads it
+    if (length < 0)
+        return errno == EAGAIN || errno == EINTR;
+    source.pending.append(buffer, static_cast<std::size_t>(length));
+    std::size_t used = 0;
+    for (; used + sizeof(input_event) <= source.pending.size(); used += sizeof(input_event)) {
+        input_event record;
+        std::memcpy(&record, source.pending.data() + used, sizeof(record));
+        if (record.type != EV_KEY)
+            continue;
+        KeyEvent::Code const code = mapKeyCode(record.code);
+        unsigned int const only = filter;
+        if (only != KeyEvent::KEY_NONE && only != code)
+            continue;
+        deliveries.emplace_back(source.session, KeyEvent(code, record.value != 0));
     }
+    source.pending.erase(0, used);
+    return true;
 }
 
 std::vector<IWindowEvent::IInputEventListener*> MultiInputDriver::listenersOf(unsigned int session)

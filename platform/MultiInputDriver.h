@@ -5,9 +5,11 @@
 //
 // VELMORA_INPUT_DEVICES (read by enableIr) is a ':'-separated list of paths,
 // each optionally followed by "@<session>" (default session 0); unset, every
-// "event*" node of /dev/input (under VELMORA_ROOT) is a source. A regular file
-// is read to its end and dropped; a FIFO stays open for later writers; a
-// device that goes away is dropped. Hotplug adopts "event*" nodes that appear
+// "event*" node of /dev/input (under VELMORA_ROOT) is a source. A source that
+// reads to its end (a regular file, /dev/null, a hung-up terminal) or fails is
+// dropped; a FIFO stays open for later writers; a device that goes away is
+// dropped. Each source is read once per wake-up, so a busy one neither starves
+// the others nor holds the source lock for long. Hotplug adopts "event*" nodes that appear
 // in /dev/input later, for session 0.
 //
 // Key codes: power, home, menu and left-alt become the box's codes 1, 30, 34
@@ -58,7 +60,6 @@ private:
         FileDescriptor fd;
         std::string path;
         unsigned int session = 0;
-        bool dropAtEnd = false; // a regular file: its end is the end of the source
         std::string pending;    // bytes of an incomplete record
     };
     using Delivery = std::pair<unsigned int, IWindowEvent::KeyEvent>;
@@ -68,7 +69,7 @@ private:
     void openSource(std::string const& path, unsigned int session);
     bool isOpen(std::string const& path) const;
     void adoptNewDevices();
-    // False when the source has ended.
+    // One read; false when the source has ended.
     bool readSource(Source& source, std::vector<Delivery>& deliveries);
     std::vector<IWindowEvent::IInputEventListener*> listenersOf(unsigned int session);
     bool isListening(IWindowEvent::IInputEventListener* listener);

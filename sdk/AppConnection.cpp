@@ -38,16 +38,17 @@ void AppConnection::connect()
     client.callOrThrow("RPC.register", params);
 }
 
+// Reports leave under the state lock, so the server hears them in the order of
+// the changes: a keep-alive never re-asserts a state that a change replaced.
+// Sending does not block (a socket that cannot take it queues it).
 void AppConnection::reportState(std::string const& newState)
 {
     Json::Value params;
     params["uid"] = uid;
-    {
-        std::lock_guard lock(mutex);
-        params["oldState"] = state;
-        state = newState;
-    }
     params["newState"] = newState;
+    std::lock_guard lock(mutex);
+    params["oldState"] = state;
+    state = newState;
     client.notify("ILifecycleManagement::onStateChange", params);
 }
 
@@ -55,7 +56,8 @@ void AppConnection::keepAlive()
 {
     Json::Value params;
     params["uid"] = uid;
-    params["state"] = getState();
+    std::lock_guard lock(mutex);
+    params["state"] = state;
     client.notify("ILifecycleManagement::onKeepAlive", params);
 }
 

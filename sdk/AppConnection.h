@@ -4,7 +4,8 @@
 // keep-alives, and answers the server's lifecycle, window and event calls.
 //
 // Threads: set the callbacks before connect(); the callbacks run on the
-// connection's threads; reportState/keepAlive from any thread.
+// connection's threads; reportState/keepAlive from any thread. Destruction
+// disconnects, which waits for the methods still running and their answers.
 #pragma once
 
 #include "RPCClient.h"

@@ -66,11 +66,8 @@ int main()
         if (onTerminate == "ignore")
             return;
         app.reportState("TERMINATED");
-        // Leave once the answer to terminate has had time to go out.
-        std::thread([] {
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
-            requestExit();
-        }).detach();
+        // Leaving disconnects, which waits for this handler's answer to go out.
+        requestExit();
     });
     app.onFocus([](bool focus) { logLine(std::string("focus ") + (focus ? "1" : "0")); });
     app.onVisibility([](bool visible) { logLine(std::string("visible ") + (visible ? "1" : "0")); });

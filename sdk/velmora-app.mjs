@@ -29,6 +29,7 @@ export class VelmoraApp {
     this.visible = false;
     this.nextId = 1;
     this.pending = new Map();
+    this.outbox = []; // messages sent before the socket opened
     this.onTerminate = null; // default: report TERMINATED
     this.onFocus = null;
     this.onVisibility = null;
@@ -55,7 +56,11 @@ export class VelmoraApp {
     return new Promise((resolve, reject) => {
       const socket = new this.WebSocketImpl(this.url);
       this.socket = socket;
-      socket.onopen = () => this.call('RPC.register', { uid: this.uid }).then(resolve, reject);
+      socket.onopen = () => {
+        // Registration first, then what was sent before the socket opened, in order.
+        this.call('RPC.register', { uid: this.uid }).then(resolve, reject);
+        for (const text of this.outbox.splice(0)) socket.send(text);
+      };
       socket.onerror = (error) => reject(error instanceof Error ? error : new Error('connection failed'));
       socket.onclose = () => this.failPending('connection closed');
       socket.onmessage = (message) => this.receive(String(message.data));
@@ -89,7 +94,13 @@ export class VelmoraApp {
 
   notify(method, params) { this.send({ jsonrpc: '2.0', method, params }); }
 
-  send(message) { this.socket.send(JSON.stringify(message)); }
+  // Before the socket opens the message waits; after it closed it is dropped.
+  send(message) {
+    const text = JSON.stringify(message);
+    const state = this.socket ? this.socket.readyState : 0; // 0 connecting, 1 open
+    if (state === 1) this.socket.send(text);
+    else if (state === 0) this.outbox.push(text);
+  }
 
   receive(text) {
     let message;
@@ -115,8 +126,8 @@ export class VelmoraApp {
   }
 
   answer(message) {
-    const method = this.methods[message.method];
-    if (!method) {
+    const method = Object.hasOwn(this.methods, message.method) ? this.methods[message.method] : null;
+    if (typeof method !== 'function') {
       this.send({ jsonrpc: '2.0', id: message.id, error: { code: -32601, message: 'Method not found' } });
       return;
     }
@@ -124,7 +135,7 @@ export class VelmoraApp {
       const result = method(message.params || {});
       this.send({ jsonrpc: '2.0', id: message.id, result: result === undefined ? null : result });
     } catch (error) {
-      this.send({ jsonrpc: '2.0', id: message.id, error: { code: -32000, message: String(error.message || error) } });
+      this.send({ jsonrpc: '2.0', id: message.id, error: { code: -32000, message: String(error?.message ?? error) } });
     }
   }
 

@@ -8,10 +8,12 @@
 
 #include <gtest/gtest.h>
 
+#include <condition_variable>
 #include <fstream>
 #include <iterator>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <set>
 #include <vector>
 
@@ -25,9 +27,9 @@ using BusTest::waitFor;
 namespace {
 
 // The programs' server; it serves WebSocket too, for pages.
-class ZAVServer : public RPCServer {
+class ZAVServer : public BusTest::Observed<> {
 public:
-    ZAVServer() : RPCServer("ZAV") { init(); }
+    ZAVServer() : Observed("ZAV") { init(); }
     ~ZAVServer() override { shutdown(); }
     std::string getFixedRPCAddress() override { return "127.0.0.1:0"; }
 };
@@ -188,4 +190,41 @@ TEST_F(APPClientTest, APageRegistersReportsRunningAndAnswersTheServer)
     BusTest::Output const output = BusTest::finish(page);
     EXPECT_EQ(0, output.status);
     EXPECT_EQ("ping true\nerror Method not found\nfocus true\nterminate\n", output.text);
+}
+
+// The SDK's page module on its own, against a socket the script plays.
+TEST(PageModule, RefusesNonMethodsAnswersEveryThrowAndWaitsForItsSocket)
+{
+    FILE* script = ::popen((std::string("node --no-warnings ") + VELMORA_PAGE_MODULE_TEST + " 2>&1").c_str(), "r");
+    BusTest::Output const output = BusTest::finish(script);
+    EXPECT_EQ(0, output.status) << output.text;
+    EXPECT_EQ("ok\n", output.text);
+}
+
+// A manager may delete a client from inside the reaction to its report, on
+// the bus thread that delivers it.
+TEST_F(APPClientTest, AClientDeletedFromItsOwnReportGoesQuietly)
+{
+    struct Deleter : IApplication::IApplicationListener {
+        void onKeepAlive(std::string const&, std::string const&) override {}
+        void onStateChange(std::string const&, std::string const&, std::string const& state) override
+        {
+            if (state != "RUNNING")
+                return;
+            delete doomed;
+            std::lock_guard lock(mutex);
+            gone = true;
+            deleted.notify_all();
+        }
+        APPClient* doomed = nullptr;
+        std::mutex mutex;
+        std::condition_variable deleted;
+        bool gone = false;
+    } deleter;
+    deleter.doomed = new APPClient(Client::Master, "5007");
+    deleter.doomed->addListener(&deleter);
+    deleter.doomed->init();
+    start("5007", {{"VELMORA_TEST_APP_STATES", "RUNNING,SUSPENDED"}});
+    std::unique_lock lock(deleter.mutex);
+    EXPECT_TRUE(deleter.deleted.wait_for(lock, std::chrono::seconds(30), [&] { return deleter.gone; }));
 }

@@ -1,12 +1,16 @@
 // Helpers of the bus tests: a private runtime directory per test, a raw
 // socket peer that speaks bytes (for inputs no well-behaved client sends),
 // waiting for a condition with an upper bound, and logs of what callbacks saw.
+// waitFor() sleeps until something it is told of changes: a log entry, or a
+// connection, request or close on an Observed server.
 #pragma once
 
 #include "IApplication.h"
+#include "RPCServer.h"
 
 #include <algorithm>
 #include <chrono>
+#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -57,24 +61,61 @@ private:
     ScopedEnv variable{"VELMORA_RUNTIME_DIR", path};
 };
 
-inline bool waitFor(std::function<bool()> const& condition, int timeoutMs = 10000)
+// What waitFor() sleeps on; a change is counted so that none is missed
+// between a look at the condition and the sleep.
+struct Changes {
+    std::mutex mutex;
+    std::condition_variable changed;
+    unsigned long long count = 0;
+};
+
+inline Changes& changes()
 {
+    static Changes shared;
+    return shared;
+}
+
+inline void notifyChanged()
+{
+    Changes& all = changes();
+    {
+        std::lock_guard lock(all.mutex);
+        ++all.count;
+    }
+    all.changed.notify_all();
+}
+
+// True once `condition` holds, false when it still does not after the
+// deadline; looked at again after every change told to notifyChanged().
+inline bool waitFor(std::function<bool()> const& condition, int timeoutMs = 30000)
+{
+    Changes& all = changes();
     auto const end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    while (std::chrono::steady_clock::now() < end) {
+    for (;;) {
+        unsigned long long seen = 0;
+        {
+            std::lock_guard lock(all.mutex);
+            seen = all.count;
+        }
         if (condition())
             return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        std::unique_lock lock(all.mutex);
+        if (!all.changed.wait_until(lock, end, [&] { return all.count != seen; }))
+            return condition();
     }
-    return condition();
 }
+
 
 // What callbacks saw, one text each, in order; safe to read while they run.
 class Log {
 public:
     void add(std::string entry)
     {
-        std::lock_guard lock(mutex);
-        entries.push_back(std::move(entry));
+        {
+            std::lock_guard lock(mutex);
+            entries.push_back(std::move(entry));
+        }
+        notifyChanged();
     }
     std::vector<std::string> all() const
     {
@@ -189,6 +230,36 @@ private:
     }
     std::string buffer;
     bool eof = false;
+};
+
+// A server that tells waitFor() of every connection opened or closed and of
+// every request it answered, whose methods it logs.
+template <class Base = Velmora::RPCServer>
+class Observed : public Base {
+public:
+    using Base::Base;
+    ~Observed() override { this->shutdown(); } // handlers log into `served`
+    Log served;
+
+protected:
+    std::string handleRequest(Velmora::RPCConnection& connection,
+                              Velmora::IRPC::RPCSynchronousMethodObject const& request) override
+    {
+        std::string reply = Base::handleRequest(connection, request);
+        served.add(request.getMethod());
+        return reply;
+    }
+    bool handleOpened(std::shared_ptr<Velmora::RPCConnection> const& connection) override
+    {
+        bool const accepted = Base::handleOpened(connection);
+        notifyChanged();
+        return accepted;
+    }
+    void handleClosed(Velmora::RPCConnection& connection) override
+    {
+        Base::handleClosed(connection);
+        notifyChanged();
+    }
 };
 
 inline int threadCount()

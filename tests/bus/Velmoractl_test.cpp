@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <tuple>
 
 using namespace Velmora;
@@ -20,7 +19,7 @@ class VelmoractlTest : public ::testing::Test {
 protected:
     VelmoractlTest() { server.init(); }
     BusTest::RuntimeDir runtime;
-    RPCServer server{"ctl"};
+    BusTest::Observed<> server{"ctl"};
 };
 
 } // namespace
@@ -50,23 +49,14 @@ TEST_F(VelmoractlTest, CallsPrintResultsAndReadableErrors)
 TEST_F(VelmoractlTest, WatchFollowsTheNotificationsAskedFor)
 {
     FILE* pipe = start("ctl watch IX::a");
-    ASSERT_TRUE(BusTest::waitFor([&] { return server.getConnectionCount() == 1; }));
-    // The subscription lands just after the connection; repeat until a line shows.
-    std::atomic<bool> seen{false};
-    std::thread sender([&] {
-        for (int i = 0; i < 200 && !seen; ++i) {
-            server.handleRPCNotification("IX::b", "{}");
-            server.handleRPCNotification("IX::a", "{\"n\":1}");
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
-        server.shutdown(); // ends the watch
-    });
+    ASSERT_TRUE(BusTest::waitFor([&] { return server.served.has("RPC.subscribe"); }));
+    server.handleRPCNotification("IX::b", "{}");
+    server.handleRPCNotification("IX::a", "{\"n\":1}");
     std::string line;
     char buffer[256];
     if (std::fgets(buffer, sizeof(buffer), pipe))
         line = buffer;
-    seen = true;
-    sender.join();
+    server.shutdown(); // ends the watch
     ::pclose(pipe);
     EXPECT_EQ("IX::a {\"n\":1}\n", line);
 }

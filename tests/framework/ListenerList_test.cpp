@@ -6,8 +6,12 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <condition_variable>
 #include <functional>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 using namespace Velmora;
@@ -118,4 +122,53 @@ TEST(ListenerList, TheLastListenerRemovingItselfEndsTheWalk)
     notifier.notify();
     EXPECT_EQ(calls, (std::vector<std::string>{"a"}));
     EXPECT_TRUE(notifier.list.empty());
+}
+
+// A listener removed while another thread is inside a call into it may be
+// destroyed once removal returns: removal waits for that call.
+TEST(ListenerList, RemovalWaitsForACallInFlightOnAnotherThread)
+{
+    struct Blocker : Family {
+        void onKeepAlive(std::string const&, std::string const&) override {}
+        void onStateChange(std::string const&, std::string const&, std::string const&) override
+        {
+            std::unique_lock lock(mutex);
+            entered = true;
+            changed.notify_all();
+            changed.wait(lock, [this] { return released; });
+            events.push_back("call ended");
+        }
+        void record(std::string event)
+        {
+            std::lock_guard lock(mutex);
+            events.push_back(std::move(event));
+            changed.notify_all();
+        }
+        std::mutex mutex;
+        std::condition_variable changed;
+        bool entered = false;
+        bool released = false;
+        std::vector<std::string> events;
+    } blocker;
+    Notifier notifier;
+    notifier.add(&blocker);
+    std::thread caller([&] { notifier.notify(); });
+    {
+        std::unique_lock lock(blocker.mutex);
+        blocker.changed.wait(lock, [&] { return blocker.entered; });
+    }
+    std::thread remover([&] {
+        notifier.remove(&blocker);
+        blocker.record("removed");
+    });
+    {
+        // A removal that does not wait shows here; one that waits lets this pass by.
+        std::unique_lock lock(blocker.mutex);
+        blocker.changed.wait_for(lock, std::chrono::milliseconds(500), [&] { return !blocker.events.empty(); });
+        blocker.released = true;
+        blocker.changed.notify_all();
+    }
+    remover.join();
+    caller.join();
+    EXPECT_EQ(blocker.events, (std::vector<std::string>{"call ended", "removed"}));
 }

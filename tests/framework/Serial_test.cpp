@@ -25,6 +25,35 @@ T roundTrip(T const& value)
     return deserialize<T>(value.serialize());
 }
 
+// A record shaped like the settings records: named members and a dynamic list
+// that may hold records of its own kind.
+class Nest : public SerialObject {
+public:
+    explicit Nest(Deserializer& d) : name(deserialize<std::string>("name", d)), values("values", d) {}
+    ~Nest() override
+    {
+        for (SerialObject* value : values)
+            delete value;
+    }
+    Nest(Nest const&) = delete;
+    std::string const& getObjectType() const override
+    {
+        static std::string const TYPE_NAME("Nest");
+        return TYPE_NAME;
+    }
+    SerialObject* clone() const override { return nullptr; }
+    using SerialObject::serialize;
+    void serialize(Serializer& s) const override
+    {
+        Velmora::serialize("name", name, s);
+        values.serialize("values", s);
+    }
+    std::string name;
+    VectorObject<SerialObject*> values;
+};
+
+SerialTypeRegistry::Registrar<Nest> const nestRegistrar("Nest");
+
 } // namespace
 
 TEST(Serial, ContainersRoundTripIncludingEmptyOnes)
@@ -110,6 +139,45 @@ TEST(Serial, TextsThatAreNoKnownSerialObjectGiveNull)
     }
     std::string deep(100000, '[');
     EXPECT_EQ(std::unique_ptr<SerialObject>(createSerialObject(deep)), nullptr);
+}
+
+// Texts from peers and from the settings store: bounded before values are
+// built, nested records read once each, a bad element costs only itself.
+TEST(Serial, HostileTextsCostLittleAndSpoilNothingElse)
+{
+    std::string wide = "[0";
+    for (std::size_t i = 0; i < Deserializer::MAX_VALUES; ++i)
+        wide += ",0";
+    wide += "]";
+    EXPECT_FALSE(Deserializer(wide).isValid());
+    EXPECT_TRUE(deserialize<VectorObject<int>>(wide).empty());
+    std::string const nested = std::string(Deserializer::MAX_DEPTH + 1, '[') + std::string(Deserializer::MAX_DEPTH + 1, ']');
+    EXPECT_FALSE(Deserializer(nested).isValid());
+    EXPECT_TRUE(Deserializer(std::string("{\"s\":\"[[[[,,,,\\\"[[[\"}")).isValid()); // brackets inside strings don't count
+
+    // A list member that is an object is refused, not read once per member at
+    // every level (4^depth constructions before).
+    std::string self = R"({"@type":"Nest","name":"n","values":[]})";
+    for (int depth = 0; depth < 16; ++depth)
+        self = R"({"@type":"Nest","name":"n","a":1,"values":)" + self + "}";
+    EXPECT_EQ(std::unique_ptr<SerialObject>(createSerialObject(self)), nullptr);
+    Deserializer members(std::string(R"({"values":{"a":"x"}})"));
+    EXPECT_EQ(returnCodeOf([&] { VectorObject<std::string>("values", members); }), ReturnInvalidParameter);
+
+    // A failed element leaves the cursor where it was and drops out.
+    auto const list = deserialize<VectorObject<SerialObject*>>(
+        R"([{"@type":"Edge","first":"a","second":5},"x",{"@type":"Nope"},"y",{"@type":"Nest","name":"n","values":[{"@type":"Nest","values":[]}]}])");
+    std::vector<std::unique_ptr<SerialObject>> owned(list.begin(), list.end());
+    ASSERT_EQ(list.size(), 3u);
+    EXPECT_EQ(dynamic_cast<StringObject*>(list[0])->getValue(), "x");
+    EXPECT_EQ(dynamic_cast<StringObject*>(list[1])->getValue(), "y");
+    auto const* nest = dynamic_cast<Nest*>(list[2]);
+    ASSERT_NE(nest, nullptr);
+    EXPECT_TRUE(nest->values.empty()); // its nameless inner record dropped out
+
+    VectorObject<SerialObject*> holey;
+    holey.push_back(nullptr);
+    EXPECT_EQ(holey.serialize(), "[null]\n");
 }
 
 TEST(Serial, LaunchParametersReadLeniantlyButRejectWrongTypes)
