@@ -293,6 +293,41 @@ TEST(Installer, InstallsAndRemovesThroughTheManifestAndEndsEveryRequest)
     EXPECT_TRUE(fs::exists(world.root() / "var/lib/rpm"));
 }
 
+// Runs in `directory` while it lives.
+class WorkingDirectory {
+public:
+    explicit WorkingDirectory(fs::path const& directory) : saved(fs::current_path()) { fs::current_path(directory); }
+    ~WorkingDirectory() { fs::current_path(saved); }
+
+private:
+    fs::path saved;
+};
+
+// A file name in the repository is only ever a file name: macro syntax in it
+// runs no command and doesn't stop the install; a glob pattern, which would
+// name other files too, fails the request instead of installing them.
+TEST(Installer, ARepositoryFileNameIsOnlyEverThatFile)
+{
+    PackageWorld world;
+    WorkingDirectory here(world.root());
+    StillPackager packager;
+    world.offer("fig", "fig%(touch PWNED).rpm");
+    world.offer("apple", "a*.rpm");
+    world.offer("date", "another.rpm");
+    packager.refresh();
+    Ends ends;
+    MasterPackageInstaller installer(packager);
+    installer.addListener(&ends);
+    installer.init();
+    installer.packageInstall(VectorObject<std::string>{"fig"}, false);
+    installer.packageInstall(VectorObject<std::string>{"apple"}, false);
+    ASSERT_TRUE(eventually([&] { return ends.snapshot().size() == 2; }));
+    EXPECT_EQ((std::vector<std::string>{"install:0 fig", "install:7 apple"}), ends.snapshot());
+    EXPECT_FALSE(fs::exists(world.root() / "PWNED"));
+    EXPECT_EQ("fig", packager.getPackageInfo("fig").getName());
+    EXPECT_EQ("", packager.getPackageInfo("date").getName());
+}
+
 TEST(Installer, ArgumentRecordsMatchTheRequestedForce)
 {
     EXPECT_EQ(128, MasterPackageInstaller::installArguments(false).installInterfaceFlags);
