@@ -135,15 +135,25 @@ public:
     std::string refusing;
 };
 
-// Notes its end too, so that a lost or doubly deleted client shows.
+// Notes its end too, so that a lost or doubly deleted client shows. While
+// `dead` is set, its calls throw as a call past the bus deadline does.
 class FakeWeb : public WEBClient {
 public:
-    explicit FakeWeb(Journal& journal) : WEBClient(Client::Plain, ""), journal(journal) {}
+    FakeWeb(Journal& journal, bool const& dead) : WEBClient(Client::Plain, ""), journal(journal), dead(dead) {}
     ~FakeWeb() override { journal.add("web gone"); }
     void init() override { journal.add("web init"); }
-    void addService(std::string const& name) override { journal.add("add " + name); }
-    void removeService(std::string const& name) override { journal.add("remove " + name); }
+    void addService(std::string const& name) override { call("add " + name); }
+    void removeService(std::string const& name) override { call("remove " + name); }
     Journal& journal;
+
+private:
+    void call(std::string const& text)
+    {
+        if (dead)
+            throw Exception(ReturnTimedOut);
+        journal.add(text);
+    }
+    bool const& dead;
 };
 
 class FakeInputDriver : public InputDriver {
