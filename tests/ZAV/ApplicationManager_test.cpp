@@ -160,6 +160,8 @@ TEST_F(ApplicationTable, UidIsTheTokenWhenThereIsOneAndTheProcessIdOtherwise)
 {
     TestManager manager(&factory, {});
     manager.init();
+    // A token that isn't text fails the launch before any process exists.
+    EXPECT_THROW(manager.create("app", R"({"authorizationToken":5})"), Exception);
     std::string byPid = manager.create("app", "");
     EXPECT_EQ(byPid, "1000");
     EXPECT_EQ(manager.entry(byPid).getPid(), "1000");
