@@ -61,7 +61,8 @@ public:
     bool RetreiveACIssuerPrivateKey();
     uint32_t AAMrand();
 
-    // Temporary certificate files, "/tmp/aam<n>.pem" under the sysroot.
+    // Temporary certificate files, "/tmp/aam<n>.pem" under the sysroot, each
+    // created new (see createTemporaryFile); an empty name when none could be.
     std::string CertificateBufferToFileName(std::string const& buffer);
     std::string EmptyCertificateFileName();
     std::string CertificateFileToBuffer(std::string const& path);
@@ -122,7 +123,7 @@ private:
         std::string const& path() const { return name; }
         void remove()
         {
-            if (!removed)
+            if (!removed && !name.empty())
                 owner.removeCertificateFile(name);
             removed = true;
         }
@@ -139,7 +140,10 @@ private:
     std::string issue(std::string const& holderFile, Rights const& allowed, std::string const& outputFile);
     uint32_t applyLocked(std::string const& holderFile, std::string const& certificateFile);
     uint32_t drawFreeToken();
-    std::string temporaryFileName();
+    // A new file holding `contents`: created exclusively (O_EXCL|O_NOFOLLOW,
+    // mode 0600) under a random name, another name drawn on a collision.
+    // Empty when the random source fails or no file can be made.
+    std::string createTemporaryFile(std::string const& contents);
     // fopen(path, "r"), logging `failureFormat` with the path when it fails.
     static FilePtr openLogged(std::string const& path, char const* failureFormat);
     // PEM_read_X509 on `file`, through `certificates`; a null file fails like

@@ -5,6 +5,7 @@
 #include "DebugPrint.h"
 
 #include <openssl/objects.h>
+#include <openssl/x509v3.h>
 
 namespace Velmora {
 
@@ -56,6 +57,39 @@ bool checkSignature(ATTRIBUTE_CERTIFICATE* certificate, X509* issuer)
                          certificate->signatureValue, certificate->acinfo, key.get()) <= 0) {
         VLOG(DebugLevelError, "AC Issuer signature verification failed.\n");
         return false;
+    }
+    return true;
+}
+
+// What every certificate verifier refuses before the signature itself: a
+// signature algorithm inside the signed body that differs from the outer one
+// (which the signature may not cover), a digest that no longer resists
+// collisions, and an extension marked critical that this system doesn't know
+// (it knows none).
+bool checkSignatureForm(ATTRIBUTE_CERTIFICATE const* certificate)
+{
+    X509_ALGOR const* outer = certificate->signatureAlgorithm;
+    if (outer == nullptr || certificate->acinfo->signature == nullptr ||
+        X509_ALGOR_cmp(outer, certificate->acinfo->signature) != 0) {
+        VLOG(DebugLevelError, "AC certificate signature algorithms inside and outside differ.\n");
+        return false;
+    }
+    int digest = NID_undef;
+    int const algorithm = OBJ_obj2nid(outer->algorithm);
+    if (OBJ_find_sigid_algs(algorithm, &digest, nullptr) == 1 &&
+        (digest == NID_md5 || digest == NID_md4 || digest == NID_md2)) {
+        VLOG(DebugLevelError, "AC certificate signed with a weak digest (%s).\n", OBJ_nid2sn(algorithm));
+        return false;
+    }
+    STACK_OF(X509_EXTENSION) const* extensions = certificate->acinfo->extensions;
+    for (int i = 0; i < sk_X509_EXTENSION_num(extensions); ++i) {
+        X509_EXTENSION* extension = sk_X509_EXTENSION_value(extensions, i);
+        if (X509_EXTENSION_get_critical(extension) > 0) {
+            char name[80];
+            OBJ_obj2txt(name, sizeof name, X509_EXTENSION_get_object(extension), 1);
+            VLOG(DebugLevelError, "AC certificate carries an unknown critical extension (%s).\n", name);
+            return false;
+        }
     }
     return true;
 }
@@ -234,7 +268,8 @@ bool AuthorizationAttributesManager::checkAttributeCertificate(X509* holder, X50
         VLOG(DebugLevelError, "cmpBaseCertificateIDWithIssuer failed.\n");
         return false;
     }
-    return checkValidity(info->attrCertValidityPeriod) && checkSignature(certificate, issuer) &&
+    return checkValidity(info->attrCertValidityPeriod) && checkSignatureForm(certificate) &&
+           checkSignature(certificate, issuer) &&
            checkIssuerName(certificate, issuer) && readAllowedInterfaces(certificate, allowed);
 }
 
