@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <ctime>
 #include <fstream>
 #include <map>
 #include <thread>
@@ -35,8 +36,10 @@ protected:
     {
         world = new PackageWorld();
         world->installWithTool({PackageWorld::package("apple")});
-        // Install times are in seconds: make the second batch later.
-        std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+        // Install times are in seconds: the second batch goes in once the clock has passed the first's second.
+        std::time_t const first = std::time(nullptr);
+        while (std::time(nullptr) <= first)
+            std::this_thread::sleep_until(std::chrono::system_clock::from_time_t(first + 1));
         world->installWithTool({PackageWorld::package("Banana"), PackageWorld::package("cherry"),
                                 PackageWorld::package("date"), PackageWorld::package("quoted"),
                                 PackageWorld::package("base")});

@@ -10,6 +10,7 @@
 #include "Exception.h"
 #include "IServiceManager.h"
 #include "InputDriver.h"
+#include "TestSignal.h"
 #include "WEBClient.h"
 
 #include <algorithm>
@@ -28,8 +29,17 @@ class Journal {
 public:
     void add(std::string const& line)
     {
-        std::lock_guard lock(mutex);
-        lines.push_back(line);
+        {
+            std::lock_guard lock(mutex);
+            lines.push_back(line);
+        }
+        signal.notify();
+    }
+    // Waits until `condition` holds, tested at every new line.
+    template <class Condition>
+    bool waitFor(Condition condition)
+    {
+        return signal.waitFor(condition);
     }
     std::vector<std::string> all() const
     {
@@ -51,6 +61,7 @@ public:
 private:
     mutable std::mutex mutex;
     std::vector<std::string> lines;
+    VelmoraTest::TestSignal signal;
 };
 
 // Pids count up from 5000; a name in `failing` doesn't start.
