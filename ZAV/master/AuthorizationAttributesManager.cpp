@@ -111,10 +111,12 @@ bool AuthorizationAttributesManager::getInterfaceInfoAccessFromRulesSet(std::str
     if (!file)
         return false;
     X509Ptr holder = readX509(file.get(), holderPath);
-    if (!holder)
-        return false;
-    file.reset();
-    X509_NAME const* issuer = X509_get_issuer_name(holder.get());
+    return holder && rightsOfIssuer(holder.get(), out);
+}
+
+bool AuthorizationAttributesManager::rightsOfIssuer(X509* holder, Rights* out) const
+{
+    X509_NAME const* issuer = X509_get_issuer_name(holder);
     if (issuer == nullptr) {
         VLOG(DebugLevelError, "holder_cert is invalid.\n");
         return false;
@@ -257,6 +259,14 @@ X509Ptr AuthorizationAttributesManager::readX509(FILE* file, std::string const& 
     X509Ptr certificate = file == nullptr ? nullptr : certificates.read(file);
     if (!certificate)
         VLOG(DebugLevelError, "PEM_read_X509 failed on:%s.\n", path.c_str());
+    return certificate;
+}
+
+X509Ptr AuthorizationAttributesManager::readX509Text(std::string const& text, char const* what)
+{
+    X509Ptr certificate = certificates.readText(text);
+    if (!certificate)
+        VLOG(DebugLevelError, "PEM_read_X509 failed on:%s.\n", what);
     return certificate;
 }
 

@@ -199,31 +199,34 @@ bool readAllowedInterface(ASN1_TYPE const* value, AuthorizationAttributesManager
 
 } // namespace
 
+// The texts are read in memory, in the order the file form reads its files.
 uint32_t AuthorizationAttributesManager::applyAttributeCertificate(std::string holderText, std::string certificateText)
 {
     Mutex::ScopedLock lock(&mutex);
-    TemporaryFile holderFile(*this, CertificateBufferToFileName(holderText));
-    TemporaryFile certificateFile(*this, CertificateBufferToFileName(certificateText));
-    uint32_t token = applyLocked(holderFile.path(), certificateFile.path());
-    holderFile.remove();
-    certificateFile.remove();
-    return token;
+    Rights allowed;
+    X509Ptr holder = readX509Text(holderText, "the holder's certificate text");
+    bool const valid = holder && checkWithIssuer(holder.get(), readAttributeCertificate(certificateText), allowed,
+                                                 acIssuerCertificatePath);
+    return valid ? mintToken(allowed) : rejected();
 }
 
 uint32_t AuthorizationAttributesManager::applyAttributeCertificateUsingFileName(std::string holderFile,
                                                                                 std::string certificateFile)
 {
     Mutex::ScopedLock lock(&mutex);
-    return applyLocked(holderFile, certificateFile);
+    Rights allowed;
+    bool const valid = processApplyACCertificate(holderFile, acIssuerCertificatePath, certificateFile, allowed);
+    return valid ? mintToken(allowed) : rejected();
 }
 
-uint32_t AuthorizationAttributesManager::applyLocked(std::string const& holderFile, std::string const& certificateFile)
+uint32_t AuthorizationAttributesManager::rejected()
 {
-    Rights allowed;
-    if (!processApplyACCertificate(holderFile, acIssuerCertificatePath, certificateFile, allowed)) {
-        VLOG(DebugLevelError, "processApplyACCertificate failed.\n");
-        return 0;
-    }
+    VLOG(DebugLevelError, "processApplyACCertificate failed.\n");
+    return 0;
+}
+
+uint32_t AuthorizationAttributesManager::mintToken(Rights const& allowed)
+{
     uint32_t token = drawFreeToken();
     if (token == 0)
         return 0;
@@ -246,16 +249,30 @@ bool AuthorizationAttributesManager::processApplyACCertificate(std::string holde
     holderStream.reset();
     if (!holder)
         return false;
-    FilePtr issuerStream = openLogged(issuerFile, "cannot open AC issuer PKI certificate. Path:%s.\n");
-    X509Ptr issuer = readX509(issuerStream.get(), issuerFile);
-    issuerStream.reset();
     FilePtr certificateStream = openLogged(certificateFile, "cannot open AC certificate. Path:%s.\n");
     AttributeCertificatePtr certificate(
         certificateStream ? PEM_read_ATTRIBUTE_CERTIFICATE(certificateStream.get()) : nullptr);
-    certificateStream.reset();
     if (!certificate)
         VLOG(DebugLevelError, "PEM_read_X509 failed on:%s.\n", certificateFile.c_str());
-    return issuer && certificate && checkAttributeCertificate(holder.get(), issuer.get(), certificate.get(), allowed);
+    return checkWithIssuer(holder.get(), std::move(certificate), allowed, issuerFile);
+}
+
+AttributeCertificatePtr AuthorizationAttributesManager::readAttributeCertificate(std::string const& text)
+{
+    BIOPtr bio(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
+    AttributeCertificatePtr certificate(bio ? PEM_read_bio_ATTRIBUTE_CERTIFICATE(bio.get()) : nullptr);
+    if (!certificate)
+        VLOG(DebugLevelError, "PEM_read_X509 failed on:%s.\n", "the attribute certificate text");
+    return certificate;
+}
+
+bool AuthorizationAttributesManager::checkWithIssuer(X509* holder, AttributeCertificatePtr certificate, Rights& allowed,
+                                                     std::string const& issuerFile)
+{
+    FilePtr issuerStream = openLogged(issuerFile, "cannot open AC issuer PKI certificate. Path:%s.\n");
+    X509Ptr issuer = readX509(issuerStream.get(), issuerFile);
+    issuerStream.reset();
+    return issuer && certificate && checkAttributeCertificate(holder, issuer.get(), certificate.get(), allowed);
 }
 
 bool AuthorizationAttributesManager::checkAttributeCertificate(X509* holder, X509* issuer,
