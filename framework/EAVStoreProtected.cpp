@@ -94,7 +94,20 @@ void EAVStoreProtected::deliverCommits()
     std::thread::id const self = std::this_thread::get_id();
     if (teller && *teller != self)
         return;
-    bool const nested = teller.has_value();
+    // Ends this thread's turn however the loop is left; a nested call leaves
+    // the turn to the call it runs in.
+    struct Turn {
+        std::unique_lock<std::mutex>& lock;
+        std::optional<std::thread::id>& teller;
+        bool const nested;
+        ~Turn()
+        {
+            if (!lock.owns_lock())
+                lock.lock();
+            if (!nested)
+                teller.reset();
+        }
+    } const turn{lock, teller, teller.has_value()};
     teller = self;
     while (!committed.empty()) {
         EntityAttributeValueList written = std::move(committed.front());
@@ -103,8 +116,6 @@ void EAVStoreProtected::deliverCommits()
         tell(written);
         lock.lock();
     }
-    if (!nested)
-        teller.reset();
 }
 
 void EAVStoreProtected::tell(EntityAttributeValueList const& written)
