@@ -290,3 +290,22 @@ TEST_F(ApplicationTable, DestroyingTheManagerDestroysEveryLiveEntry)
     EXPECT_EQ(clientDeletions, 6);
     EXPECT_EQ(factory.destroyed.size(), 6u);
 }
+
+// Reports still queued when the manager goes: its thread stops before the
+// table empties, so the two never touch the table at once (the thread
+// sanitizer build tells).
+TEST_F(ApplicationTable, DestroyingTheManagerWhileReportsAreQueued)
+{
+    {
+        TestManager manager(&factory, {});
+        manager.init();
+        std::vector<std::string> uids;
+        for (int i = 0; i < 5; ++i)
+            uids.push_back(manager.create("app", ""));
+        for (int round = 0; round < 50; ++round)
+            for (std::string const& uid : uids)
+                manager.onStateChange(uid, "", round % 2 ? "RUNNING" : "SUSPENDED");
+    }
+    EXPECT_EQ(clientDeletions, 5);
+    EXPECT_EQ(factory.destroyed.size(), 5u);
+}
