@@ -549,7 +549,9 @@ TEST(Monitor, ASignalDoesNotEndTheMonitor)
             monitor = static_cast<pid_t>(std::stoi(task.path().filename().string()));
     }
     ASSERT_NE(0, monitor);
-    syscall(SYS_tgkill, getpid(), monitor, SIGUSR1);
+    // Many, so that some surely find the monitor in its wait rather than ending a refresh.
+    for (int i = 0; i < 1000; ++i)
+        syscall(SYS_tgkill, getpid(), monitor, SIGUSR1);
     world.offer("date");
     EXPECT_TRUE(announced.signal.waitFor([&] { return packager.getPackageURI("date") != ""; }));
     packager.removeListener(&announced);
