@@ -127,6 +127,8 @@ void Packager::addFSMonitor(std::string const& path)
         if (watchDescriptor < 0)
             watchDescriptor = inotify_add_watch(inotifyFd, path.c_str(), WATCH_MASK);
     }
+    // Read before the monitor starts: from then on the watch is its own.
+    bool const watched = watchDescriptor >= 0;
     // A repository that doesn't exist yet is watched once it comes.
     if (inotifyFd >= 0 && !path.empty() && !fsMonitor) {
         fsMonitor = std::make_unique<FSMonitor>(*this);
@@ -134,7 +136,7 @@ void Packager::addFSMonitor(std::string const& path)
     }
     if (inotifyFd < 0)
         VLOG(DebugLevelError, "Error initializing inotify.\n");
-    if (watchDescriptor < 0)
+    if (!watched)
         VLOG(DebugLevelError, "Error initializing directory watch.\n");
 }
 
