@@ -154,10 +154,11 @@ ApplicationManager::ApplicationManager(ApplicationFactory* factory, std::string 
 {
 }
 
+// The thread stops first: the table belongs to it while it runs.
 ApplicationManager::~ApplicationManager()
 {
-    destroyAllApplications();
     uninit();
+    destroyAllApplications();
 }
 
 void ApplicationManager::destroyAllApplications()
@@ -258,11 +259,12 @@ void ApplicationManager::_onApplicationListChange() {}
 
 std::string ApplicationManager::_createApplication(std::string const& name, std::string const& parameters)
 {
+    // Parsed before the process exists: a bad token must not leave a child running untracked.
+    Deserializer deserializer(parameters);
+    IApplicationManager::LaunchParameters launchParameters(deserializer);
     std::string processId = applicationFactory->createApplication(name, applicationHostname, parameters);
     if (processId.empty())
         return std::string();
-    Deserializer deserializer(parameters);
-    IApplicationManager::LaunchParameters launchParameters(deserializer);
     std::string uid = launchParameters.getAuthorizationToken().empty() ? processId
                                                                        : launchParameters.getAuthorizationToken();
     // A second launch under the same token replaces the entry; its process stays

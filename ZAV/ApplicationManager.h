@@ -57,12 +57,14 @@ public:
         IWindowCompositing* getWindowCompositingInterface() const;
         IWindowEvent* getWindowEventInterface() const;
 
-        // True while the last sign of life is no older than timeoutDelay.
+        // True while the last sign of life is no older than timeoutDelay. This
+        // is bookkeeping for whoever asks: no watchdog in the server reads it,
+        // and an entry whose delay has passed is neither ended nor restarted.
         bool getKeepAlive() const;
         void resetKeepAlive();
         // RUNNING shortens the delay for good; no other state changes it.
         void setLastReportedState(std::string const& state);
-        // Also restarts the delay, so an application gets one full delay to end.
+        // Also restarts the delay, so that the keep-alive reads true again.
         void setDeathMark(bool mark);
 
     private:

@@ -1,6 +1,9 @@
 // The ApplicationFactory for processes on this machine: fork, a close-on-exec
-// pipe that tells whether exec succeeded, execlp along PATH; and a graceful wait
+// pipe that tells whether exec succeeded (a failed exec sends its errno), and
+// execve of the name along PATH as execlp searches it; and a graceful wait
 // that turns into SIGKILL when the process outlives terminationTimeout.
+// Arguments, environment and candidate paths are built before the fork, so
+// that the child of this threaded process only calls execve, write and _exit.
 //
 // The child gets VELMORA_APP_HOSTNAME and VELMORA_APP_PARAMETERS, argv {name, ""},
 // and inherits everything else but close-on-exec descriptors.

@@ -106,7 +106,7 @@ void EAVDatabase::Transaction::commit()
     open = false;
 }
 
-EAVDatabase::EAVDatabase(std::string const& path)
+EAVDatabase::EAVDatabase(std::string const& path, Role role)
     : path(path), connection(nullptr, sqlite3_close_v2)
 {
     sqlite3* opened = nullptr;
@@ -121,19 +121,32 @@ EAVDatabase::EAVDatabase(std::string const& path)
         throwException(MODULE, __LINE__, "open", ReturnGenericFailure);
     }
     sqlite3_busy_timeout(opened, 5000);
+    if (role == Role::Reader) {
+        execute("PRAGMA query_only = 1", "open");
+        prepareReads();
+        return;
+    }
     // Nothing is written before the file is known to be sound and ours.
     checkIntegrity();
     bool fresh = isFresh();
     configure();
     if (fresh)
         createTable();
+    prepareWrites();
+}
 
+void EAVDatabase::prepareReads()
+{
     selectValue = std::make_unique<Statement>(*this, "SELECT value FROM eav WHERE entity = ?1 AND attribute = ?2");
     selectEntities = std::make_unique<Statement>(*this, "SELECT entity FROM eav GROUP BY entity ORDER BY MIN(rowid)");
     selectAttributes = std::make_unique<Statement>(*this, "SELECT attribute FROM eav WHERE entity = ?1 ORDER BY rowid");
     selectAttributeValues =
         std::make_unique<Statement>(*this, "SELECT attribute, value FROM eav WHERE entity = ?1 ORDER BY rowid");
     selectAll = std::make_unique<Statement>(*this, "SELECT entity, attribute, value FROM eav ORDER BY rowid");
+}
+
+void EAVDatabase::prepareWrites()
+{
     upsertValue = std::make_unique<Statement>(
         *this, "INSERT INTO eav (entity, attribute, value) VALUES (?1, ?2, ?3) "
                "ON CONFLICT (entity, attribute) DO UPDATE SET value = excluded.value");

@@ -1,5 +1,7 @@
-// The SQLite file behind one EAVStore: the connection, the table and the
-// prepared statements, each released by RAII.
+// One connection to the SQLite file behind an EAVStore, with its prepared
+// statements, each released by RAII. A store has two: the writer, which opens
+// and checks the file and makes every change, and a reader, which only reads,
+// so that in WAL mode a read never waits for a write's commit and sync.
 //
 // The file holds one table of (entity, attribute, value) rows, unique per
 // (entity, attribute), in WAL mode with full synchronisation so that a commit
@@ -8,7 +10,8 @@
 // a database, a damaged one, a database of some other program, one that can
 // only be read. It never recreates or truncates a file.
 //
-// Threads: none of its own and no lock; the owning EAVStore serialises all calls.
+// Threads: none of its own and no lock; the owning EAVStore serialises the
+// calls of each connection.
 // Failures: Exception, after a level 1 line with the file and SQLite's message.
 #pragma once
 
@@ -64,8 +67,12 @@ public:
         bool open = true;
     };
 
-    // Opens or creates the file at `path` and checks it.
-    explicit EAVDatabase(std::string const& path);
+    enum class Role {
+        Writer, // opens or creates the file and checks it; the write operations
+        Reader, // opens the file a writer has opened; the read operations only
+    };
+
+    EAVDatabase(std::string const& path, Role role);
     ~EAVDatabase();
     EAVDatabase(EAVDatabase const&) = delete;
     EAVDatabase& operator=(EAVDatabase const&) = delete;
@@ -87,6 +94,8 @@ public:
 private:
     // Runs a statement text that yields at most one text value, which it returns.
     std::string execute(char const* sql, char const* operation);
+    void prepareReads();
+    void prepareWrites();
     void configure();
     void checkIntegrity();
     // True for an empty database; throws for one that isn't a store.
@@ -95,11 +104,13 @@ private:
 
     std::string const path;
     std::unique_ptr<sqlite3, int (*)(sqlite3*)> connection;
+    // Reader statements.
     std::unique_ptr<Statement> selectValue;
     std::unique_ptr<Statement> selectEntities;
     std::unique_ptr<Statement> selectAttributes;
     std::unique_ptr<Statement> selectAttributeValues;
     std::unique_ptr<Statement> selectAll;
+    // Writer statements.
     std::unique_ptr<Statement> upsertValue;
     std::unique_ptr<Statement> deleteEntity;
     std::unique_ptr<Statement> deleteAll;

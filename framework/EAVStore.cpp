@@ -21,6 +21,7 @@ EAVStore::~EAVStore() = default;
 void EAVStore::init()
 {
     Mutex::ScopedLock lock(&databaseMutex);
+    Mutex::ScopedLock readLock(&readMutex);
     if (db)
         return;
     std::error_code error;
@@ -30,7 +31,9 @@ void EAVStore::init()
              error.message().c_str());
         throwException(MODULE, __LINE__, "init", ReturnGenericFailure);
     }
-    db = std::make_unique<EAVDatabase>(path);
+    auto writer = std::make_unique<EAVDatabase>(path, EAVDatabase::Role::Writer);
+    reader = std::make_unique<EAVDatabase>(path, EAVDatabase::Role::Reader);
+    db = std::move(writer);
     VLOG(DebugLevelInfo, "init(): opened %s\n", path.c_str());
 }
 
@@ -47,13 +50,12 @@ void EAVStore::setValue(std::string const& entity, std::string const& attribute,
 
 void EAVStore::setValueList(EntityAttributeValueList const& list)
 {
-    std::lock_guard order(writeMutex);
     {
         Mutex::ScopedLock lock(&databaseMutex);
-        EAVDatabase& database = this->database("setValueList");
-        write(database, list);
+        write(database("setValueList"), list);
+        queueCommit(list);
     }
-    notifyCommit(list);
+    deliverCommits();
 }
 
 void EAVStore::write(EAVDatabase& database, EntityAttributeValueList const& list)

@@ -7,18 +7,20 @@
 // foreign file, or a directory that can't be written, makes init() throw.
 //
 // Listeners hear onEAVUpdate for each (entity, attribute, value) written by
-// setValue or setValueList, in list order, then onEAVCommit, on the writing
-// thread after the commit. Writes are serialised with their notifications, so
-// listeners hear commits in the order they were made. reset() and
-// removeEntity() tell no listener.
+// setValue or setValueList, in list order, then onEAVCommit, after the commit
+// and with no lock of the store held. They hear commits in the order they were
+// made, one commit at a time: on the writing thread, unless another thread is
+// telling the listeners already, in which case that thread tells of this
+// commit next and the write returns at once. reset() and removeEntity() tell
+// no listener.
 //
 // Threads: any thread may call anything; a listener may read the store from its
-// callback and may write to it (the nested write's notifications come first).
+// callback, may write to it (the nested write's notifications come first), and
+// may hand a write to another thread and wait for it.
 #pragma once
 
 #include "EAVStoreProtected.h"
 
-#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -48,10 +50,6 @@ public:
 private:
     // Applies the list as one transaction.
     static void write(EAVDatabase& database, EntityAttributeValueList const& list);
-
-    // Serialises commits with their notifications; recursive so that a
-    // listener may write from its callback.
-    std::recursive_mutex writeMutex;
 };
 
 } // namespace Velmora

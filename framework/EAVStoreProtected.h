@@ -6,7 +6,8 @@
 // come in insertion order (an overwritten value keeps its place).
 //
 // Threads: every public operation may be called from any thread; the store
-// locks for itself. Before EAVStore::init() every read throws
+// locks for itself. Reads go through a connection of their own under their own
+// lock, so a read never waits for a write's commit. Before EAVStore::init() every read throws
 // Exception(ReturnInvalidState). A database failure throws Exception after a
 // level 1 line naming the file and the database's message.
 // Ownership: listener pointers are not owned; a listener removes itself before
@@ -16,8 +17,12 @@
 #include "EAVStoreListener.h"
 #include "Mutex.h"
 
+#include <deque>
 #include <memory>
+#include <mutex>
+#include <optional>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -57,22 +62,40 @@ public:
 protected:
     EAVStoreProtected(std::string const& name, std::string const& directory, std::string const& extension);
 
-    // The open database, under `databaseMutex`; throws ReturnInvalidState for
-    // `operation` before init().
+    // The writing connection, under `databaseMutex`; throws ReturnInvalidState
+    // for `operation` before init().
     EAVDatabase& database(char const* operation) const;
 
-    // Tells every listener about `written` and then the commit; called by the
-    // writer after the commit, with no store lock held.
-    void notifyCommit(EntityAttributeValueList const& written);
+    // Queues `written` for the listeners; called under `databaseMutex` right
+    // after its commit, so that the queue holds commits in their order.
+    void queueCommit(EntityAttributeValueList const& written);
+    // Tells the listeners of every queued commit, in order: each commit's
+    // onEAVUpdate calls, then its onEAVCommit. Called by the writer after the
+    // commit with no store lock held. While another thread is telling, that
+    // thread tells of the queued commits too and this call returns at once; a
+    // write from inside a listener is told at once, before the rest of the
+    // commit that called the listener.
+    void deliverCommits();
 
     std::string const path;
     mutable Mutex databaseMutex{"EAVStore"};
     std::unique_ptr<EAVDatabase> db; // guarded by databaseMutex
+    mutable Mutex readMutex{"EAVStoreReads"};
+    std::unique_ptr<EAVDatabase> reader; // guarded by readMutex
 
 private:
+    // The reading connection, under `readMutex`; throws like database().
+    EAVDatabase& readDatabase(char const* operation) const;
+    // Tells every listener about one commit.
+    void tell(EntityAttributeValueList const& written);
+
     Mutex listenerMutex{"EAVStoreListeners"};
     std::vector<EAVStoreListener*> listeners; // guarded by listenerMutex
     bool listenersChanged = false;
+
+    std::mutex deliveryMutex;
+    std::deque<EntityAttributeValueList> committed; // not yet told; guarded by deliveryMutex
+    std::optional<std::thread::id> teller;          // the thread telling now; guarded by deliveryMutex
 };
 
 } // namespace Velmora

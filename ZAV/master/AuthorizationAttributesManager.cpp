@@ -8,7 +8,11 @@
 #include <openssl/pem.h>
 #include <openssl/rand.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
 #include <vector>
 
 namespace Velmora {
@@ -16,6 +20,37 @@ namespace Velmora {
 static char const MODULE[] = "AuthorizationAttributesManager";
 
 namespace {
+
+// Owns a descriptor; closes it on every way out.
+class FileDescriptor {
+public:
+    explicit FileDescriptor(int fd) : fd(fd) {}
+    ~FileDescriptor()
+    {
+        if (fd >= 0)
+            close(fd);
+    }
+    FileDescriptor(FileDescriptor const&) = delete;
+    FileDescriptor& operator=(FileDescriptor const&) = delete;
+    explicit operator bool() const { return fd >= 0; }
+    int get() const { return fd; }
+
+private:
+    int fd;
+};
+
+bool writeAll(int fd, std::string const& text)
+{
+    for (std::size_t done = 0; done < text.size();) {
+        ssize_t const wrote = write(fd, text.data() + done, text.size() - done);
+        if (wrote < 0 && errno == EINTR)
+            continue;
+        if (wrote <= 0)
+            return false;
+        done += static_cast<std::size_t>(wrote);
+    }
+    return true;
+}
 
 // Who may call what, keyed by the name of the holder certificate's issuer.
 char const BUILT_IN_RULES_SET[] = R"({
@@ -31,7 +66,8 @@ char const BUILT_IN_RULES_SET[] = R"({
 char const TEMPORARY_FILE_PREFIX[] = "/tmp/aam";
 char const TEMPORARY_FILE_SUFFIX[] = ".pem";
 
-// Draws of a free token before giving up; only a broken random source gets there.
+// Draws of a free token, or of a free temporary file name, before giving up;
+// only a broken random source or an attacker filling the names gets there.
 int const TOKEN_DRAWS = 16;
 
 } // namespace
@@ -75,10 +111,12 @@ bool AuthorizationAttributesManager::getInterfaceInfoAccessFromRulesSet(std::str
     if (!file)
         return false;
     X509Ptr holder = readX509(file.get(), holderPath);
-    if (!holder)
-        return false;
-    file.reset();
-    X509_NAME const* issuer = X509_get_issuer_name(holder.get());
+    return holder && rightsOfIssuer(holder.get(), out);
+}
+
+bool AuthorizationAttributesManager::rightsOfIssuer(X509* holder, Rights* out) const
+{
+    X509_NAME const* issuer = X509_get_issuer_name(holder);
     if (issuer == nullptr) {
         VLOG(DebugLevelError, "holder_cert is invalid.\n");
         return false;
@@ -148,23 +186,43 @@ uint32_t AuthorizationAttributesManager::drawFreeToken()
     return 0;
 }
 
-std::string AuthorizationAttributesManager::temporaryFileName()
+std::string AuthorizationAttributesManager::createTemporaryFile(std::string const& contents)
 {
-    return SysRoot::path(TEMPORARY_FILE_PREFIX + std::to_string(AAMrand()) + TEMPORARY_FILE_SUFFIX);
+    for (int draw = 0; draw < TOKEN_DRAWS; ++draw) {
+        uint32_t number = 0;
+        if (RAND_bytes(reinterpret_cast<unsigned char*>(&number), sizeof number) != 1) {
+            VLOG(DebugLevelError, "No random number for a temporary certificate file.\n");
+            return std::string();
+        }
+        std::string name = SysRoot::path(TEMPORARY_FILE_PREFIX + std::to_string(number) + TEMPORARY_FILE_SUFFIX);
+        // Never an existing file, never through a symbolic link, readable by this user alone.
+        FileDescriptor file(open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+        if (!file && errno == EEXIST)
+            continue;
+        if (!file) {
+            VLOG(DebugLevelError, "cannot create temporary certificate file %s (%s).\n", name.c_str(),
+                 std::strerror(errno));
+            return std::string();
+        }
+        if (!writeAll(file.get(), contents)) {
+            VLOG(DebugLevelError, "cannot write temporary certificate file %s.\n", name.c_str());
+            unlink(name.c_str());
+            return std::string();
+        }
+        return name;
+    }
+    VLOG(DebugLevelError, "No free name for a temporary certificate file.\n");
+    return std::string();
 }
 
 std::string AuthorizationAttributesManager::CertificateBufferToFileName(std::string const& buffer)
 {
-    std::string name = temporaryFileName();
-    // A failed write leaves a file that the read after it rejects.
-    if (FilePtr file = openFile(name.c_str(), "wb"))
-        std::fwrite(buffer.data(), 1, buffer.size(), file.get());
-    return name;
+    return createTemporaryFile(buffer);
 }
 
 std::string AuthorizationAttributesManager::EmptyCertificateFileName()
 {
-    return temporaryFileName();
+    return createTemporaryFile(std::string());
 }
 
 std::string AuthorizationAttributesManager::CertificateFileToBuffer(std::string const& path)
@@ -201,6 +259,14 @@ X509Ptr AuthorizationAttributesManager::readX509(FILE* file, std::string const& 
     X509Ptr certificate = file == nullptr ? nullptr : certificates.read(file);
     if (!certificate)
         VLOG(DebugLevelError, "PEM_read_X509 failed on:%s.\n", path.c_str());
+    return certificate;
+}
+
+X509Ptr AuthorizationAttributesManager::readX509Text(std::string const& text, char const* what)
+{
+    X509Ptr certificate = certificates.readText(text);
+    if (!certificate)
+        VLOG(DebugLevelError, "PEM_read_X509 failed on:%s.\n", what);
     return certificate;
 }
 

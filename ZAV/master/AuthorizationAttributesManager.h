@@ -7,15 +7,17 @@
 // applyAttributeCertificate checks such a certificate against the holder and
 // the issuer's certificate and mints a random 32-bit token for the rights it
 // carries. Tokens are kept for the life of the process and handed to the
-// service manager, which passes them on to every service.
+// service manager, which passes them on to every service. The text forms work
+// in memory; the file-name forms read (and write) the caller's files.
 //
 // Threads: initialize() runs once, before anything else, unlocked. The four
 // certificate operations and lookupAuthorizationToken may be called from any
 // thread; each holds `mutex` for its whole run, file work, signing and the
 // service manager's authorizationTokenCreation included. The other members are
 // the steps of those operations and rely on their caller's lock (or on having
-// the objects they are given to themselves). The certificate files they read
-// are parsed once per content (ParsedCertificateCache), under that same lock.
+// the objects they are given to themselves). The certificates they read, from
+// files or texts, are parsed once per content (ParsedCertificateCache), under
+// that same lock.
 // Ownership: serviceManager is not owned. Helpers that take a *Ptr take
 // ownership of it; the X509_NAME* results point into the certificate given.
 // Failures are reported by false, 0, null or an empty result, never thrown, and
@@ -61,7 +63,8 @@ public:
     bool RetreiveACIssuerPrivateKey();
     uint32_t AAMrand();
 
-    // Temporary certificate files, "/tmp/aam<n>.pem" under the sysroot.
+    // Temporary certificate files, "/tmp/aam<n>.pem" under the sysroot, each
+    // created new (see createTemporaryFile); an empty name when none could be.
     std::string CertificateBufferToFileName(std::string const& buffer);
     std::string EmptyCertificateFileName();
     std::string CertificateFileToBuffer(std::string const& path);
@@ -107,44 +110,33 @@ public:
     static void traceGeneralName(FILE* out, GENERAL_NAME const* name);
 
 private:
-    // Removes a temporary certificate file when dropped; remove() does it
-    // earlier, in the order the caller wants.
-    class TemporaryFile {
-    public:
-        TemporaryFile(AuthorizationAttributesManager& owner, std::string name)
-            : owner(owner), name(std::move(name))
-        {
-        }
-        ~TemporaryFile() { remove(); }
-        TemporaryFile(TemporaryFile const&) = delete;
-        TemporaryFile& operator=(TemporaryFile const&) = delete;
-
-        std::string const& path() const { return name; }
-        void remove()
-        {
-            if (!removed)
-                owner.removeCertificateFile(name);
-            removed = true;
-        }
-
-    private:
-        AuthorizationAttributesManager& owner;
-        std::string name;
-        bool removed = false;
-    };
-
-    // The rule for the holder's issuer, logged when there is none.
-    bool rightsForHolder(std::string const& holderFile, Rights& allowed);
-    // Issues the certificate into outputFile and returns its text, empty on failure.
-    std::string issue(std::string const& holderFile, Rights const& allowed, std::string const& outputFile);
-    uint32_t applyLocked(std::string const& holderFile, std::string const& certificateFile);
+    // The rights of the rule for the holder's issuer; false when there is none.
+    bool rightsOfIssuer(X509* holder, Rights* out) const;
+    // A new certificate for `holder` with `allowed`, signed by the issuer of
+    // `issuerFile`; null, after the log lines, when it can't be made.
+    AttributeCertificatePtr signedCertificate(X509* holder, std::string const& issuerFile, Rights const& allowed);
+    // The checks of checkAttributeCertificate against the issuer of
+    // `issuerFile`; false for a null certificate.
+    bool checkWithIssuer(X509* holder, AttributeCertificatePtr certificate, Rights& allowed,
+                         std::string const& issuerFile);
+    // A new token for `allowed`, told to the service manager; 0 when none can be drawn.
+    uint32_t mintToken(Rights const& allowed);
+    // Logs a refused certificate; 0.
+    static uint32_t rejected();
     uint32_t drawFreeToken();
-    std::string temporaryFileName();
+    // A new file holding `contents`: created exclusively (O_EXCL|O_NOFOLLOW,
+    // mode 0600) under a random name, another name drawn on a collision.
+    // Empty when the random source fails or no file can be made.
+    std::string createTemporaryFile(std::string const& contents);
     // fopen(path, "r"), logging `failureFormat` with the path when it fails.
     static FilePtr openLogged(std::string const& path, char const* failureFormat);
     // PEM_read_X509 on `file`, through `certificates`; a null file fails like
     // an unreadable one.
     X509Ptr readX509(FILE* file, std::string const& path);
+    // The same on a PEM text; `what` names it in the log line.
+    X509Ptr readX509Text(std::string const& text, char const* what);
+    // The attribute certificate of a PEM text; null, logged, when there is none.
+    static AttributeCertificatePtr readAttributeCertificate(std::string const& text);
     // The X509_NAME of the first directoryName in `names`, or null.
     static X509_NAME* firstDirectoryName(GENERAL_NAMES const* names);
 

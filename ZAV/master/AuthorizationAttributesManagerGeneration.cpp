@@ -112,6 +112,14 @@ bool writeCertificate(ATTRIBUTE_CERTIFICATE const* certificate, std::string cons
     return std::fclose(file.release()) == 0 && written;
 }
 
+// Logs a holder whose issuer has no rule.
+bool ruleFound(bool found)
+{
+    if (!found)
+        VLOG(DebugLevelError, "getInterfaceInfoAccessFromRulesSet failed.\n");
+    return found;
+}
+
 // Makes the issuer choice hold `type`, freeing a member of the other kind.
 void selectIssuerForm(ATTRIBUTE_CERTIFICATE_ISSUER* issuer, int type)
 {
@@ -139,17 +147,26 @@ bool ensureInteger(ASN1_INTEGER** integer)
 
 } // namespace
 
+// The texts are read in memory: the certificate that is issued never passes
+// through a file.
 std::string AuthorizationAttributesManager::retreiveAttributeCertificate(std::string holderText)
 {
     Mutex::ScopedLock lock(&mutex);
-    TemporaryFile holderFile(*this, CertificateBufferToFileName(holderText));
+    X509Ptr holder = readX509Text(holderText, "the holder's certificate text");
     Rights allowed;
-    if (!rightsForHolder(holderFile.path(), allowed))
+    if (!holder || !ruleFound(rightsOfIssuer(holder.get(), &allowed)))
         return std::string();
-    TemporaryFile outputFile(*this, EmptyCertificateFileName());
-    std::string result = issue(holderFile.path(), allowed, outputFile.path());
-    outputFile.remove();
-    return result;
+    AttributeCertificatePtr certificate = signedCertificate(holder.get(), acIssuerCertificatePath, allowed);
+    if (!certificate) {
+        VLOG(DebugLevelError, "generateX509AuthAttr failed.\n");
+        return std::string();
+    }
+    BIOPtr text(BIO_new(BIO_s_mem()));
+    char* bytes = nullptr;
+    if (!text || PEM_write_bio_ATTRIBUTE_CERTIFICATE(text.get(), certificate.get()) != 1)
+        return std::string();
+    long const length = BIO_get_mem_data(text.get(), &bytes);
+    return std::string(bytes, static_cast<size_t>(length));
 }
 
 std::string AuthorizationAttributesManager::retreiveAttributeCertificateUsingFileName(std::string holderFile,
@@ -157,22 +174,8 @@ std::string AuthorizationAttributesManager::retreiveAttributeCertificateUsingFil
 {
     Mutex::ScopedLock lock(&mutex);
     Rights allowed;
-    if (!rightsForHolder(holderFile, allowed))
+    if (!ruleFound(getInterfaceInfoAccessFromRulesSet(holderFile, &allowed)))
         return std::string();
-    return issue(holderFile, allowed, outputFile);
-}
-
-bool AuthorizationAttributesManager::rightsForHolder(std::string const& holderFile, Rights& allowed)
-{
-    bool found = getInterfaceInfoAccessFromRulesSet(holderFile, &allowed);
-    if (!found)
-        VLOG(DebugLevelError, "getInterfaceInfoAccessFromRulesSet failed.\n");
-    return found;
-}
-
-std::string AuthorizationAttributesManager::issue(std::string const& holderFile, Rights const& allowed,
-                                                  std::string const& outputFile)
-{
     if (!generateX509AuthAttr(holderFile, acIssuerCertificatePath, allowed, outputFile)) {
         VLOG(DebugLevelError, "generateX509AuthAttr failed.\n");
         return std::string();
@@ -190,6 +193,13 @@ bool AuthorizationAttributesManager::generateX509AuthAttr(std::string const& hol
     if (!holder)
         return false;
     holderStream.reset();
+    AttributeCertificatePtr certificate = signedCertificate(holder.get(), issuerFile, allowed);
+    return certificate && writeCertificate(certificate.get(), outputFile);
+}
+
+AttributeCertificatePtr AuthorizationAttributesManager::signedCertificate(X509* holder, std::string const& issuerFile,
+                                                                         Rights const& allowed)
+{
     FilePtr issuerStream = openLogged(issuerFile, "cannot open AC issuer PKI certificate. Path:%s.\n");
     X509Ptr issuer = readX509(issuerStream.get(), issuerFile);
     issuerStream.reset();
@@ -208,7 +218,7 @@ bool AuthorizationAttributesManager::generateX509AuthAttr(std::string const& hol
         ok = version && serial;
     }
     if (ok) {
-        AttributeCertificateIssuerSerialPtr id = dupBaseCertificateIDFromIssuer(holder.get());
+        AttributeCertificateIssuerSerialPtr id = dupBaseCertificateIDFromIssuer(holder);
         if (!id)
             VLOG(DebugLevelError, "dupBaseCertificateIDFromIssuer failed.\n");
         ok = setHolderBaseCertificateIDNoDuplicate(certificate.get(), std::move(id));
@@ -236,7 +246,9 @@ bool AuthorizationAttributesManager::generateX509AuthAttr(std::string const& hol
         if (!ok)
             VLOG(DebugLevelError, "signKey failed.\n");
     }
-    return ok && writeCertificate(certificate.get(), outputFile);
+    if (!ok)
+        certificate.reset();
+    return certificate;
 }
 
 bool AuthorizationAttributesManager::updateAttributeVersion(ATTRIBUTE_CERTIFICATE* certificate, unsigned int version)

@@ -5,6 +5,7 @@
 #include "DebugPrint.h"
 
 #include <openssl/objects.h>
+#include <openssl/x509v3.h>
 
 namespace Velmora {
 
@@ -56,6 +57,39 @@ bool checkSignature(ATTRIBUTE_CERTIFICATE* certificate, X509* issuer)
                          certificate->signatureValue, certificate->acinfo, key.get()) <= 0) {
         VLOG(DebugLevelError, "AC Issuer signature verification failed.\n");
         return false;
+    }
+    return true;
+}
+
+// What every certificate verifier refuses before the signature itself: a
+// signature algorithm inside the signed body that differs from the outer one
+// (which the signature may not cover), a digest that no longer resists
+// collisions, and an extension marked critical that this system doesn't know
+// (it knows none).
+bool checkSignatureForm(ATTRIBUTE_CERTIFICATE const* certificate)
+{
+    X509_ALGOR const* outer = certificate->signatureAlgorithm;
+    if (outer == nullptr || certificate->acinfo->signature == nullptr ||
+        X509_ALGOR_cmp(outer, certificate->acinfo->signature) != 0) {
+        VLOG(DebugLevelError, "AC certificate signature algorithms inside and outside differ.\n");
+        return false;
+    }
+    int digest = NID_undef;
+    int const algorithm = OBJ_obj2nid(outer->algorithm);
+    if (OBJ_find_sigid_algs(algorithm, &digest, nullptr) == 1 &&
+        (digest == NID_md5 || digest == NID_md4 || digest == NID_md2)) {
+        VLOG(DebugLevelError, "AC certificate signed with a weak digest (%s).\n", OBJ_nid2sn(algorithm));
+        return false;
+    }
+    STACK_OF(X509_EXTENSION) const* extensions = certificate->acinfo->extensions;
+    for (int i = 0; i < sk_X509_EXTENSION_num(extensions); ++i) {
+        X509_EXTENSION* extension = sk_X509_EXTENSION_value(extensions, i);
+        if (X509_EXTENSION_get_critical(extension) > 0) {
+            char name[80];
+            OBJ_obj2txt(name, sizeof name, X509_EXTENSION_get_object(extension), 1);
+            VLOG(DebugLevelError, "AC certificate carries an unknown critical extension (%s).\n", name);
+            return false;
+        }
     }
     return true;
 }
@@ -165,31 +199,34 @@ bool readAllowedInterface(ASN1_TYPE const* value, AuthorizationAttributesManager
 
 } // namespace
 
+// The texts are read in memory, in the order the file form reads its files.
 uint32_t AuthorizationAttributesManager::applyAttributeCertificate(std::string holderText, std::string certificateText)
 {
     Mutex::ScopedLock lock(&mutex);
-    TemporaryFile holderFile(*this, CertificateBufferToFileName(holderText));
-    TemporaryFile certificateFile(*this, CertificateBufferToFileName(certificateText));
-    uint32_t token = applyLocked(holderFile.path(), certificateFile.path());
-    holderFile.remove();
-    certificateFile.remove();
-    return token;
+    Rights allowed;
+    X509Ptr holder = readX509Text(holderText, "the holder's certificate text");
+    bool const valid = holder && checkWithIssuer(holder.get(), readAttributeCertificate(certificateText), allowed,
+                                                 acIssuerCertificatePath);
+    return valid ? mintToken(allowed) : rejected();
 }
 
 uint32_t AuthorizationAttributesManager::applyAttributeCertificateUsingFileName(std::string holderFile,
                                                                                 std::string certificateFile)
 {
     Mutex::ScopedLock lock(&mutex);
-    return applyLocked(holderFile, certificateFile);
+    Rights allowed;
+    bool const valid = processApplyACCertificate(holderFile, acIssuerCertificatePath, certificateFile, allowed);
+    return valid ? mintToken(allowed) : rejected();
 }
 
-uint32_t AuthorizationAttributesManager::applyLocked(std::string const& holderFile, std::string const& certificateFile)
+uint32_t AuthorizationAttributesManager::rejected()
 {
-    Rights allowed;
-    if (!processApplyACCertificate(holderFile, acIssuerCertificatePath, certificateFile, allowed)) {
-        VLOG(DebugLevelError, "processApplyACCertificate failed.\n");
-        return 0;
-    }
+    VLOG(DebugLevelError, "processApplyACCertificate failed.\n");
+    return 0;
+}
+
+uint32_t AuthorizationAttributesManager::mintToken(Rights const& allowed)
+{
     uint32_t token = drawFreeToken();
     if (token == 0)
         return 0;
@@ -212,16 +249,30 @@ bool AuthorizationAttributesManager::processApplyACCertificate(std::string holde
     holderStream.reset();
     if (!holder)
         return false;
-    FilePtr issuerStream = openLogged(issuerFile, "cannot open AC issuer PKI certificate. Path:%s.\n");
-    X509Ptr issuer = readX509(issuerStream.get(), issuerFile);
-    issuerStream.reset();
     FilePtr certificateStream = openLogged(certificateFile, "cannot open AC certificate. Path:%s.\n");
     AttributeCertificatePtr certificate(
         certificateStream ? PEM_read_ATTRIBUTE_CERTIFICATE(certificateStream.get()) : nullptr);
-    certificateStream.reset();
     if (!certificate)
         VLOG(DebugLevelError, "PEM_read_X509 failed on:%s.\n", certificateFile.c_str());
-    return issuer && certificate && checkAttributeCertificate(holder.get(), issuer.get(), certificate.get(), allowed);
+    return checkWithIssuer(holder.get(), std::move(certificate), allowed, issuerFile);
+}
+
+AttributeCertificatePtr AuthorizationAttributesManager::readAttributeCertificate(std::string const& text)
+{
+    BIOPtr bio(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
+    AttributeCertificatePtr certificate(bio ? PEM_read_bio_ATTRIBUTE_CERTIFICATE(bio.get()) : nullptr);
+    if (!certificate)
+        VLOG(DebugLevelError, "PEM_read_X509 failed on:%s.\n", "the attribute certificate text");
+    return certificate;
+}
+
+bool AuthorizationAttributesManager::checkWithIssuer(X509* holder, AttributeCertificatePtr certificate, Rights& allowed,
+                                                     std::string const& issuerFile)
+{
+    FilePtr issuerStream = openLogged(issuerFile, "cannot open AC issuer PKI certificate. Path:%s.\n");
+    X509Ptr issuer = readX509(issuerStream.get(), issuerFile);
+    issuerStream.reset();
+    return issuer && certificate && checkAttributeCertificate(holder, issuer.get(), certificate.get(), allowed);
 }
 
 bool AuthorizationAttributesManager::checkAttributeCertificate(X509* holder, X509* issuer,
@@ -234,7 +285,8 @@ bool AuthorizationAttributesManager::checkAttributeCertificate(X509* holder, X50
         VLOG(DebugLevelError, "cmpBaseCertificateIDWithIssuer failed.\n");
         return false;
     }
-    return checkValidity(info->attrCertValidityPeriod) && checkSignature(certificate, issuer) &&
+    return checkValidity(info->attrCertValidityPeriod) && checkSignatureForm(certificate) &&
+           checkSignature(certificate, issuer) &&
            checkIssuerName(certificate, issuer) && readAllowedInterfaces(certificate, allowed);
 }
 

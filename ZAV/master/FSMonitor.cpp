@@ -4,7 +4,10 @@
 #include "Packager.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
+#include <cstring>
+#include <sys/inotify.h>
 #include <sys/eventfd.h>
 #include <sys/select.h>
 #include <unistd.h>
@@ -44,6 +47,8 @@ void FSMonitor::thread()
             FD_SET(wakeFd, &set);
         timeval timeout{static_cast<time_t>(packager.getTimedManifestUpdateSec()), 0};
         int const ready = select(std::max(inotifyFd, wakeFd) + 1, &set, nullptr, nullptr, &timeout);
+        if (ready < 0 && errno == EINTR)
+            continue;
         if (ready < 0) {
             VLOG(DebugLevelError, "Error reading fsmonitor file descriptor.\n");
             stopRequested = true;
@@ -52,19 +57,34 @@ void FSMonitor::thread()
         if (stopRequested)
             continue;
         if (ready == 0) {
-            if (packager.getTimedManifestUpdate())
+            bool const appeared = packager.watchRepository();
+            if (packager.getTimedManifestUpdate() || appeared)
                 refresh();
             continue;
         }
-        flushFD();
-        refresh();
+        if (readEvents())
+            refresh();
     }
 }
 
-void FSMonitor::flushFD()
+bool FSMonitor::readEvents()
 {
-    if (read(packager.getInotifyFd(), events, sizeof events) < 0)
+    ssize_t const length = read(packager.getInotifyFd(), events, sizeof events);
+    if (length < 0) {
         VLOG(DebugLevelError, "Error reading fs monitor file descriptor\n");
+        return true;
+    }
+    // Any event of the repository means a refresh; those of its parent only
+    // matter when the repository came (back), which a new watch tells.
+    bool repositoryChanged = false;
+    for (ssize_t offset = 0; offset < length;) {
+        inotify_event event;
+        std::memcpy(&event, events + offset, sizeof event);
+        offset += static_cast<ssize_t>(sizeof event + event.len);
+        repositoryChanged = repositoryChanged || event.wd != packager.getParentWatchDescriptor();
+    }
+    bool const appeared = packager.watchRepository();
+    return repositoryChanged || appeared;
 }
 
 // A failed refresh is logged; the next event or period tries again.

@@ -28,11 +28,15 @@ struct FreeText {
 using Text = std::unique_ptr<char, FreeText>;
 
 // The database lock of the packager for one transaction. A null handle (a
-// failed open) fails the request without calling RPM.
+// failed open, which holds no lock) fails the request without calling RPM.
 class DatabaseHold {
 public:
     explicit DatabaseHold(Packager& packager) : packager(packager) { packager.acquireDB(&handle); }
-    ~DatabaseHold() { packager.releaseDB(handle); }
+    ~DatabaseHold()
+    {
+        if (handle)
+            packager.releaseDB(handle);
+    }
     DatabaseHold(DatabaseHold const&) = delete;
     DatabaseHold& operator=(DatabaseHold const&) = delete;
     rpmts get() const { return static_cast<rpmts>(handle); }
@@ -41,6 +45,14 @@ private:
     Packager& packager;
     void* handle = nullptr;
 };
+
+// True when RPM's install reads `path` as this one file: it splits its
+// arguments at quotes and backslashes and expands glob patterns, which no
+// escape turns off, so a name holding any of those could name other files.
+bool passesLiterally(std::string const& path)
+{
+    return path.find_first_of("*?[]{}\\'\"") == std::string::npos;
+}
 
 // The null-terminated argument vector RPM wants, pointing into `texts`.
 std::vector<char*> argumentVector(std::vector<std::string>& texts)
@@ -84,9 +96,14 @@ rpmInstallArguments_s MasterPackageInstaller::removeArguments(bool force)
     return arguments;
 }
 
+// The manifest path comes from a directory entry: every "%" is doubled so that
+// the expansion reads it as a plain character and a file name never runs a macro.
 std::string MasterPackageInstaller::_getPackagePath(std::string const& name) const
 {
-    Text path(rpmGetPath(packager.getPackageURI(name).c_str(), nullptr));
+    std::string escaped;
+    for (char const c : packager.getPackageURI(name))
+        escaped += c == '%' ? std::string("%%") : std::string(1, c);
+    Text path(rpmGetPath(escaped.c_str(), nullptr));
     return path ? path.get() : "";
 }
 
@@ -108,6 +125,10 @@ void MasterPackageInstaller::_packageInstall(VectorObject<std::string> const& pa
         std::vector<std::string> paths;
         for (std::string const& name : packages) {
             paths.push_back(_getPackagePath(name));
+            if (!passesLiterally(paths.back())) {
+                VLOG(DebugLevelError, "Package file name %s can't be handed to RPM as it is\n", paths.back().c_str());
+                paths.back().clear();
+            }
             if (paths.back().empty()) {
                 VLOG(DebugLevelError, "Couldn't find the following package: %s at path %s\n", name.c_str(),
                      _getPackagePath(name).c_str());

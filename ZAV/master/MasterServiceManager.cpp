@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <set>
 
 namespace Velmora {
 
@@ -109,6 +110,24 @@ void MasterServiceManager::buildGraph()
                 continue;
             serviceGraph.newEdge(StringObject(prerequisite.getCustomPackageInfo().getApplicationURL()),
                                  StringObject(service.getCustomPackageInfo().getApplicationURL()));
+        }
+    }
+    reportCycles();
+}
+
+void MasterServiceManager::reportCycles() const
+{
+    std::set<std::set<std::string>> reported;
+    for (StringObject const& root : serviceGraph.getRoots()) {
+        for (VectorObject<StringObject> const& cycle : serviceGraph.getCycles(root)) {
+            std::set<std::string> nodes;
+            std::string text;
+            for (StringObject const& node : cycle) {
+                nodes.insert(node.getValue());
+                text += (text.empty() ? "" : " -> ") + node.getValue();
+            }
+            if (reported.insert(nodes).second)
+                VLOG(DebugLevelError, "Dependency cycle among services, started in walk order: %s\n", text.c_str());
         }
     }
 }
@@ -265,16 +284,28 @@ void MasterServiceManager::connectWebService()
         webClient = nullptr;
         throw;
     }
-    webClient->addService("ZAV");
+    announce("ZAV");
     for (std::string const& name : pendingServices)
-        webClient->addService(name);
+        announce(name);
     pendingServices.clear();
+}
+
+// A web service that is dead or slower than the bus deadline throws; the
+// state bookkeeping and the other reactions must go on, so the call is logged.
+void MasterServiceManager::tellWebService(char const* what, std::string const& name,
+                                          void (WEBClient::*call)(std::string const&))
+{
+    try {
+        (webClient->*call)(name);
+    } catch (Exception const& e) {
+        VLOG(DebugLevelError, "Couldn't %s facility %s at the web service: %s\n", what, name.c_str(), e.what());
+    }
 }
 
 void MasterServiceManager::announce(std::string const& name)
 {
     if (webClient)
-        webClient->addService(name);
+        tellWebService("add", name, &WEBClient::addService);
     else
         pendingServices.push_back(name);
 }
@@ -282,7 +313,7 @@ void MasterServiceManager::announce(std::string const& name)
 void MasterServiceManager::withdraw(std::string const& name)
 {
     if (webClient)
-        webClient->removeService(name);
+        tellWebService("remove", name, &WEBClient::removeService);
 }
 
 } // namespace Velmora

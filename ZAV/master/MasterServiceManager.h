@@ -11,7 +11,8 @@
 // Known services, by a fragment of their URL: "hux" (power manager), "QEN"
 // (media engine), "NET" (network), "WEB" (web service), "DIAG" (diagnostics).
 // Their coming up announces facilities to the web service (kept in
-// pendingServices until it runs) and switches the input sources; the media
+// pendingServices until it runs; a call the web service fails is logged and
+// does not stop the bookkeeping of the report) and switches the input sources; the media
 // engine's end is reported as a failure and restarts it at once; the power
 // manager's end ends the process at once with status 0.
 //
@@ -76,14 +77,19 @@ private:
     static KnownService classify(std::string const& url);
 
     void buildGraph();
+    // Logs each dependency cycle reachable from a root once; the walk cuts
+    // the edge that closes it, so the rest of the graph boots.
+    void reportCycles() const;
     // Walks `tree` up to its first service that is not running, starting it when
     // missing; true when the walk stopped there (the tree is pending).
     bool advanceTree(VectorObject<StringObject> const& tree);
     void serviceUp(KnownService service);
     void serviceDown(KnownService service);
     void connectWebService();
+    // A failed call to the web service is logged, never thrown.
     void announce(std::string const& name);
     void withdraw(std::string const& name);
+    void tellWebService(char const* what, std::string const& name, void (WEBClient::*call)(std::string const&));
 
     std::unique_ptr<ProcessWatcher> processWatcher;
 };

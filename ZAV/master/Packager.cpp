@@ -8,8 +8,10 @@
 #include "SysRoot.h"
 
 #include <algorithm>
+#include <charconv>
+#include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <map>
 #include <sstream>
 #include <sys/inotify.h>
 #include <unordered_map>
@@ -33,6 +35,7 @@ std::string const Packager::MANIFEST_DEPENDENCIES_ATTRIBUTE("Dependencies");
 std::string const Packager::MANIFEST_GROUP_ATTRIBUTE("Group");
 std::string const Packager::MANIFEST_DB_NAME("PackagerManifest");
 std::string const Packager::PACKAGER_DB_PATH("/usr/local/var/velmora");
+unsigned int const Packager::MINIMUM_TIMED_MANIFEST_UPDATE_SEC = 1;
 
 // The JSON text of `object` on one line.
 static std::string oneLine(SerialObject const& object)
@@ -44,6 +47,8 @@ static std::string oneLine(SerialObject const& object)
 
 // The inotify events that mean the directory's content changed.
 static unsigned int const WATCH_MASK = IN_MODIFY | IN_MOVED_FROM | IN_MOVED_TO | IN_CREATE | IN_DELETE;
+// The events of the repository's parent that may mean the repository came (back).
+static unsigned int const PARENT_WATCH_MASK = IN_CREATE | IN_MOVED_TO | IN_ONLYDIR;
 
 Packager::PackagerInitCommand::PackagerInitCommand(Packager* packager, std::string const& rcFile,
                                                    std::string const& macroFile, std::string const& dbRoot)
@@ -80,9 +85,22 @@ void Packager::readSettings()
     timedManifestUpdate = setting(SETTINGS_TIMED_MANIFEST_UPDATE_ATTRIBUTE) == "true";
     if (!timedManifestUpdate)
         return;
-    std::string period = setting(SETTINGS_TIMED_MANIFEST_UPDATE_SEC_ATTRIBUTE);
-    if (!period.empty())
-        std::istringstream(period) >> timedManifestUpdateSec;
+    std::string const period = setting(SETTINGS_TIMED_MANIFEST_UPDATE_SEC_ATTRIBUTE);
+    if (period.empty())
+        return;
+    unsigned int seconds = 0;
+    auto const [end, error] = std::from_chars(period.data(), period.data() + period.size(), seconds);
+    if (error != std::errc() || end != period.data() + period.size()) {
+        VLOG(DebugLevelError, "TimedManifestUpdateSec \"%s\" is no number of seconds; using %u.\n", period.c_str(),
+             timedManifestUpdateSec);
+        return;
+    }
+    if (seconds < MINIMUM_TIMED_MANIFEST_UPDATE_SEC) {
+        VLOG(DebugLevelError, "TimedManifestUpdateSec %u is below the floor; using %u.\n", seconds,
+             MINIMUM_TIMED_MANIFEST_UPDATE_SEC);
+        seconds = MINIMUM_TIMED_MANIFEST_UPDATE_SEC;
+    }
+    timedManifestUpdateSec = seconds;
 }
 
 void Packager::init(std::string const& rcFile, std::string const& macroFile, std::string const& dbRoot)
@@ -102,24 +120,40 @@ void Packager::addFSMonitor(std::string const& path)
 {
     if (inotifyFd < 0)
         inotifyFd = inotify_init1(IN_CLOEXEC);
-    if (inotifyFd >= 0 && watchDescriptor < 0 && !path.empty())
-        watchDescriptor = inotify_add_watch(inotifyFd, path.c_str(), WATCH_MASK);
-    if (inotifyFd >= 0 && watchDescriptor >= 0 && !fsMonitor) {
+    if (inotifyFd >= 0 && !path.empty()) {
+        if (parentWatchDescriptor < 0)
+            parentWatchDescriptor = inotify_add_watch(
+                inotifyFd, std::filesystem::path(path).parent_path().c_str(), PARENT_WATCH_MASK);
+        if (watchDescriptor < 0)
+            watchDescriptor = inotify_add_watch(inotifyFd, path.c_str(), WATCH_MASK);
+    }
+    // Read before the monitor starts: from then on the watch is its own.
+    bool const watched = watchDescriptor >= 0;
+    // A repository that doesn't exist yet is watched once it comes.
+    if (inotifyFd >= 0 && !path.empty() && !fsMonitor) {
         fsMonitor = std::make_unique<FSMonitor>(*this);
         fsMonitor->init();
     }
     if (inotifyFd < 0)
         VLOG(DebugLevelError, "Error initializing inotify.\n");
-    if (watchDescriptor < 0)
+    if (!watched)
         VLOG(DebugLevelError, "Error initializing directory watch.\n");
+}
+
+bool Packager::watchRepository()
+{
+    int const before = watchDescriptor;
+    watchDescriptor = inotify_add_watch(inotifyFd, repositoryPath.c_str(), WATCH_MASK);
+    return watchDescriptor >= 0 && watchDescriptor != before;
 }
 
 void Packager::removeFSMonitor()
 {
     fsMonitor.reset();
-    if (inotifyFd >= 0 && watchDescriptor >= 0) {
-        inotify_rm_watch(inotifyFd, watchDescriptor);
-        watchDescriptor = -1;
+    for (int* watch : {&watchDescriptor, &parentWatchDescriptor}) {
+        if (inotifyFd >= 0 && *watch >= 0)
+            inotify_rm_watch(inotifyFd, *watch);
+        *watch = -1;
     }
     if (inotifyFd >= 0) {
         close(inotifyFd);
@@ -149,28 +183,36 @@ void Packager::stripLocalManifest()
     }
 }
 
+// Compared in the form the store keeps, one row per package name: of several
+// files that offer one name (two versions, or files that are no package and
+// all go under the empty name) the last in record order stands, so that every
+// refresh makes the same choice and a refresh that finds nothing new writes
+// nothing and tells nobody.
 void Packager::updateLocalManifest()
 {
     VectorObject<ManifestPackageInfo> repository;
-    VectorObject<ManifestPackageInfo> local;
-    PackageInfoListRequest const everything({});
-    getFilePackageInfoList(everything, repository);
-    getManifestPackageInfoList(everything, local);
+    getFilePackageInfoList(PackageInfoListRequest({}), repository);
     std::sort(repository.begin(), repository.end());
-    std::sort(local.begin(), local.end());
-    std::vector<ManifestPackageInfo> added;
-    std::set_difference(repository.begin(), repository.end(), local.begin(), local.end(), std::back_inserter(added));
-
-    EAVStore::EntityAttributeValueList rows;
-    for (ManifestPackageInfo const& record : added) {
+    std::map<std::string, ManifestRow> wanted;
+    for (ManifestPackageInfo const& record : repository) {
         VectorObject<std::string> dependencies;
         record.getNVRDependencies(dependencies);
-        std::string const text = oneLine(dependencies);
-        rows.push_back({record.getName(), {MANIFEST_PATH_ATTRIBUTE, record.getPath()}});
-        rows.push_back({record.getName(), {MANIFEST_DEPENDENCIES_ATTRIBUTE, text}});
-        rows.push_back({record.getName(), {MANIFEST_GROUP_ATTRIBUTE, record.getGroup()}});
+        wanted[record.getName()] = ManifestRow{record.getPath(), oneLine(dependencies), record.getGroup()};
     }
-    manifestStore.setValueList(rows);
+    std::vector<std::string> names;
+    std::unordered_map<std::string, ManifestRow> const stored = readRows(names);
+
+    EAVStore::EntityAttributeValueList rows;
+    for (auto const& [name, row] : wanted) {
+        auto const found = stored.find(name);
+        if (found != stored.end() && found->second == row)
+            continue;
+        rows.push_back({name, {MANIFEST_PATH_ATTRIBUTE, row.path}});
+        rows.push_back({name, {MANIFEST_DEPENDENCIES_ATTRIBUTE, row.dependencies}});
+        rows.push_back({name, {MANIFEST_GROUP_ATTRIBUTE, row.group}});
+    }
+    if (!rows.empty())
+        manifestStore.setValueList(rows);
 }
 
 std::vector<std::string> Packager::getAvailablePackages() const { return manifestStore.getEntities(); }
@@ -240,12 +282,9 @@ ManifestPackageInfo Packager::makeInfo(std::string const& name, ManifestRow cons
     }
 }
 
-void Packager::getInfoList(PackageInfoListRequest const& request, VectorObject<ManifestPackageInfo>& out) const
+std::unordered_map<std::string, Packager::ManifestRow> Packager::readRows(std::vector<std::string>& names) const
 {
-    out.clear();
-    // One read of the whole manifest rather than three lookups per package;
-    // packages come in the order of the store, as getAvailablePackages() gives them.
-    std::vector<std::string> names;
+    // One read of the whole manifest rather than three lookups per package.
     std::unordered_map<std::string, ManifestRow> rows;
     for (auto const& [name, attributeValue] : manifestStore.getEntityAttributeValueList()) {
         auto [row, added] = rows.try_emplace(name);
@@ -259,6 +298,15 @@ void Packager::getInfoList(PackageInfoListRequest const& request, VectorObject<M
         else if (attribute == MANIFEST_GROUP_ATTRIBUTE)
             row->second.group = value;
     }
+    return rows;
+}
+
+void Packager::getInfoList(PackageInfoListRequest const& request, VectorObject<ManifestPackageInfo>& out) const
+{
+    out.clear();
+    // Packages come in the order of the store, as getAvailablePackages() gives them.
+    std::vector<std::string> names;
+    std::unordered_map<std::string, ManifestRow> const rows = readRows(names);
     VectorObject<std::string> const& groups = request.getGroups();
     for (std::string const& name : names) {
         ManifestRow const& row = rows.at(name);

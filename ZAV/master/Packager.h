@@ -29,6 +29,7 @@
 
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace Velmora {
@@ -51,6 +52,10 @@ public:
     static std::string const MANIFEST_GROUP_ATTRIBUTE;
     static std::string const MANIFEST_DB_NAME;
     static std::string const PACKAGER_DB_PATH;
+    // The shortest period of the timed update: "TimedManifestUpdateSec" below
+    // it reads as it, so that a "0" can't make the monitor refresh back to
+    // back; a text that is no number keeps the default of 10.
+    static unsigned int const MINIMUM_TIMED_MANIFEST_UPDATE_SEC;
 
     // Runs _init on the packager's own thread, for a host that wants it there.
     class PackagerInitCommand : public CommandProcessor::Command {
@@ -92,7 +97,8 @@ public:
                                         VectorObject<ManifestPackageInfo>& out) = 0;
 
     // The manifest refresh, in this order: strip drops rows whose file is gone,
-    // update adds rows for files that are new or changed.
+    // update writes the rows of files that are new or changed, and nothing
+    // when nothing is.
     virtual void updateLocalManifest();
     virtual void stripLocalManifest();
 
@@ -115,6 +121,13 @@ public:
     bool getTimedManifestUpdate() const { return timedManifestUpdate; }
     unsigned int getTimedManifestUpdateSec() const { return timedManifestUpdateSec; }
     int getInotifyFd() const { return inotifyFd; }
+    // The watch of the repository's parent, which tells when the repository
+    // comes (back).
+    int getParentWatchDescriptor() const { return parentWatchDescriptor; }
+    // Watches the repository directory anew, which follows a repository that
+    // was made (again) since; true when the watch is a new one. Monitor
+    // thread only, while the monitor runs.
+    bool watchRepository();
 
     // Manifest reads, on the caller's thread.
     std::vector<std::string> getAvailablePackages() const;
@@ -125,8 +138,9 @@ public:
     void getPackageDependencies(std::string const& name, VectorObject<BasePackageInfo>& out) const;
 
 protected:
-    // Starts watching `path` and the monitor thread; each step only when not
-    // done yet, so a second call starts no second thread.
+    // Starts watching `path` and its parent directory, and the monitor thread,
+    // also when `path` doesn't exist yet; each step only when not done yet, so
+    // a second call starts no second thread.
     void addFSMonitor(std::string const& path);
     // Stops the monitor, then closes the watch and the descriptor.
     void removeFSMonitor();
@@ -137,12 +151,15 @@ private:
         std::string path;
         std::string dependencies;
         std::string group;
+        bool operator==(ManifestRow const& other) const = default;
     };
 
     void readSettings();
     // Throws Exception(ReturnInvalidParameter) when `stored` is not a JSON array of strings.
     static void parseDependencies(std::string const& stored, VectorObject<BasePackageInfo>& out);
     ManifestPackageInfo getInfo(std::string const& name) const;
+    // Every stored row by package name; `names` gets the names in store order.
+    std::unordered_map<std::string, ManifestRow> readRows(std::vector<std::string>& names) const;
     static ManifestPackageInfo makeInfo(std::string const& name, ManifestRow const& row);
     void getInfoList(PackageInfoListRequest const& request, VectorObject<ManifestPackageInfo>& out) const;
 
@@ -152,7 +169,8 @@ private:
     std::vector<PackagerListener*> listeners; // guarded by listenerMutex
     bool listenersChanged = false;
     int inotifyFd = -1;
-    int watchDescriptor = -1;
+    int watchDescriptor = -1;       // written by the monitor thread while it runs
+    int parentWatchDescriptor = -1;
     std::string rcFilePath;
     std::string macroFilePath;
     std::string dbPath;

@@ -27,11 +27,16 @@ X509Ptr ParsedCertificateCache::read(FILE* file)
     std::optional<std::string> text = contents(file);
     if (!text)
         return X509Ptr(PEM_read_X509(file, nullptr, nullptr, nullptr));
-    if (X509Ptr known = find(*text))
+    return readText(std::move(*text));
+}
+
+X509Ptr ParsedCertificateCache::readText(std::string text)
+{
+    if (X509Ptr known = find(text))
         return known;
-    X509Ptr certificate = parse(*text);
-    if (certificate)
-        remember(std::move(*text), certificate.get());
+    X509Ptr certificate = parse(text);
+    if (certificate && text.size() <= static_cast<size_t>(LARGEST_CACHED_FILE))
+        remember(std::move(text), certificate.get());
     return certificate;
 }
 

@@ -31,6 +31,8 @@ public:
     // PEM_read_X509 on `file`, open for reading at its start; null when it
     // holds no certificate.
     X509Ptr read(FILE* file);
+    // The same on the bytes of a PEM text, read as a file holding them would be.
+    X509Ptr readText(std::string text);
 
 private:
     struct Entry {

@@ -458,10 +458,13 @@ bool RPMPackager::closeDataBase() { return transactionSet && rpmtsCloseDB(transa
 bool RPMPackager::acquireDB(void** handle)
 {
     *handle = nullptr;
-    dbMutex.lock();
-    if (!openDataBase())
+    std::unique_lock lock(dbMutex);
+    if (!openDataBase()) {
+        VLOG(DebugLevelError, "Error opening the package database.\n");
         return false;
+    }
     *handle = transactionSet;
+    lock.release(); // held until releaseDB
     return true;
 }
 

@@ -58,9 +58,10 @@ public:
     ~RPMPackager() override;
 
     // Locks dbMutex and opens the database read-only; *handle is the
-    // transaction set, or null when the open failed. A failed open keeps the
-    // lock on purpose: the caller returns at once without releaseDB, and the
-    // database stays closed to everyone else.
+    // transaction set and the lock stays held until releaseDB. A failed open
+    // (no database, a corrupt or locked one, no init() yet) returns false with
+    // a null handle and the lock released: the caller's operation fails and
+    // must not call releaseDB; the next acquireDB tries again.
     bool acquireDB(void** handle) override;
     // Closes the database and unlocks.
     void releaseDB(void* handle) override;

@@ -76,6 +76,8 @@ public:
         argc = static_cast<int>(this->args.size());
         argv = const_cast<char**>(this->args.data());
     }
+    // The thread stops before this class goes: its commands call this class's overrides.
+    ~TestManager() override { uninit(); }
     Client::Type getClientType() override { return Client::Master; }
 
     void onThread(std::function<void()> body) { FunctionCommand::run(*this, std::move(body)); }
@@ -160,6 +162,8 @@ TEST_F(ApplicationTable, UidIsTheTokenWhenThereIsOneAndTheProcessIdOtherwise)
 {
     TestManager manager(&factory, {});
     manager.init();
+    // A token that isn't text fails the launch before any process exists.
+    EXPECT_THROW(manager.create("app", R"({"authorizationToken":5})"), Exception);
     std::string byPid = manager.create("app", "");
     EXPECT_EQ(byPid, "1000");
     EXPECT_EQ(manager.entry(byPid).getPid(), "1000");
@@ -287,4 +291,22 @@ TEST_F(ApplicationTable, DestroyingTheManagerDestroysEveryLiveEntry)
     }
     EXPECT_EQ(clientDeletions, 6);
     EXPECT_EQ(factory.destroyed.size(), 6u);
+}
+
+// Reports still queued when the manager goes: its thread stops before the
+// table empties, and every entry is destroyed once.
+TEST_F(ApplicationTable, DestroyingTheManagerWhileReportsAreQueued)
+{
+    {
+        TestManager manager(&factory, {});
+        manager.init();
+        std::vector<std::string> uids;
+        for (int i = 0; i < 5; ++i)
+            uids.push_back(manager.create("app", ""));
+        for (int round = 0; round < 50; ++round)
+            for (std::string const& uid : uids)
+                manager.onStateChange(uid, "", round % 2 ? "RUNNING" : "SUSPENDED");
+    }
+    EXPECT_EQ(clientDeletions, 5);
+    EXPECT_EQ(factory.destroyed.size(), 5u);
 }

@@ -9,12 +9,15 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <signal.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 using namespace Velmora;
@@ -83,11 +86,66 @@ TEST_F(Launcher, AProgramThatExitedAtOnceIsReapedByTheFirstWait)
 {
     std::string pid = factory.createApplication(VELMORA_TEST_CHILD, "Host", "exit");
     ASSERT_FALSE(pid.empty());
-    usleep(50 * 1000); // it is a zombie now
+    siginfo_t info{};
+    // Blocks until it has exited, and leaves it a zombie for the destroy to reap.
+    ASSERT_EQ(0, waitid(P_PID, static_cast<id_t>(std::stoi(pid)), &info, WEXITED | WNOWAIT));
     TestClock clock;
     unsigned int before = clock.now();
     factory.destroyApplication(pid, false);
-    EXPECT_LE(clock.now() - before, 500u);
+    EXPECT_EQ(clock.now(), before) << "no delay before the first wait";
+}
+
+// Another thread of the server uses the environment while processes start:
+// a child that took the environment lock after the fork would hang, and the
+// launcher with it. Shown in a child process whose alarm turns a hang into a failure.
+TEST(LauncherFailure, StartsWhileAnotherThreadChangesTheEnvironment)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            alarm(60);
+            std::atomic<bool> stop{false};
+            // Takes the environment lock again and again; the variable is
+            // absent, so the environment itself never changes under the launcher.
+            std::thread churn([&] {
+                while (!stop)
+                    unsetenv("VELMORA_TEST_ABSENT");
+            });
+            HWPApplicationFactory factory;
+            int started = 0;
+            for (int i = 0; i < 100; ++i) {
+                std::string const pid = factory.createApplication(VELMORA_TEST_CHILD, "Host", "exit");
+                if (pid.empty())
+                    continue;
+                ++started;
+                siginfo_t info{};
+                waitid(P_PID, static_cast<id_t>(std::stoi(pid)), &info, WEXITED | WNOWAIT);
+                factory.destroyApplication(pid, false);
+            }
+            stop = true;
+            churn.join();
+            std::_Exit(started == 100 ? 3 : 4);
+        },
+        ::testing::ExitedWithCode(3), "");
+}
+
+// A failed fork leaves no descriptor behind. Shown in a child process that
+// runs as an unprivileged user allowed no further process.
+TEST(LauncherFailure, AFailedForkLeaksNoDescriptor)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            rlimit none{}; // no further process
+            if (getuid() == 0 && setuid(65534) != 0)
+                std::_Exit(5);
+            setrlimit(RLIMIT_NPROC, &none);
+            HWPApplicationFactory factory;
+            int const before = openDescriptorCount();
+            bool const failed = factory.createApplication(VELMORA_TEST_CHILD, "Host", "exit").empty();
+            std::_Exit(failed && openDescriptorCount() == before ? 3 : 4);
+        },
+        ::testing::ExitedWithCode(3), "");
 }
 
 TEST_F(Launcher, AForcefulDestroyKillsAtOnce)

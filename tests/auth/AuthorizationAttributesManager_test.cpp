@@ -1,8 +1,16 @@
 // The rule set, tokens and their road to the service manager, temporary
 // files, threads, and the diagnostic print.
+// The random source is replaced through the method table, which is deprecated
+// but the one way to make the library's random numbers fail or repeat.
+#define OPENSSL_SUPPRESS_DEPRECATED
 #include "AuthorizationFixture.h"
 
+#include <openssl/rand.h>
+
+#include <cstring>
+#include <deque>
 #include <set>
+#include <sys/stat.h>
 #include <thread>
 
 using namespace Velmora;
@@ -129,6 +137,67 @@ TEST_F(RulesAndTokens, TemporaryFilesLiveUnderTheSysroot)
     EXPECT_EQ(manager->CertificateFileToBuffer(name), "");
     EXPECT_THAT(stderrOf([&] { manager->removeCertificateFile(name); }),
                 HasSubstr("Could not delete file " + name + ".\n"));
+}
+
+// A random source that hands out the numbers queued in `draws`, one per call,
+// and fails once they are used up. Installed for the life of the object.
+class ScriptedRandom {
+public:
+    explicit ScriptedRandom(std::deque<uint32_t> numbers) : saved(RAND_get_rand_method())
+    {
+        draws = std::move(numbers);
+        static RAND_METHOD const method{nullptr, &bytes, nullptr, nullptr, &bytes, &status};
+        RAND_set_rand_method(&method);
+    }
+    ~ScriptedRandom() { RAND_set_rand_method(saved); }
+
+private:
+    static int bytes(unsigned char* out, int length)
+    {
+        if (draws.empty() || length != sizeof(uint32_t))
+            return 0;
+        std::memcpy(out, &draws.front(), sizeof(uint32_t));
+        draws.pop_front();
+        return 1;
+    }
+    static int status() { return 1; }
+    static inline std::deque<uint32_t> draws;
+    RAND_METHOD const* saved;
+};
+
+// A temporary file is always a new file of this user: a name taken by a
+// symbolic link (pointing at a file of someone else's choice) or by any file
+// is passed over, and without random numbers no file is made.
+TEST_F(RulesAndTokens, TemporaryFilesAreCreatedNewAndPrivate)
+{
+    std::filesystem::path const victim = sandbox.root / "victim";
+    writeFile(victim, "precious");
+    std::filesystem::create_symlink(victim, sandbox.root / "tmp" / "aam7.pem");
+    writeFile(sandbox.root / "tmp" / "aam8.pem", "someone's");
+    std::string name;
+    {
+        ScriptedRandom random({7, 8, 9});
+        name = manager->CertificateBufferToFileName("text");
+    }
+    EXPECT_EQ((sandbox.root / "tmp" / "aam9.pem").string(), name);
+    EXPECT_EQ("precious", manager->CertificateFileToBuffer(victim.string()));
+    EXPECT_EQ("someone's", manager->CertificateFileToBuffer((sandbox.root / "tmp" / "aam8.pem").string()));
+    EXPECT_EQ("text", manager->CertificateFileToBuffer(name));
+    struct stat status {};
+    ASSERT_EQ(0, lstat(name.c_str(), &status));
+    EXPECT_EQ(0600u, status.st_mode & 0777);
+    manager->removeCertificateFile(name);
+    std::filesystem::remove(sandbox.root / "tmp" / "aam7.pem");
+    std::filesystem::remove(sandbox.root / "tmp" / "aam8.pem");
+
+    std::string log = stderrOf([&] {
+        ScriptedRandom broken({});
+        EXPECT_EQ("", manager->CertificateBufferToFileName("text"));
+        EXPECT_EQ("", manager->EmptyCertificateFileName());
+    });
+    EXPECT_THAT(log, HasSubstr("No random number for a temporary certificate file.\n"));
+    EXPECT_EQ(sandbox.temporaryFiles(), 0);
+    EXPECT_EQ(std::filesystem::file_size(victim), 8u);
 }
 
 TEST_F(RulesAndTokens, ConcurrentIssuingAndApplyingGiveDistinctTokens)

@@ -86,6 +86,45 @@ TEST_F(Rejection, ForgedOrTamperedSignatures)
     });
 }
 
+// Beyond forgery: an MD5 signature, an inner algorithm that differs from the
+// outer one under a valid signature, and an unknown critical extension are
+// refused; an unknown extension that isn't critical is not, nor is SHA-256.
+TEST_F(Rejection, WeakOrInconsistentSignaturesAndUnknownCriticalExtensions)
+{
+    X509* holder = pki.doricHolder.get();
+    EVP_PKEY* key = pki.issuerKey.get();
+    auto signedWith = [&](EVP_MD const* digest) {
+        return altered(holder, [&](ATTRIBUTE_CERTIFICATE* c) { Manager::signKey(c, key, digest); }, nullptr);
+    };
+    // The body names SHA-256, the outer identifier and the signature SHA-1.
+    auto innerDiffers = [&](ATTRIBUTE_CERTIFICATE* certificate) {
+        X509_ALGOR_set0(certificate->acinfo->signature, OBJ_nid2obj(NID_sha256WithRSAEncryption), V_ASN1_NULL,
+                        nullptr);
+        ASN1_item_sign(ASN1_ITEM_rptr(ATTRIBUTE_CERTIFICATE_INFO), certificate->signatureAlgorithm, nullptr,
+                       certificate->signatureValue, certificate->acinfo, key, EVP_sha1());
+    };
+    auto withExtension = [](bool critical) {
+        return [critical](ATTRIBUTE_CERTIFICATE* certificate) {
+            ASN1StringPtr value(ASN1_OCTET_STRING_new());
+            ASN1_OCTET_STRING_set(value.get(), reinterpret_cast<unsigned char const*>("\x05\x00"), 2);
+            ASN1_OBJECT* type = OBJ_txt2obj("1.3.6.1.4.1.55555.1", 1);
+            X509_EXTENSION* extension = X509_EXTENSION_create_by_OBJ(nullptr, type, critical ? 1 : 0, value.get());
+            ASN1_OBJECT_free(type);
+            X509v3_add_ext(&certificate->acinfo->extensions, extension, -1);
+            X509_EXTENSION_free(extension);
+        };
+    };
+    expectAllRejected({
+        {"MD5", signedWith(EVP_md5()), "AC certificate signed with a weak digest (RSA-MD5).\n"},
+        {"inner algorithm differs", altered(holder, innerDiffers, nullptr),
+         "AC certificate signature algorithms inside and outside differ.\n"},
+        {"unknown critical extension", resigned(holder, withExtension(true)),
+         "AC certificate carries an unknown critical extension (1.3.6.1.4.1.55555.1).\n"},
+    });
+    EXPECT_NE(apply(holder, resigned(holder, withExtension(false))), 0u);
+    EXPECT_NE(apply(holder, signedWith(EVP_sha256())), 0u);
+}
+
 TEST_F(Rejection, OutOfDateOrMalformedTimes)
 {
     auto malformed = [](bool notBefore, char const* text) {

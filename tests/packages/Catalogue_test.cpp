@@ -9,12 +9,15 @@
 
 #include <algorithm>
 #include <chrono>
+#include <ctime>
 #include <fstream>
 #include <map>
 #include <thread>
+#include <unistd.h>
 
 using namespace Velmora;
 using VelmoraTest::PackageWorld;
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -33,8 +36,10 @@ protected:
     {
         world = new PackageWorld();
         world->installWithTool({PackageWorld::package("apple")});
-        // Install times are in seconds: make the second batch later.
-        std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+        // Install times are in seconds: the second batch goes in once the clock has passed the first's second.
+        std::time_t const first = std::time(nullptr);
+        while (std::time(nullptr) <= first)
+            std::this_thread::sleep_until(std::chrono::system_clock::from_time_t(first + 1));
         world->installWithTool({PackageWorld::package("Banana"), PackageWorld::package("cherry"),
                                 PackageWorld::package("date"), PackageWorld::package("quoted"),
                                 PackageWorld::package("base")});
@@ -197,26 +202,28 @@ TEST(CatalogueRecords, ListsAgreeWithReadsByNameForOddHeaderValues)
     EXPECT_EQ("", find("number").getCustomPackageInfo().getApplicationURL());
 }
 
-// A database that can't be opened keeps its lock on purpose: later readers
-// wait. Shown in a child process, which is left without clean-up.
-TEST(CatalogueFailure, UnopenableDatabaseGivesDefaultsAndStaysLocked)
+// A database that can't be opened fails that query alone: a query before
+// init(), one on a corrupt database and one after the database is back must
+// each return. Run in a child whose alarm turns a hang into a failure.
+TEST(CatalogueFailure, AFailedDatabaseOpenFailsOnlyThatQuery)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
         {
+            alarm(60);
             PackageWorld world;
-            std::ofstream(world.root() / "var/lib/rpm/rpmdb.sqlite", std::ios::trunc) << "not a database";
-            auto* packager = new RPMPackager();
-            packager->init("", "", "");
-            bool const empty = packager->getPackageInfo("apple").getName().empty();
-            std::atomic<bool> returned{false};
-            std::thread waiter([&] {
-                packager->getPackageInfo("apple");
-                returned = true;
-            });
-            waiter.detach();
-            std::this_thread::sleep_for(std::chrono::milliseconds(300));
-            std::_Exit(empty && !returned ? 3 : 4);
+            world.installWithTool({PackageWorld::package("apple")});
+            RPMPackager packager;
+            bool const beforeInit = packager.getPackageInfo("apple").getName().empty();
+            packager.init("", "", "");
+            fs::path const database = world.root() / "var/lib/rpm/rpmdb.sqlite";
+            fs::rename(database, database.string() + ".saved");
+            std::ofstream(database, std::ios::trunc) << "not a database";
+            bool const corrupt = packager.getPackageInfo("apple").getName().empty() &&
+                                 packager.getPackageInfo("apple").getName().empty();
+            fs::rename(database.string() + ".saved", database);
+            bool const back = packager.getPackageInfo("apple").getName() == "apple";
+            std::_Exit(beforeInit && corrupt && back ? 3 : 4);
         },
         ::testing::ExitedWithCode(3), "");
 }

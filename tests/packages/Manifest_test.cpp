@@ -7,6 +7,7 @@
 #include "PackageWorld.h"
 #include "RPMPackager.h"
 #include "SysRoot.h"
+#include "TestSignal.h"
 
 #include <gtest/gtest.h>
 
@@ -15,12 +16,15 @@
 #include <fstream>
 #include <iterator>
 #include <mutex>
+#include <csignal>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 #include <thread>
 
 using namespace Velmora;
-using VelmoraTest::eventually;
 using VelmoraTest::PackageWorld;
+using VelmoraTest::TestSignal;
 namespace fs = std::filesystem;
 
 namespace {
@@ -29,12 +33,19 @@ struct Ends : IPackageInstaller::IPackageInstallerListener {
     int onRequestEnd(VectorObject<std::string> const& packages, std::string const& operation,
                      ReturnCode result) override
     {
-        std::lock_guard lock(mutex);
         std::string text = operation + ":" + std::to_string(result);
         for (auto const& name : packages)
             text += " " + name;
-        ends.push_back(text);
+        {
+            std::lock_guard lock(mutex);
+            ends.push_back(text);
+        }
+        signal.notify();
         return 0;
+    }
+    bool waitForEnds(std::size_t count)
+    {
+        return signal.waitFor([&] { return snapshot().size() >= count; });
     }
     std::vector<std::string> snapshot()
     {
@@ -43,6 +54,7 @@ struct Ends : IPackageInstaller::IPackageInstallerListener {
     }
     std::mutex mutex;
     std::vector<std::string> ends;
+    TestSignal signal;
 };
 
 struct ManifestEvents : IPackageManager::IPackageManagerListener {
@@ -50,13 +62,50 @@ struct ManifestEvents : IPackageManager::IPackageManagerListener {
     int onPackageManifestChanged(std::string const& entity, std::string const& attribute,
                                  std::string const&) override
     {
+        {
+            std::lock_guard lock(mutex);
+            seen.push_back(entity + "/" + attribute);
+        }
+        signal.notify();
+        return 0;
+    }
+    int onPackageRepositoryChanged() override { return 0; }
+    bool heard(std::string const& change)
+    {
+        std::lock_guard lock(mutex);
+        return std::find(seen.begin(), seen.end(), change) != seen.end();
+    }
+    std::mutex mutex;
+    std::vector<std::string> seen;
+    TestSignal signal;
+};
+
+// What the packager announces, from whichever thread refreshes.
+struct Announcements : PackagerListener {
+    int onPackagerSettingsChange() override { return 0; }
+    int onPackagerManifestChange(std::string const& entity, std::string const& attribute, std::string const&) override
+    {
         std::lock_guard lock(mutex);
         seen.push_back(entity + "/" + attribute);
         return 0;
     }
-    int onPackageRepositoryChanged() override { return 0; }
+    int onPackagerManifestCommit() override
+    {
+        {
+            std::lock_guard lock(mutex);
+            seen.push_back("commit");
+        }
+        signal.notify();
+        return 0;
+    }
+    std::vector<std::string> take()
+    {
+        std::lock_guard lock(mutex);
+        return std::exchange(seen, {});
+    }
     std::mutex mutex;
     std::vector<std::string> seen;
+    TestSignal signal;
 };
 
 std::vector<std::string> manifestNames(Packager& packager)
@@ -130,6 +179,26 @@ void writePadded(std::string const& key, fs::path const& target, std::size_t siz
     std::ofstream(target, std::ios::binary | std::ios::trunc) << bytes;
 }
 
+// Waits until the packager may remember `path`: its last change lies more than
+// the filesystem's stamp unit (10 ms for stamps with a fraction) behind the
+// coarse clock the packager reads.
+void waitUntilSettled(fs::path const& path)
+{
+    struct stat status {};
+    ASSERT_EQ(0, stat(path.c_str(), &status));
+    ASSERT_NE(0, status.st_ctim.tv_nsec) << "a filesystem with whole-second stamps";
+    auto const settled = std::chrono::system_clock::time_point(std::chrono::seconds(status.st_ctim.tv_sec) +
+                                                               std::chrono::nanoseconds(status.st_ctim.tv_nsec) +
+                                                               std::chrono::milliseconds(10));
+    for (;;) {
+        timespec now{};
+        clock_gettime(CLOCK_REALTIME_COARSE, &now);
+        if (std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec) > settled.time_since_epoch())
+            return;
+        std::this_thread::sleep_until(settled + std::chrono::milliseconds(5)); // the coarse clock lags by a tick
+    }
+}
+
 ino_t inodeOf(fs::path const& path)
 {
     struct stat status {};
@@ -148,7 +217,7 @@ TEST(Manifest, RereadsFilesChangedBehindTheSameSizeAndMtime)
     std::size_t const size = 64 * 1024;
     fs::path const file = world.repository() / "slot.rpm";
     auto settleAndRefreshTwice = [&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(50)); // old enough to be remembered
+        waitUntilSettled(file);
         packager.refresh();
         packager.refresh();
     };
@@ -172,6 +241,31 @@ TEST(Manifest, RereadsFilesChangedBehindTheSameSizeAndMtime)
     packager.refresh();
     EXPECT_EQ(file.string(), packager.getPackageURI("fig"));
     EXPECT_EQ("Velmora/App", packager.getPackageGroup("fig"));
+}
+
+// Two versions of one package, two files that are no package and a
+// dependency whose name holds spaces: the first refresh writes one row per
+// name, the next ones find nothing new and write and announce nothing.
+TEST(Manifest, ARefreshThatFindsNothingNewWritesNothing)
+{
+    PackageWorld world;
+    Announcements announced; // outlives the packager that calls it
+    StillPackager packager;
+    packager.addListener(&announced);
+    world.offer("fig", "fig-1.rpm");
+    fs::path const newer = world.offer("fig2", "fig-2.rpm");
+    std::ofstream(world.repository() / "junk-1.rpm") << "not a package";
+    std::ofstream(world.repository() / "junk-2.rpm") << "not one either";
+    world.offer("rich");
+    packager.refresh();
+    EXPECT_EQ((std::vector<std::string>{"/Path", "/Dependencies", "/Group", "fig/Path", "fig/Dependencies", "fig/Group",
+                                        "rich/Path", "rich/Dependencies", "rich/Group", "commit"}),
+              announced.take());
+    EXPECT_EQ(newer.string(), packager.getPackageURI("fig"));
+    packager.refresh();
+    packager.refresh();
+    EXPECT_TRUE(announced.take().empty());
+    packager.removeListener(&announced);
 }
 
 TEST(Manifest, NeighboursThatVanishTogetherGoInTwoRefreshes)
@@ -284,13 +378,48 @@ TEST(Installer, InstallsAndRemovesThroughTheManifestAndEndsEveryRequest)
     installer.packageInstall(VectorObject<std::string>{"needy"}, true);
     installer.packageRemove(VectorObject<std::string>{"fig"}, false);
     installer.packageRemove(VectorObject<std::string>{"not-installed"}, false);
-    ASSERT_TRUE(eventually([&] { return ends.snapshot().size() == 7; }));
+    ASSERT_TRUE(ends.waitForEnds(7));
     EXPECT_EQ((std::vector<std::string>{"install:7", "install:7 fig nowhere", "install:0 fig", "install:7 needy",
                                         "install:0 needy", "remove:0 fig", "remove:7 not-installed"}),
               ends.snapshot());
     EXPECT_EQ("needy", packager.getPackageInfo("needy").getName());
     EXPECT_EQ("", packager.getPackageInfo("fig").getName());
     EXPECT_TRUE(fs::exists(world.root() / "var/lib/rpm"));
+}
+
+// Runs in `directory` while it lives.
+class WorkingDirectory {
+public:
+    explicit WorkingDirectory(fs::path const& directory) : saved(fs::current_path()) { fs::current_path(directory); }
+    ~WorkingDirectory() { fs::current_path(saved); }
+
+private:
+    fs::path saved;
+};
+
+// A file name in the repository is only ever a file name: macro syntax in it
+// runs no command and doesn't stop the install; a glob pattern, which would
+// name other files too, fails the request instead of installing them.
+TEST(Installer, ARepositoryFileNameIsOnlyEverThatFile)
+{
+    PackageWorld world;
+    WorkingDirectory here(world.root());
+    StillPackager packager;
+    world.offer("fig", "fig%(touch PWNED).rpm");
+    world.offer("apple", "a*.rpm");
+    world.offer("date", "another.rpm");
+    packager.refresh();
+    Ends ends;
+    MasterPackageInstaller installer(packager);
+    installer.addListener(&ends);
+    installer.init();
+    installer.packageInstall(VectorObject<std::string>{"fig"}, false);
+    installer.packageInstall(VectorObject<std::string>{"apple"}, false);
+    ASSERT_TRUE(ends.waitForEnds(2));
+    EXPECT_EQ((std::vector<std::string>{"install:0 fig", "install:7 apple"}), ends.snapshot());
+    EXPECT_FALSE(fs::exists(world.root() / "PWNED"));
+    EXPECT_EQ("fig", packager.getPackageInfo("fig").getName());
+    EXPECT_EQ("", packager.getPackageInfo("date").getName());
 }
 
 TEST(Installer, ArgumentRecordsMatchTheRequestedForce)
@@ -307,22 +436,24 @@ TEST(Installer, ArgumentRecordsMatchTheRequestedForce)
 TEST(Monitor, ManifestFollowsTheRepositoryAndTellsTheCatalogue)
 {
     PackageWorld world;
+    ManifestEvents events;
     RPMPackager packager;
     packager.init("", "", "");
     MasterPackageManager manager(packager);
-    ManifestEvents events;
     manager.addListener(&events);
     manager.init();
 
     world.offer("apple");
-    ASSERT_TRUE(eventually([&] { return manager.getManifestPackageInfo("apple").getName() == "apple"; }));
-    // Listeners are told after the commit, so the row may show first.
-    EXPECT_TRUE(eventually([&] {
-        std::lock_guard lock(events.mutex);
-        return std::find(events.seen.begin(), events.seen.end(), "apple/Path") != events.seen.end();
-    }));
+    ASSERT_TRUE(events.signal.waitFor([&] { return events.heard("apple/Path"); }));
+    EXPECT_EQ("apple", manager.getManifestPackageInfo("apple").getName());
+    // A removal tells nobody: the refresh that follows it is the one the next file's row shows.
     fs::remove(world.repository() / "apple-1.0.rpm");
-    ASSERT_TRUE(eventually([&] { return manager.getManifestPackageInfoList(VectorObject<std::string>{}).empty(); }));
+    world.offer("date");
+    ASSERT_TRUE(events.signal.waitFor([&] { return events.heard("date/Path"); }));
+    auto const left = manager.getManifestPackageInfoList(VectorObject<std::string>{});
+    ASSERT_EQ(1u, left.size());
+    EXPECT_EQ("date", left[0].getName());
+    manager.removeListener(&events);
 }
 
 TEST(Monitor, SilentUpdateInstallsWhatArrivesWithForce)
@@ -336,7 +467,7 @@ TEST(Monitor, SilentUpdateInstallsWhatArrivesWithForce)
     packager.init("", "", "");
 
     world.offer("needy"); // its dependency is missing: only a forced install succeeds
-    ASSERT_TRUE(eventually([&] { return !ends.snapshot().empty(); }));
+    ASSERT_TRUE(ends.waitForEnds(1));
     EXPECT_EQ("install:0 needy", ends.snapshot().front());
     EXPECT_EQ("needy", packager.getPackageInfo("needy").getName());
 }
@@ -345,20 +476,86 @@ TEST(Monitor, TimedUpdateRefreshesWithoutEvents)
 {
     PackageWorld world({{"TimedManifestUpdate", "true"}, {"TimedManifestUpdateSec", "1"}});
     world.offer("date"); // before the watch exists: no event will come
+    Announcements announced;
     RPMPackager packager;
     EXPECT_TRUE(packager.getTimedManifestUpdate());
     EXPECT_EQ(1u, packager.getTimedManifestUpdateSec());
+    packager.addListener(&announced);
     packager.init("", "", "");
-    EXPECT_TRUE(eventually([&] { return packager.getManifestPackageInfo("date").getName() == "date"; }));
+    EXPECT_TRUE(announced.signal.waitFor([&] { return packager.getManifestPackageInfo("date").getName() == "date"; }));
+    packager.removeListener(&announced);
 }
 
-TEST(Monitor, SettingsOtherThanExactTrueLeaveTimedUpdateOff)
+// A period of "0" would refresh back to back: it reads as the floor of one
+// second; a text that is no number keeps the default.
+TEST(Monitor, SettingsOtherThanExactTrueOrNumbersKeepTheDefaults)
 {
-    PackageWorld world({{"TimedManifestUpdate", "True"}, {"TimedManifestUpdateSec", "1"}, {"SilentUpdate", "yes"}});
+    {
+        PackageWorld world({{"TimedManifestUpdate", "True"}, {"TimedManifestUpdateSec", "1"}, {"SilentUpdate", "yes"}});
+        RPMPackager packager;
+        EXPECT_FALSE(packager.getTimedManifestUpdate());
+        EXPECT_EQ(10u, packager.getTimedManifestUpdateSec());
+        EXPECT_FALSE(packager.getSilentUpdate());
+    }
+    for (auto const& [period, seconds] : std::map<std::string, unsigned>{{"0", 1u}, {"ten", 10u}, {"5s", 10u}}) {
+        PackageWorld world({{"TimedManifestUpdate", "true"}, {"TimedManifestUpdateSec", period}});
+        EXPECT_EQ(seconds, RPMPackager().getTimedManifestUpdateSec()) << period;
+    }
+}
+
+// The repository directory may be missing when the monitor starts, or be
+// removed and made again: it is watched once it is there.
+TEST(Monitor, ARepositoryThatComesLaterOrAgainIsWatched)
+{
+    PackageWorld world;
+    fs::remove_all(world.repository());
+    Announcements announced;
     RPMPackager packager;
-    EXPECT_FALSE(packager.getTimedManifestUpdate());
-    EXPECT_EQ(10u, packager.getTimedManifestUpdateSec());
-    EXPECT_FALSE(packager.getSilentUpdate());
+    packager.addListener(&announced);
+    packager.init("", "", "");
+    fs::create_directory(world.repository());
+    world.offer("apple");
+    EXPECT_TRUE(announced.signal.waitFor([&] { return packager.getPackageURI("apple") != ""; }));
+
+    fs::remove_all(world.repository());
+    fs::create_directory(world.repository());
+    world.offer("date");
+    EXPECT_TRUE(announced.signal.waitFor([&] { return packager.getPackageURI("date") != ""; }));
+    packager.removeListener(&announced);
+}
+
+void ignoreSignal(int) {}
+
+// A signal that interrupts the monitor's wait is no failure: it goes on.
+TEST(Monitor, ASignalDoesNotEndTheMonitor)
+{
+    PackageWorld world;
+    Announcements announced;
+    RPMPackager packager;
+    packager.addListener(&announced);
+    struct sigaction quiet {};
+    quiet.sa_handler = ignoreSignal; // without SA_RESTART: the wait ends with EINTR
+    struct sigaction saved {};
+    sigaction(SIGUSR1, &quiet, &saved);
+    packager.init("", "", "");
+    world.offer("apple"); // once its row is there, the monitor is named and back in its wait
+    ASSERT_TRUE(announced.signal.waitFor([&] { return packager.getPackageURI("apple") != ""; }));
+    pid_t monitor = 0;
+    for (auto const& task : fs::directory_iterator("/proc/self/task")) {
+        std::ifstream comm(task.path() / "comm");
+        std::string name;
+        std::getline(comm, name);
+        if (name == "FSMonitor")
+            monitor = static_cast<pid_t>(std::stoi(task.path().filename().string()));
+    }
+    ASSERT_NE(0, monitor);
+    // Many, so that some surely find the monitor in its wait rather than ending a refresh.
+    for (int i = 0; i < 1000; ++i)
+        syscall(SYS_tgkill, getpid(), monitor, SIGUSR1);
+    world.offer("date");
+    EXPECT_TRUE(announced.signal.waitFor([&] { return packager.getPackageURI("date") != ""; }));
+    packager.removeListener(&announced);
+    sigaction(SIGUSR1, &saved, nullptr);
 }
 
 } // namespace

@@ -27,6 +27,7 @@ std::map<std::string, PackageSpec> const& catalogue()
         {"fig2", {"fig", "2.0", "Velmora/App", "{}", {"base >= 2"}}},
         {"needy", {"needy", "1.0", "Velmora/App", "{}", {"missing-thing >= 1"}}},
         {"base", {"base", "2.0", "Velmora/Base", "{}", {}}},
+        {"rich", {"rich", "1.0", "Velmora/App", "{}", {"(base or date)"}}},
         // Values that the header text changes, breaks or reads more into.
         {"escaped", {"escaped", "1.0", "Velmora/Odd", "{}", {}, R"(tab\there)"}},
         {"accented", {"accented", "1.0", "Velmora/Odd", R"({"applicationURL":"http://caf\u00e9.example/"})", {"base"},

@@ -50,22 +50,4 @@ private:
     std::filesystem::path macroPath;
 };
 
-// Polls `condition` every 20 ms for up to 30 s; the bound only catches hangs.
-template <class Condition>
-bool eventually(Condition condition);
-
 } // namespace VelmoraTest
-
-#include <chrono>
-#include <thread>
-
-template <class Condition>
-bool VelmoraTest::eventually(Condition condition)
-{
-    for (int i = 0; i < 1500; ++i) {
-        if (condition())
-            return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return condition();
-}

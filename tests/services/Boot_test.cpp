@@ -3,6 +3,7 @@
 // of killed services, the media engine's loss, the power manager's end, and
 // package sets that can't boot completely.
 #include "BootWorld.h"
+#include "DirectoryWatch.h"
 #include "RPCClient.h"
 #include "ReturnCodeOf.h"
 
@@ -11,12 +12,14 @@
 #include <algorithm>
 #include <csignal>
 
+#include <poll.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 using namespace Velmora;
 using namespace ServiceTest;
-using VelmoraTest::eventually;
+using VelmoraTest::DirectoryWatch;
 
 namespace {
 
@@ -78,9 +81,10 @@ Names const FACILITIES{"add ZAV",   "add HUX", "add MediaStore", "add MediaPlaye
 
 TEST_F(Booting, ServicesComeUpInDependencyOrderAndRecoverFromDeaths)
 {
+    DirectoryWatch logs(world.logFile("sim").parent_path()); // the logs and the order file
     Box box(world);
     box.manager.init();
-    ASSERT_TRUE(eventually([&] { return box.boots() >= 1; }));
+    ASSERT_TRUE(box.listener.journal.waitFor([&] { return box.boots() >= 1; }));
 
     // The diamond's tree starts in its walk order, one at a time: a, b, d, c.
     // The walk reaches d through b before c, so d doesn't wait for c. A
@@ -90,7 +94,7 @@ TEST_F(Booting, ServicesComeUpInDependencyOrderAndRecoverFromDeaths)
     EXPECT_EQ((Names{"velmora-svc-a", "velmora-svc-b", "velmora-svc-d", "velmora-svc-c"}), chain);
 
     // The web service came last in its chain: it heard the server, then what came up before it.
-    ASSERT_TRUE(eventually([&] { return box.webLines().size() >= FACILITIES.size(); }));
+    ASSERT_TRUE(logs.waitFor([&] { return box.webLines().size() >= FACILITIES.size(); }));
     EXPECT_EQ(FACILITIES, box.webLines());
     EXPECT_TRUE(std::filesystem::exists(world.runtimeDirectory() / "platform.started"));
     EXPECT_EQ(8u, box.manager.getServiceList().size());
@@ -100,19 +104,20 @@ TEST_F(Booting, ServicesComeUpInDependencyOrderAndRecoverFromDeaths)
     pid_t const b = pidIn(world.logFile("velmora-svc-b"), "registered ");
     ASSERT_GT(b, 0);
     ::kill(b, SIGKILL);
-    ASSERT_TRUE(eventually([&] {
+    ASSERT_TRUE(logs.waitFor([&] {
         Names const now = world.starts();
-        return std::count(now.begin(), now.end(), "velmora-svc-b") == 2 && box.boots() > bootsBefore;
+        return std::count(now.begin(), now.end(), "velmora-svc-b") == 2;
     }));
+    ASSERT_TRUE(box.listener.journal.waitFor([&] { return box.boots() > bootsBefore; }));
 
     // The media engine's crash is a failure; it is withdrawn, restarted and announced again.
     tellSimulator("QEN", "crash");
-    ASSERT_TRUE(eventually([&] { return box.listener.journal.count("failure QEN") == 1; }));
+    ASSERT_TRUE(box.listener.journal.waitFor([&] { return box.listener.journal.count("failure QEN") == 1; }));
     Names expected = FACILITIES;
     for (char const* verb : {"remove ", "add "})
         for (char const* facility : {"MediaStore", "MediaPlayer", "FastChannelChange", "Frontend", "TV"})
             expected.push_back(verb + std::string(facility));
-    ASSERT_TRUE(eventually([&] { return box.webLines().size() >= expected.size(); }));
+    ASSERT_TRUE(logs.waitFor([&] { return box.webLines().size() >= expected.size(); }));
     EXPECT_EQ(expected, box.webLines());
     EXPECT_EQ(8u, box.manager.getServiceList().size());
 }
@@ -129,7 +134,7 @@ TEST(PowerManagerEnd, EndsTheServerWithStatusZero)
         prepareBox(world);
         Box box(world);
         box.manager.init();
-        if (!eventually([&] { return box.boots() >= 1; }))
+        if (!box.listener.journal.waitFor([&] { return box.boots() >= 1; }))
             std::_Exit(3);
         // Killed rather than told: this thread stays off the bus while the
         // manager's thread ends the process.
@@ -137,11 +142,16 @@ TEST(PowerManagerEnd, EndsTheServerWithStatusZero)
         if (hux <= 0)
             std::_Exit(5);
         ::kill(hux, SIGKILL);
-        eventually([] { return false; });
-        std::_Exit(4);
+        for (;;)
+            ::pause(); // until the server ends the process, or the test gives up on it
     }
     int status = -1;
-    bool const ended = eventually([&] { return ::waitpid(server, &status, WNOHANG) == server; });
+    // Waits for the server's end itself; the bound only catches a server that stays.
+    int const handle = static_cast<int>(::syscall(SYS_pidfd_open, server, 0));
+    ASSERT_GE(handle, 0);
+    pollfd end{handle, POLLIN, 0};
+    bool const ended = ::poll(&end, 1, 60'000) == 1 && ::waitpid(server, &status, 0) == server;
+    ::close(handle);
     ::kill(-server, SIGKILL);
     if (!ended) {
         ::waitpid(server, &status, 0);
@@ -175,15 +185,16 @@ TEST(BrokenBoot, NoSessionFailsInitYetTheIncompleteBootKeepsServing)
                        "VELMORA_TEST_APP_SILENT=1 VELMORA_TEST_APP_LOG=" + world.logFile("silent").string());
     auto const silentPid = [&] { return pidIn(world.logFile("silent"), "registered "); };
 
+    DirectoryWatch logs(world.logFile("silent").parent_path()); // the log and the order file
     Box box(world, {"server"});
     EXPECT_EQ(ReturnGenericFailure, returnCodeOf([&] { box.manager.init(); }));
-    ASSERT_TRUE(eventually([&] { return silentPid() > 0; }));
+    ASSERT_TRUE(logs.waitFor([&] { return silentPid() > 0; }));
     // A round trip on the manager's thread: every pass so far has run.
     EXPECT_EQ(1u, box.manager.getServiceList().size());
     EXPECT_EQ((Names{"velmora-svc-silent"}), world.starts());
 
     ::kill(silentPid(), SIGKILL);
-    ASSERT_TRUE(eventually([&] { return world.starts().size() == 2; }));
+    ASSERT_TRUE(logs.waitFor([&] { return world.starts().size() == 2; }));
     EXPECT_EQ((Names{"velmora-svc-silent", "velmora-svc-silent"}), world.starts());
     EXPECT_EQ(0u, box.boots());
 }

@@ -1,6 +1,6 @@
 // The dependency graph: roots by first appearance, direct neighbours in edge
 // order with duplicates, and the walk's exact order, repeats included. The
-// boot sequencer starts services in exactly this order.
+// boot sequencer starts services in exactly this order. Cycles end the walk.
 #include "Graph.h"
 #include "StringObject.h"
 
@@ -58,6 +58,18 @@ TEST(Graph, WalkOrderWithDiamondsRepeatsAndCycles)
     EXPECT_EQ((Names{"a", "b", "c", "e", "d", "e"}),
               walkFromA({{"a", "b"}, {"b", "c"}, {"b", "d"}, {"c", "e"}, {"d", "e"}}));
     EXPECT_EQ((Names{"a", "b"}), walkFromA({{"a", "b"}, {"b", "a"}}));
+}
+
+// A cycle of three or more ends at the edge that closes it, is named once
+// however often the walk meets it, and leaves the rest of the walk as it was.
+TEST(Graph, LongerCyclesEndAndAreNamedOnce)
+{
+    auto const graph = graphOf({{"r", "a"}, {"a", "b"}, {"b", "c"}, {"c", "a"}, {"c", "d"}, {"r", "b"}, {"r", "e"}});
+    EXPECT_EQ((Names{"r", "a", "b", "c", "d", "e"}), texts(graph.getDfsTree(StringObject("r"))));
+    auto const cycles = graph.getCycles(StringObject("r"));
+    ASSERT_EQ(1u, cycles.size());
+    EXPECT_EQ((Names{"a", "b", "c"}), texts(cycles[0]));
+    EXPECT_TRUE(graphOf({{"a", "b"}, {"b", "c"}, {"c", "e"}, {"b", "e"}}).getCycles(StringObject("a")).empty());
 }
 
 } // namespace

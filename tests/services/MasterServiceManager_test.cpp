@@ -45,7 +45,7 @@ struct Boot : testing::Test {
     Boot()
     {
         WEBClient::setFactory([this](Client::Type, std::string const&) -> WEBClient* {
-            return refuseWeb ? nullptr : new FakeWeb(web);
+            return refuseWeb ? nullptr : new FakeWeb(web, webDead);
         });
         manager.addListener(&listener);
         input.journal.take(); // the driver outlives a test when several run in one process
@@ -71,6 +71,7 @@ struct Boot : testing::Test {
     FakeFactory factory;
     Journal web;
     bool refuseWeb = false;
+    bool webDead = false;
     ServiceListener listener;
     TestMaster manager{&factory, ONE_SESSION};
     FakeInputDriver& input = static_cast<FakeInputDriver&>(*Singleton<InputDriver>::getInstance<FakeInputDriver>());
@@ -187,6 +188,41 @@ TEST_F(Boot, MediaEngineLossIsAFailureAndRestartsIt)
     // Restarted once, at once; the pass then waits for it.
     EXPECT_EQ(starts + 1, factory.started.size());
     EXPECT_EQ(2u, listener.journal.count("failure QEN"));
+}
+
+// The web service dies or stalls: its failed calls are logged, the media
+// engine's end is still recorded, its process reaped and the engine restarted.
+TEST_F(Boot, AFailingWebServiceDoesNotStopTheBookkeeping)
+{
+    manager.boot({{"start_velmora", "VelmoraQENExec"}, {"start_velmora", "WEBd"}});
+    report("VelmoraQENExec", "RUNNING");
+    report("WEBd", "RUNNING");
+    std::string const engine = factory.newestPid("VelmoraQENExec");
+    webDead = true;
+    report("VelmoraQENExec", "CRASHED");
+    EXPECT_EQ(1u, listener.journal.count("failure QEN"));
+    EXPECT_EQ((Names{engine}), factory.destroyed);
+    EXPECT_NE(engine, factory.newestPid("VelmoraQENExec"));
+    report("VelmoraQENExec", "RUNNING"); // announced to the dead service: logged, and recorded
+    webDead = false;
+    report("VelmoraQENExec", "TERMINATED");
+    EXPECT_EQ(2u, listener.journal.count("failure QEN"));
+    EXPECT_EQ(2u, factory.destroyed.size());
+}
+
+// A dependency cycle reached from a root is walked once, in walk order, and
+// the boot goes on with the rest instead of recursing without end.
+TEST_F(Boot, ADependencyCycleBootsInsteadOfRecursing)
+{
+    manager.boot({{"start_velmora", "svc-a"}, {"svc-a", "svc-b"}, {"svc-b", "svc-c"}, {"svc-c", "svc-a"},
+                  {"start_velmora_2", "svc-d"}});
+    EXPECT_EQ((Names{"svc-a", "svc-d"}), factory.startedNames());
+    report("svc-a", "RUNNING");
+    report("svc-b", "RUNNING");
+    report("svc-d", "RUNNING");
+    report("svc-c", "RUNNING");
+    EXPECT_EQ((Names{"svc-a", "svc-d", "svc-b", "svc-c"}), factory.startedNames());
+    EXPECT_EQ(1u, boots());
 }
 
 TEST_F(Boot, OnlyNewUpAndDownStatesOfKnownServicesAct)

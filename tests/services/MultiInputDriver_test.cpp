@@ -2,7 +2,8 @@
 // sessions, the IR filter, regular files that end, devices that appear while
 // hotplug is on, and a listener that leaves from inside its call.
 #include "MultiInputDriver.h"
-#include "PackageWorld.h" // the shared polling helper
+#include "DirectoryWatch.h"
+#include "TestSignal.h"
 
 #include <gtest/gtest.h>
 
@@ -23,7 +24,7 @@
 using namespace Velmora;
 using KeyEvent = IWindowEvent::KeyEvent;
 using Names = std::vector<std::string>;
-using VelmoraTest::eventually;
+using VelmoraTest::DirectoryWatch;
 
 namespace {
 
@@ -32,10 +33,18 @@ struct Keys : IWindowEvent::IInputEventListener {
     void onInputEvent(IWindowEvent::InputEvent const& event) override
     {
         auto const& key = dynamic_cast<KeyEvent const&>(event);
-        std::lock_guard lock(mutex);
-        seen.push_back(std::to_string(key.getKeyCode()) + (key.getPressed() ? "+" : "-"));
+        {
+            std::lock_guard lock(mutex);
+            seen.push_back(std::to_string(key.getKeyCode()) + (key.getPressed() ? "+" : "-"));
+        }
         if (onCall)
             onCall();
+        signal.notify();
+    }
+    // Waits until `count` keys have come.
+    bool waitFor(std::size_t count)
+    {
+        return signal.waitFor([&] { return all().size() >= count; });
     }
     Names all()
     {
@@ -45,6 +54,7 @@ struct Keys : IWindowEvent::IInputEventListener {
     std::mutex mutex;
     Names seen;
     std::function<void()> onCall;
+    VelmoraTest::TestSignal signal;
 };
 
 // A key record (value 1 press, 0 release, 2 autorepeat) and its sync record.
@@ -137,7 +147,7 @@ TEST_F(InputWorld, FifoRecordsReachTheirSessionWithMappedCodes)
     write(remote, bytes.substr(0, 10)); // a record split across writes
     write(remote, bytes.substr(10));
     write(second, press(KEY_HOME));
-    ASSERT_TRUE(eventually([&] { return other.all().size() == 3 && session1.all().size() == 1; }));
+    ASSERT_TRUE(other.waitFor(3) && session1.waitFor(1));
     EXPECT_EQ((Names{"1+", "1-", std::to_string(MultiInputDriver::LINUX_KEY_BASE + KEY_A) + "+"}), other.all());
     EXPECT_EQ(Names{"30+"}, session1.all());
     EXPECT_EQ(1u, keys.all().size());
@@ -145,10 +155,10 @@ TEST_F(InputWorld, FifoRecordsReachTheirSessionWithMappedCodes)
     // Asleep: only the filter's key goes through.
     driver->enableIrFilter(static_cast<KeyEvent::Code>(1)); // the box's power key
     write(remote, press(KEY_A) + press(KEY_POWER));
-    ASSERT_TRUE(eventually([&] { return other.all().size() == 4; }));
+    ASSERT_TRUE(other.waitFor(4));
     driver->disableIrFilter();
     write(remote, press(KEY_MENU));
-    ASSERT_TRUE(eventually([&] { return other.all().size() == 5; }));
+    ASSERT_TRUE(other.waitFor(5));
     EXPECT_EQ("1+", other.all()[3]);
     EXPECT_EQ("34+", other.all()[4]);
 }
@@ -160,19 +170,23 @@ TEST_F(InputWorld, SourcesComeAndGo)
     std::string const path = (base / "recorded").string();
     std::ofstream(path, std::ios::binary) << press(KEY_LEFTALT) + key(KEY_LEFTALT, 2) + key(KEY_LEFTALT, 0) + "\x01\x02";
     start(path + ":" + (base / "absent").string()).enableIr();
-    ASSERT_TRUE(eventually([&] { return keys.all().size() == 3 && driver->getSourceCount() == 0; }));
+    // The file is read to its end and dropped in the pass that finds its keys.
+    ASSERT_TRUE(keys.waitFor(3));
+    EXPECT_EQ(0u, driver->getSourceCount());
     EXPECT_EQ((Names{"56+", "56+", "56-"}), keys.all());
 
     driver->enableHotplug();
+    DirectoryWatch inputs(base / "dev/input");
     std::string const device = fifo("dev/input/event3");
-    ASSERT_TRUE(eventually([&] { return driver->getSourceCount() == 1; }));
+    // The driver opens the device under the lock that the count takes.
+    ASSERT_TRUE(inputs.waitFor([&] { return driver->getSourceCount() == 1; }));
     write(device, press(KEY_POWER));
-    ASSERT_TRUE(eventually([&] { return keys.all().size() == 4; }));
+    ASSERT_TRUE(keys.waitFor(4));
 
+    // The watch is closed when disableHotplug returns: nothing made after it is adopted.
     driver->disableHotplug();
     fifo("dev/input/event4");
     fifo("dev/input/mouse0");
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
     EXPECT_EQ(1u, driver->getSourceCount());
 }
 

@@ -10,6 +10,7 @@
 #include "Exception.h"
 #include "IServiceManager.h"
 #include "InputDriver.h"
+#include "TestSignal.h"
 #include "WEBClient.h"
 
 #include <algorithm>
@@ -28,8 +29,17 @@ class Journal {
 public:
     void add(std::string const& line)
     {
-        std::lock_guard lock(mutex);
-        lines.push_back(line);
+        {
+            std::lock_guard lock(mutex);
+            lines.push_back(line);
+        }
+        signal.notify();
+    }
+    // Waits until `condition` holds, tested at every new line.
+    template <class Condition>
+    bool waitFor(Condition condition)
+    {
+        return signal.waitFor(condition);
     }
     std::vector<std::string> all() const
     {
@@ -51,6 +61,7 @@ public:
 private:
     mutable std::mutex mutex;
     std::vector<std::string> lines;
+    VelmoraTest::TestSignal signal;
 };
 
 // Pids count up from 5000; a name in `failing` doesn't start.
@@ -135,15 +146,25 @@ public:
     std::string refusing;
 };
 
-// Notes its end too, so that a lost or doubly deleted client shows.
+// Notes its end too, so that a lost or doubly deleted client shows. While
+// `dead` is set, its calls throw as a call past the bus deadline does.
 class FakeWeb : public WEBClient {
 public:
-    explicit FakeWeb(Journal& journal) : WEBClient(Client::Plain, ""), journal(journal) {}
+    FakeWeb(Journal& journal, bool const& dead) : WEBClient(Client::Plain, ""), journal(journal), dead(dead) {}
     ~FakeWeb() override { journal.add("web gone"); }
     void init() override { journal.add("web init"); }
-    void addService(std::string const& name) override { journal.add("add " + name); }
-    void removeService(std::string const& name) override { journal.add("remove " + name); }
+    void addService(std::string const& name) override { call("add " + name); }
+    void removeService(std::string const& name) override { call("remove " + name); }
     Journal& journal;
+
+private:
+    void call(std::string const& text)
+    {
+        if (dead)
+            throw Exception(ReturnTimedOut);
+        journal.add(text);
+    }
+    bool const& dead;
 };
 
 class FakeInputDriver : public InputDriver {

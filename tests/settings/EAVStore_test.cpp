@@ -7,6 +7,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
+#include <future>
 #include <map>
 #include <mutex>
 #include <thread>
@@ -175,6 +177,50 @@ TEST_F(EAVStoreTest, ListenerSeesTheCommittedValueAndMayWriteBack)
     s.setValue("in", "a", "1");
     EXPECT_EQ(echo.seen, (Strings{"1", "echo"}));
     EXPECT_EQ(s.getValue("out", "a"), "echo");
+}
+
+// A listener that hands a write to another thread and waits for it: the other
+// write commits at once and is told right after the commit that is being told.
+TEST_F(EAVStoreTest, AListenerMayWaitForAWriteOfAnotherThread)
+{
+    struct Handover : Recorder {
+        EAVStore* store = nullptr;
+        std::future_status handed = std::future_status::deferred;
+        int onEAVCommit() override
+        {
+            Recorder::onEAVCommit();
+            if (handed == std::future_status::deferred) {
+                auto write = std::async(std::launch::async, [this] { store->setValue("other", "b", "2"); });
+                handed = write.wait_for(std::chrono::seconds(30)); // the bound only catches the deadlock
+            }
+            return 0;
+        }
+    } handover;
+    EAVStore& s = open();
+    handover.store = &s;
+    s.addListener(&handover);
+    s.setValue("first", "a", "1");
+    EXPECT_EQ(handover.handed, std::future_status::ready);
+    EXPECT_EQ(handover.taken(), (Strings{"first.a=1", "commit", "other.b=2", "commit"}));
+    EXPECT_EQ(s.getValue("other", "b"), "2");
+}
+
+// Reads have a connection and a lock of their own: a read goes on while a
+// writer holds the writing connection (waiting for the disk or for another
+// process's lock).
+TEST_F(EAVStoreTest, ReadsDoNotWaitForTheWriter)
+{
+    struct Store : EAVStore {
+        using EAVStore::EAVStore;
+        using EAVStore::databaseMutex;
+    };
+    Store s("Test", scratch.get(), ".db");
+    s.init();
+    s.setValue("a", "b", "c");
+    Mutex::ScopedLock writing(&s.databaseMutex);
+    auto read = std::async(std::launch::async, [&] { return s.getAttributeValueList("a"); });
+    ASSERT_EQ(read.wait_for(std::chrono::seconds(30)), std::future_status::ready); // the bound only catches the wait
+    EXPECT_EQ(read.get(), (EAVStore::AttributeValueList{{"b", "c"}}));
 }
 
 TEST_F(EAVStoreTest, AFailingListenerDoesNotUndoTheWrite)
