@@ -72,17 +72,26 @@ void CommandProcessor::runNext(std::unique_lock<std::mutex>& lock)
     queue.pop_front();
     lock.unlock();
     run(entry.command);
-    if (!entry.caller) {
-        if (entry.owned)
-            delete entry.command;
-        lock.lock();
-        return;
-    }
+    if (entry.caller)
+        entry.caller->finish();
+    else if (entry.owned)
+        delete entry.command;
     lock.lock();
-    // Told under the mutex: the caller needs it to return, so its Caller
-    // outlives the notification.
-    entry.caller->done = true;
-    entry.caller->condition.notify_one();
+}
+
+// A futex wake: the caller may return as soon as `done` is stored, and the
+// wake reads nothing of the Caller's memory, only its address. A wake that
+// finds the address reused is spurious, and every waiter looks again.
+void CommandProcessor::Caller::finish()
+{
+    done.store(1, std::memory_order_release);
+    done.notify_one();
+}
+
+void CommandProcessor::Caller::wait()
+{
+    while (done.load(std::memory_order_acquire) == 0)
+        done.wait(0, std::memory_order_acquire);
 }
 
 void CommandProcessor::run(Command* command)
@@ -157,8 +166,7 @@ void CommandProcessor::discardQueue(std::unique_lock<std::mutex>& lock)
         queue.pop_front();
         if (entry.caller) {
             entry.command->setStatus(ReturnInvalidState);
-            entry.caller->done = true;
-            entry.caller->condition.notify_one();
+            entry.caller->finish();
         } else if (entry.owned) {
             lock.unlock();
             delete entry.command;
@@ -200,7 +208,8 @@ ReturnCode CommandProcessor::executeCommand(Command* command)
         return ReturnInvalidState;
     }
     enqueue({command, false, &caller});
-    caller.condition.wait(lock, [&caller] { return caller.done; });
+    lock.unlock();
+    caller.wait();
     return command->getStatus();
 }
 

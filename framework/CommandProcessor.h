@@ -3,7 +3,7 @@
 //
 // Threads: executeCommand, queueCommand and (un)registerPeriodicCommand may be
 // called from any thread. executeCommand blocks the caller, asleep on a
-// condition variable, until the command has run; called on the processor's
+// futex, until the command has run; called on the processor's
 // own thread it runs the command inline. The loop sleeps until work arrives,
 // a periodic command is due or a stop is asked; nothing spins or polls. While
 // a TestClock is active the loop sleeps until the clock moves. init() and
@@ -18,6 +18,7 @@
 #include "ReturnCode.h"
 #include "TickSleeper.h"
 
+#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
@@ -82,10 +83,13 @@ protected:
     void requestStop() override;
 
 private:
-    // A caller asleep in executeCommand until its command has run.
+    // A caller asleep in executeCommand until its command has run, on a
+    // futex of its own, so that neither side needs the processor's mutex
+    // for the hand-back.
     struct Caller {
-        bool done = false; // guarded by mutex
-        std::condition_variable condition;
+        std::atomic<int> done{0}; // an int: the futex word itself, with no proxy
+        void finish(); // the last touch of the Caller by the processor
+        void wait();
     };
     struct Entry {
         Command* command;
