@@ -1,10 +1,10 @@
 #include "ApplicationManager.h"
 
-#include "DebugPrint.h"
-#include "Exception.h"
-#include "ListenerList.h"
-#include "OSTime.h"
-#include "Serialization.h"
+#include "frame/DebugPrint.h"
+#include "frame/Exception.h"
+#include "frame/ListenerList.h"
+#include "frame/OSTime.h"
+#include "serial/Serialization.h"
 
 #include <cstdlib>
 #include <cstring>

@@ -12,10 +12,10 @@
 
 #include "APPClient.h"
 #include "ApplicationFactory.h"
-#include "CommandProcessor.h"
-#include "IApplicationManager.h"
-#include "Mutex.h"
-#include "ReturningCommand.h"
+#include "frame/CommandProcessor.h"
+#include "interfaces/IApplicationManager.h"
+#include "frame/Mutex.h"
+#include "frame/ReturningCommand.h"
 #include "ZAVClient.h"
 
 #include <map>

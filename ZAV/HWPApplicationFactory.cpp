@@ -1,8 +1,8 @@
 #include "HWPApplicationFactory.h"
 
-#include "DebugPrint.h"
-#include "Exception.h"
-#include "OSTime.h"
+#include "frame/DebugPrint.h"
+#include "frame/Exception.h"
+#include "frame/OSTime.h"
 
 #include <cerrno>
 #include <cstdlib>

@@ -1,6 +1,6 @@
 #include "PackageInstaller.h"
 
-#include "ListenerList.h"
+#include "frame/ListenerList.h"
 
 namespace Velmora {
 

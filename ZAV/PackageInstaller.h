@@ -9,9 +9,9 @@
 // not owned. A subclass calls uninit() in its destructor.
 #pragma once
 
-#include "CommandProcessor.h"
-#include "IPackageInstaller.h"
-#include "Mutex.h"
+#include "frame/CommandProcessor.h"
+#include "interfaces/IPackageInstaller.h"
+#include "frame/Mutex.h"
 
 #include <string>
 #include <vector>

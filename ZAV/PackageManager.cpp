@@ -1,7 +1,7 @@
 #include "PackageManager.h"
 
-#include "DebugPrint.h"
-#include "ListenerList.h"
+#include "frame/DebugPrint.h"
+#include "frame/ListenerList.h"
 
 namespace Velmora {
 

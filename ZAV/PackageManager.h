@@ -9,10 +9,10 @@
 // Listener pointers are not owned. A subclass calls uninit() in its destructor.
 #pragma once
 
-#include "CommandProcessor.h"
-#include "IPackageManager.h"
-#include "Mutex.h"
-#include "ReturningCommand.h"
+#include "frame/CommandProcessor.h"
+#include "interfaces/IPackageManager.h"
+#include "frame/Mutex.h"
+#include "frame/ReturningCommand.h"
 
 #include <string>
 #include <vector>

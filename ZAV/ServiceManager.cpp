@@ -1,8 +1,8 @@
 #include "ServiceManager.h"
 
-#include "DebugPrint.h"
-#include "Exception.h"
-#include "ListenerList.h"
+#include "frame/DebugPrint.h"
+#include "frame/Exception.h"
+#include "frame/ListenerList.h"
 
 namespace Velmora {
 

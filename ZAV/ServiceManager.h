@@ -11,8 +11,8 @@
 #pragma once
 
 #include "ApplicationManager.h"
-#include "IService.h"
-#include "IServiceManager.h"
+#include "interfaces/IService.h"
+#include "interfaces/IServiceManager.h"
 
 #include <vector>
 

@@ -1,6 +1,6 @@
 #include "SettingsDB.h"
 
-#include "ListenerList.h"
+#include "frame/ListenerList.h"
 
 #include <memory>
 

@@ -10,9 +10,9 @@
 // Ownership: listener pointers are not owned.
 #pragma once
 
-#include "CommandProcessor.h"
-#include "ISettingsDB.h"
-#include "ReturningCommand.h"
+#include "frame/CommandProcessor.h"
+#include "interfaces/ISettingsDB.h"
+#include "frame/ReturningCommand.h"
 
 #include <string>
 #include <vector>

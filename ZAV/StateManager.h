@@ -8,9 +8,9 @@
 // Ownership: listener pointers are not owned.
 #pragma once
 
-#include "CommandProcessor.h"
-#include "IStateManager.h"
-#include "Singleton.h"
+#include "frame/CommandProcessor.h"
+#include "interfaces/IStateManager.h"
+#include "frame/Singleton.h"
 
 #include <string>
 #include <vector>

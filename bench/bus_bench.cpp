@@ -4,8 +4,8 @@
 #include "FigureReporter.h"
 
 #include "APPClient.h"
-#include "Exception.h"
-#include "RPCServer.h"
+#include "frame/Exception.h"
+#include "rpc/RPCServer.h"
 
 #include <utility>
 

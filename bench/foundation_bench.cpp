@@ -2,10 +2,10 @@
 // the serial model, each against the raw mechanism it is built on.
 #include "FigureReporter.h"
 
-#include "CommandProcessor.h"
+#include "frame/CommandProcessor.h"
 #include "HWPApplicationFactory.h"
-#include "IApplicationManager.h"
-#include "Serialization.h"
+#include "interfaces/IApplicationManager.h"
+#include "serial/Serialization.h"
 
 #include <json/reader.h>
 #include <json/writer.h>

@@ -3,7 +3,7 @@
 // same ten programs one after another and waits for each one's RUNNING
 // report. boot_pass_us: one boot pass over 50 running services in chains and
 // diamonds, in microseconds.
-#include "FunctionCommand.h"
+#include "frame/FunctionCommand.h"
 #include "BootWorld.h"
 #include "FigureReporter.h"
 #include "Signal.h"

@@ -5,7 +5,7 @@
 #include "RawEavTable.h"
 
 #include "MasterSettingsDB.h"
-#include "StringObject.h"
+#include "serial/StringObject.h"
 
 #include <json/reader.h>
 

@@ -2,13 +2,13 @@
 // bus connection (requests answered by an echoing handler, notifications,
 // stray answers), and the serial readers that rebuild records from a text in
 // their dynamic form, as lists and as maps, each written back out again.
-#include "Exception.h"
-#include "IRPC.h"
-#include "ISettingsDB.h"
-#include "MapObject.h"
-#include "RPCConnection.h"
-#include "Serialization.h"
-#include "VectorObject.h"
+#include "frame/Exception.h"
+#include "interfaces/IRPC.h"
+#include "interfaces/ISettingsDB.h"
+#include "serial/MapObject.h"
+#include "rpc/RPCConnection.h"
+#include "serial/Serialization.h"
+#include "serial/VectorObject.h"
 
 #include <cstdint>
 #include <cstdlib>

@@ -2,12 +2,12 @@
 
 #include "ClientFactory.h"
 
-#include "DebugPrint.h"
-#include "Deserializer.h"
-#include "Exception.h"
-#include "IRPC.h"
-#include "ListenerList.h"
-#include "RPCConnection.h"
+#include "frame/DebugPrint.h"
+#include "serial/Deserializer.h"
+#include "frame/Exception.h"
+#include "interfaces/IRPC.h"
+#include "frame/ListenerList.h"
+#include "rpc/RPCConnection.h"
 
 namespace Velmora {
 

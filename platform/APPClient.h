@@ -18,12 +18,12 @@
 #pragma once
 
 #include "Client.h"
-#include "IApplication.h"
-#include "IServiceManager.h"
-#include "IWindowCompositing.h"
-#include "IWindowEvent.h"
-#include "Mutex.h"
-#include "RPCRegistry.h"
+#include "interfaces/IApplication.h"
+#include "interfaces/IServiceManager.h"
+#include "interfaces/IWindowCompositing.h"
+#include "interfaces/IWindowEvent.h"
+#include "frame/Mutex.h"
+#include "rpc/RPCRegistry.h"
 
 #include <functional>
 #include <memory>

@@ -4,7 +4,7 @@
 #pragma once
 
 #include "Client.h"
-#include "Mutex.h"
+#include "frame/Mutex.h"
 
 #include <functional>
 #include <string>

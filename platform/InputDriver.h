@@ -10,9 +10,9 @@
 // called on the driver's reader thread and are not owned.
 #pragma once
 
-#include "IListener.h"
-#include "IWindowEvent.h"
-#include "Singleton.h"
+#include "frame/IListener.h"
+#include "interfaces/IWindowEvent.h"
+#include "frame/Singleton.h"
 
 namespace Velmora {
 

@@ -1,8 +1,8 @@
 #include "MultiInputDriver.h"
 
-#include "DebugPrint.h"
-#include "Exception.h"
-#include "SysRoot.h"
+#include "frame/DebugPrint.h"
+#include "frame/Exception.h"
+#include "frame/SysRoot.h"
 
 #include <algorithm>
 #include <cerrno>

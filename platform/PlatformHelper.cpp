@@ -1,7 +1,7 @@
 #include "PlatformHelper.h"
 
-#include "DebugPrint.h"
-#include "RuntimeDirectory.h"
+#include "frame/DebugPrint.h"
+#include "rpc/RuntimeDirectory.h"
 
 #include <fcntl.h>
 #include <unistd.h>

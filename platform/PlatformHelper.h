@@ -7,7 +7,7 @@
 // Threads: start() from any thread; the flag file is created atomically.
 #pragma once
 
-#include "Singleton.h"
+#include "frame/Singleton.h"
 
 #include <atomic>
 #include <string>

@@ -2,10 +2,10 @@
 
 #include "ClientFactory.h"
 
-#include "DebugPrint.h"
-#include "Exception.h"
-#include "Mutex.h"
-#include "RPCClient.h"
+#include "frame/DebugPrint.h"
+#include "frame/Exception.h"
+#include "frame/Mutex.h"
+#include "rpc/RPCClient.h"
 
 namespace Velmora {
 

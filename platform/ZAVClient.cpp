@@ -1,9 +1,9 @@
 #include "ZAVClient.h"
 
-#include "DebugPrint.h"
-#include "Exception.h"
-#include "IRPC.h"
-#include "RPCClient.h"
+#include "frame/DebugPrint.h"
+#include "frame/Exception.h"
+#include "interfaces/IRPC.h"
+#include "rpc/RPCClient.h"
 
 namespace Velmora {
 

@@ -11,7 +11,7 @@
 #pragma once
 
 #include "APPClient.h"
-#include "Event.h"
+#include "interfaces/Event.h"
 
 #include <memory>
 #include <string>

@@ -1,6 +1,6 @@
 #include "AppConnection.h"
 
-#include "IRPC.h"
+#include "interfaces/IRPC.h"
 
 #include <cstdlib>
 #include <unistd.h>

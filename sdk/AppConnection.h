@@ -8,7 +8,7 @@
 // disconnects, which waits for the methods still running and their answers.
 #pragma once
 
-#include "RPCClient.h"
+#include "rpc/RPCClient.h"
 
 #include <functional>
 #include <mutex>

@@ -6,7 +6,7 @@
 //   VELMORA_TEST_APP_HANG         a method ("ILifecycleManagement.getState") that never answers
 //   VELMORA_TEST_APP_LOG          a file that gets one line per call or token received
 #include "AppConnection.h"
-#include "Exception.h"
+#include "frame/Exception.h"
 
 #include <chrono>
 #include <condition_variable>

@@ -1,6 +1,6 @@
 #include "SimService.h"
 
-#include "Exception.h"
+#include "frame/Exception.h"
 
 #include <chrono>
 #include <cstdio>

@@ -17,7 +17,7 @@
 #pragma once
 
 #include "AppConnection.h"
-#include "RPCServer.h"
+#include "rpc/RPCServer.h"
 
 #include <condition_variable>
 #include <mutex>

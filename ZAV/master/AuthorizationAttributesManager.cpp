@@ -1,8 +1,8 @@
 #include "AuthorizationAttributesManager.h"
 
-#include "DebugPrint.h"
-#include "Deserializer.h"
-#include "SysRoot.h"
+#include "frame/DebugPrint.h"
+#include "serial/Deserializer.h"
+#include "frame/SysRoot.h"
 
 #include <openssl/err.h>
 #include <openssl/pem.h>

@@ -26,12 +26,12 @@
 
 #include "AllowedInterface.h"
 #include "AttributeCertificate.h"
-#include "IServiceManager.h"
-#include "MapObject.h"
-#include "Mutex.h"
+#include "interfaces/IServiceManager.h"
+#include "serial/MapObject.h"
+#include "frame/Mutex.h"
 #include "OpenSSLPtr.h"
 #include "ParsedCertificateCache.h"
-#include "Singleton.h"
+#include "frame/Singleton.h"
 
 #include <cstdint>
 #include <cstdio>

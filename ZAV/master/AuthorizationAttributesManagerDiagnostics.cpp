@@ -1,7 +1,7 @@
 // A developer's view of an attribute certificate, printed to standard output.
 #include "AuthorizationAttributesManager.h"
 
-#include "DebugPrint.h"
+#include "frame/DebugPrint.h"
 
 #include <openssl/objects.h>
 

@@ -1,7 +1,7 @@
 // Issuing: a one-day attribute certificate for one holder, from the rule set.
 #include "AuthorizationAttributesManager.h"
 
-#include "DebugPrint.h"
+#include "frame/DebugPrint.h"
 
 #include <openssl/objects.h>
 #include <openssl/pem.h>

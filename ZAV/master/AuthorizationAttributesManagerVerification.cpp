@@ -2,7 +2,7 @@
 // in a fixed order, cheap tests first, and mints a token for its rights.
 #include "AuthorizationAttributesManager.h"
 
-#include "DebugPrint.h"
+#include "frame/DebugPrint.h"
 
 #include <openssl/objects.h>
 #include <openssl/x509v3.h>

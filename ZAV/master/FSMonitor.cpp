@@ -1,6 +1,6 @@
 #include "FSMonitor.h"
 
-#include "DebugPrint.h"
+#include "frame/DebugPrint.h"
 #include "Packager.h"
 
 #include <algorithm>

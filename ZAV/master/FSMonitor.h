@@ -12,7 +12,7 @@
 // change while a monitor exists. The Packager is not owned.
 #pragma once
 
-#include "ActiveObject.h"
+#include "frame/ActiveObject.h"
 
 #include <atomic>
 

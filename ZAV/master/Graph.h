@@ -13,8 +13,8 @@
 // owned by the caller.
 #pragma once
 
-#include "Edge.h"
-#include "VectorObject.h"
+#include "interfaces/Edge.h"
+#include "serial/VectorObject.h"
 
 #include <algorithm>
 #include <vector>

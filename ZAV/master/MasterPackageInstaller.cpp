@@ -1,6 +1,6 @@
 #include "MasterPackageInstaller.h"
 
-#include "DebugPrint.h"
+#include "frame/DebugPrint.h"
 
 #include <rpm/rpmlog.h>
 #include <rpm/rpmprob.h>

@@ -10,7 +10,7 @@
 // thread. The Packager is not owned and outlives this object.
 #pragma once
 
-#include "ExplicitSingleton.h"
+#include "frame/ExplicitSingleton.h"
 #include "PackageInstaller.h"
 #include "Packager.h"
 #include "PackagerListener.h"

@@ -8,7 +8,7 @@
 // Packager is not owned and outlives this object.
 #pragma once
 
-#include "ExplicitSingleton.h"
+#include "frame/ExplicitSingleton.h"
 #include "PackageManager.h"
 #include "Packager.h"
 #include "PackagerListener.h"

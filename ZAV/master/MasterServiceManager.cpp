@@ -1,10 +1,10 @@
 #include "MasterServiceManager.h"
 
-#include "DebugPrint.h"
-#include "Exception.h"
+#include "frame/DebugPrint.h"
+#include "frame/Exception.h"
 #include "MasterPackageManager.h"
 #include "MultiInputDriver.h"
-#include "PackageInfoListRequest.h"
+#include "interfaces/PackageInfoListRequest.h"
 #include "PlatformHelper.h"
 
 #include <cstdio>

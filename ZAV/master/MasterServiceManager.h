@@ -23,12 +23,12 @@
 // owned.
 #pragma once
 
-#include "ExplicitSingleton.h"
+#include "frame/ExplicitSingleton.h"
 #include "Graph.h"
 #include "InputDriver.h"
 #include "ProcessWatcher.h"
 #include "ServiceManager.h"
-#include "StringObject.h"
+#include "serial/StringObject.h"
 #include "WEBClient.h"
 
 #include <memory>

@@ -1,9 +1,9 @@
 #include "MasterSettingsDB.h"
 
-#include "DebugPrint.h"
-#include "Exception.h"
-#include "Serialization.h"
-#include "SysRoot.h"
+#include "frame/DebugPrint.h"
+#include "frame/Exception.h"
+#include "serial/Serialization.h"
+#include "frame/SysRoot.h"
 
 #include <memory>
 

@@ -14,9 +14,9 @@
 // themselves. init() belongs to the owner's thread.
 #pragma once
 
-#include "EAVStore.h"
+#include "store/EAVStore.h"
 #include "SettingsDB.h"
-#include "Singleton.h"
+#include "frame/Singleton.h"
 
 namespace Velmora {
 

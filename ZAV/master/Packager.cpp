@@ -1,11 +1,11 @@
 #include "Packager.h"
 
-#include "DebugPrint.h"
-#include "Exception.h"
+#include "frame/DebugPrint.h"
+#include "frame/Exception.h"
 #include "FSMonitor.h"
-#include "ListenerList.h"
-#include "Serialization.h"
-#include "SysRoot.h"
+#include "frame/ListenerList.h"
+#include "serial/Serialization.h"
+#include "frame/SysRoot.h"
 
 #include <algorithm>
 #include <charconv>

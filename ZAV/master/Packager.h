@@ -17,15 +17,15 @@
 // never calls into a half-destroyed object.
 #pragma once
 
-#include "CommandProcessor.h"
-#include "EAVStore.h"
-#include "EAVStoreListener.h"
-#include "IObservable.h"
-#include "ManifestPackageInfo.h"
-#include "Mutex.h"
-#include "PackageInfoListRequest.h"
+#include "frame/CommandProcessor.h"
+#include "store/EAVStore.h"
+#include "store/EAVStoreListener.h"
+#include "frame/IObservable.h"
+#include "interfaces/ManifestPackageInfo.h"
+#include "frame/Mutex.h"
+#include "interfaces/PackageInfoListRequest.h"
 #include "PackagerListener.h"
-#include "ExtendedPackageInfo.h"
+#include "interfaces/ExtendedPackageInfo.h"
 
 #include <memory>
 #include <string>

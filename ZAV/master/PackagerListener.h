@@ -3,7 +3,7 @@
 // (the repository monitor's); results are not looked at, listeners return 0.
 #pragma once
 
-#include "IListener.h"
+#include "frame/IListener.h"
 
 #include <string>
 

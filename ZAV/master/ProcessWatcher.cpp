@@ -1,7 +1,7 @@
 #include "ProcessWatcher.h"
 
-#include "DebugPrint.h"
-#include "Exception.h"
+#include "frame/DebugPrint.h"
+#include "frame/Exception.h"
 
 #include <cerrno>
 #include <cstdlib>

@@ -1,8 +1,8 @@
 #include "RPMPackager.h"
 
-#include "DebugPrint.h"
-#include "Deserializer.h"
-#include "Serialization.h"
+#include "frame/DebugPrint.h"
+#include "serial/Deserializer.h"
+#include "serial/Serialization.h"
 
 #include <rpm/header.h>
 #include <rpm/rpmdb.h>

@@ -19,7 +19,7 @@
 // transaction set is owned.
 #pragma once
 
-#include "Mutex.h"
+#include "frame/Mutex.h"
 #include "Packager.h"
 
 #include <rpm/rpmtag.h>

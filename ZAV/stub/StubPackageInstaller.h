@@ -4,7 +4,7 @@
 #pragma once
 
 #include "PackageInstaller.h"
-#include "Singleton.h"
+#include "frame/Singleton.h"
 
 namespace Velmora {
 

@@ -4,7 +4,7 @@
 #pragma once
 
 #include "PackageManager.h"
-#include "Singleton.h"
+#include "frame/Singleton.h"
 
 namespace Velmora {
 

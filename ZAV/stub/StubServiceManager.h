@@ -5,7 +5,7 @@
 #pragma once
 
 #include "ServiceManager.h"
-#include "Singleton.h"
+#include "frame/Singleton.h"
 
 namespace Velmora {
 

@@ -7,7 +7,7 @@
 #pragma once
 
 #include "SettingsDB.h"
-#include "Singleton.h"
+#include "frame/Singleton.h"
 
 namespace Velmora {
 

@@ -2,10 +2,10 @@
 // factory, reports through the clients, keep-alive delays, terminal states,
 // failures of clients and factories, and destruction with live entries.
 #include "ApplicationManager.h"
-#include "Exception.h"
-#include "FunctionCommand.h"
+#include "frame/Exception.h"
+#include "frame/FunctionCommand.h"
 #include "ReturnCodeOf.h"
-#include "TestClock.h"
+#include "frame/TestClock.h"
 
 #include <gtest/gtest.h>
 

@@ -1,12 +1,12 @@
 // The launcher against real processes: exec failures through the pipe,
 // programs that exit at once, ignore SIGTERM or never end, reaped pids, and
 // no zombie or descriptor left behind by any of them.
-#include "DebugPrint.h"
-#include "Exception.h"
+#include "frame/DebugPrint.h"
+#include "frame/Exception.h"
 #include "FdCount.h"
 #include "HWPApplicationFactory.h"
-#include "OSTime.h"
-#include "TestClock.h"
+#include "frame/OSTime.h"
+#include "frame/TestClock.h"
 
 #include <gtest/gtest.h>
 

@@ -5,7 +5,7 @@
 #pragma once
 
 #include "AuthorizationAttributesManager.h"
-#include "Exception.h"
+#include "frame/Exception.h"
 
 #include <gmock/gmock.h>
 #include <openssl/objects.h>

@@ -1,4 +1,4 @@
-#include "SysRoot.h"
+#include "frame/SysRoot.h"
 
 #include <gtest/gtest.h>
 

@@ -2,9 +2,9 @@
 #include "ReturnCodeOf.h"
 
 #include "APPClient.h"
-#include "Exception.h"
-#include "IWindowEvent.h"
-#include "RPCServer.h"
+#include "frame/Exception.h"
+#include "interfaces/IWindowEvent.h"
+#include "rpc/RPCServer.h"
 
 #include <gtest/gtest.h>
 

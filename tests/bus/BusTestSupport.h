@@ -5,8 +5,8 @@
 // connection, request or close on an Observed server.
 #pragma once
 
-#include "IApplication.h"
-#include "RPCServer.h"
+#include "interfaces/IApplication.h"
+#include "rpc/RPCServer.h"
 
 #include <algorithm>
 #include <chrono>

@@ -2,11 +2,11 @@
 #include "FdCount.h"
 #include "ReturnCodeOf.h"
 
-#include "Exception.h"
-#include "IRPC.h"
-#include "RPCClient.h"
-#include "RPCRegistry.h"
-#include "RPCServer.h"
+#include "frame/Exception.h"
+#include "interfaces/IRPC.h"
+#include "rpc/RPCClient.h"
+#include "rpc/RPCRegistry.h"
+#include "rpc/RPCServer.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "BusTestSupport.h"
 
-#include "RPCServer.h"
+#include "rpc/RPCServer.h"
 
 #include <gtest/gtest.h>
 

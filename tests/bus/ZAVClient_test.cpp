@@ -1,9 +1,9 @@
 #include "BusTestSupport.h"
 
-#include "Exception.h"
-#include "IWindowEvent.h"
-#include "RPCServer.h"
-#include "IApplicationManager.h"
+#include "frame/Exception.h"
+#include "interfaces/IWindowEvent.h"
+#include "rpc/RPCServer.h"
+#include "interfaces/IApplicationManager.h"
 #include "ZAVClient.h"
 
 #include <gtest/gtest.h>

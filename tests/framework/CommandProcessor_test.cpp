@@ -1,11 +1,11 @@
 // The command processor's contracts: order, blocking, exceptions that cross
 // threads, ownership of queued commands, periodic commands on the test clock,
 // and a clean stop with work still pending.
-#include "CommandProcessor.h"
-#include "Exception.h"
-#include "FunctionCommand.h"
+#include "frame/CommandProcessor.h"
+#include "frame/Exception.h"
+#include "frame/FunctionCommand.h"
 #include "Signal.h"
-#include "TestClock.h"
+#include "frame/TestClock.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 // The listener helpers and the fan-out walk, above all under mutation from
 // inside a callback, where the walk goes on at the second element on purpose.
-#include "ILifecycleManagement.h"
-#include "IWindowEvent.h"
-#include "ListenerList.h"
+#include "interfaces/ILifecycleManagement.h"
+#include "interfaces/IWindowEvent.h"
+#include "frame/ListenerList.h"
 
 #include <gtest/gtest.h>
 

@@ -1,15 +1,15 @@
 // Round trips of the serial model, the dynamic form that rebuilds concrete
 // types, ownership of containers, and the handling of bad texts.
-#include "BooleanObject.h"
-#include "Edge.h"
-#include "Exception.h"
-#include "IApplicationManager.h"
-#include "IWindowEvent.h"
-#include "MapObject.h"
+#include "serial/BooleanObject.h"
+#include "interfaces/Edge.h"
+#include "frame/Exception.h"
+#include "interfaces/IApplicationManager.h"
+#include "interfaces/IWindowEvent.h"
+#include "serial/MapObject.h"
 #include "ReturnCodeOf.h"
-#include "StringObject.h"
-#include "UInt32Object.h"
-#include "VectorObject.h"
+#include "serial/StringObject.h"
+#include "serial/UInt32Object.h"
+#include "serial/VectorObject.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 // Reference counts of the singleton templates, which managers and the host
 // rely on to decide who destroys a shared instance.
-#include "Exception.h"
-#include "ExplicitSingleton.h"
-#include "Singleton.h"
+#include "frame/Exception.h"
+#include "frame/ExplicitSingleton.h"
+#include "frame/Singleton.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // The package command layers and their null objects: calls reach the manager's
 // thread, failures come back as Exception, notifications reach listeners,
 // stubs answer empty and never end a request.
-#include "Exception.h"
+#include "frame/Exception.h"
 #include "StubPackageInstaller.h"
 #include "StubPackageManager.h"
 

@@ -1,12 +1,12 @@
 // The repository manifest and the installer over real package files: rows
 // follow files that appear, change and vanish; junk and quotes don't break
 // it; requests end with onRequestEnd; silent update installs what arrives.
-#include "Exception.h"
+#include "frame/Exception.h"
 #include "MasterPackageInstaller.h"
 #include "MasterPackageManager.h"
 #include "PackageWorld.h"
 #include "RPMPackager.h"
-#include "SysRoot.h"
+#include "frame/SysRoot.h"
 #include "TestSignal.h"
 
 #include <gtest/gtest.h>

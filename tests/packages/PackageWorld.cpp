@@ -1,6 +1,6 @@
 #include "PackageWorld.h"
 
-#include "EAVStore.h"
+#include "store/EAVStore.h"
 
 #include <cstdlib>
 #include <fstream>

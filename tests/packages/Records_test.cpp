@@ -1,11 +1,11 @@
 // The package records as they travel: JSON keys, optional members, the
 // manifest order, the dependency text of a header, and catalogue paging.
-#include "ExtendedPackageInfo.h"
-#include "ManifestPackageInfo.h"
+#include "interfaces/ExtendedPackageInfo.h"
+#include "interfaces/ManifestPackageInfo.h"
 #include "MasterPackageManager.h"
-#include "PackageInfoListRequest.h"
+#include "interfaces/PackageInfoListRequest.h"
 #include "RPMPackager.h"
-#include "Serialization.h"
+#include "serial/Serialization.h"
 
 #include <gtest/gtest.h>
 

@@ -10,7 +10,7 @@
 #include "MasterPackageManager.h"
 #include "MasterServiceManager.h"
 #include "PackageWorld.h"
-#include "RPCServer.h"
+#include "rpc/RPCServer.h"
 #include "RPMPackager.h"
 #include "ServiceFakes.h"
 

@@ -4,7 +4,7 @@
 // package sets that can't boot completely.
 #include "BootWorld.h"
 #include "DirectoryWatch.h"
-#include "RPCClient.h"
+#include "rpc/RPCClient.h"
 #include "ReturnCodeOf.h"
 
 #include <gtest/gtest.h>

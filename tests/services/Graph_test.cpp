@@ -2,7 +2,7 @@
 // order with duplicates, and the walk's exact order, repeats included. The
 // boot sequencer starts services in exactly this order. Cycles end the walk.
 #include "Graph.h"
-#include "StringObject.h"
+#include "serial/StringObject.h"
 
 #include <gtest/gtest.h>
 

@@ -3,7 +3,7 @@
 // starts per tree and pass, repeated boot completion, restarts, the web
 // service's facility list and the power manager's coming up. The power
 // manager's end is proven over real processes in the boot tests.
-#include "FunctionCommand.h"
+#include "frame/FunctionCommand.h"
 #include "MasterServiceManager.h"
 #include "PlatformHelper.h"
 #include "ServiceFakes.h"

@@ -7,8 +7,8 @@
 
 #include "APPClient.h"
 #include "ApplicationFactory.h"
-#include "Exception.h"
-#include "IServiceManager.h"
+#include "frame/Exception.h"
+#include "interfaces/IServiceManager.h"
 #include "InputDriver.h"
 #include "TestSignal.h"
 #include "WEBClient.h"

@@ -1,7 +1,7 @@
 // The service command layer over fake clients: the uid list and its
 // notification, token hand-off to every client, listener fan-out while the
 // list changes, and the stub.
-#include "FunctionCommand.h"
+#include "frame/FunctionCommand.h"
 #include "ServiceFakes.h"
 #include "ServiceManager.h"
 #include "StubServiceManager.h"

@@ -1,6 +1,6 @@
 // The store against failures of the process around it: a writer killed at
 // random moments, a disk that fills up, a directory the writer may not touch.
-#include "EAVStore.h"
+#include "store/EAVStore.h"
 #include "ScratchDirectory.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 // The store in one process: its contract, its notifications, bad files, and
 // several threads at once.
-#include "EAVStore.h"
-#include "Exception.h"
+#include "store/EAVStore.h"
+#include "frame/Exception.h"
 #include "ScratchDirectory.h"
 
 #include <gtest/gtest.h>

@@ -1,11 +1,11 @@
 // The persistent settings database in a relocated "/root": its asymmetries,
 // persistence, and stored texts it can't read.
-#include "EAVStore.h"
-#include "Exception.h"
+#include "store/EAVStore.h"
+#include "frame/Exception.h"
 #include "MasterSettingsDB.h"
 #include "ScratchDirectory.h"
-#include "StringObject.h"
-#include "UInt32Object.h"
+#include "serial/StringObject.h"
+#include "serial/UInt32Object.h"
 
 #include <gtest/gtest.h>
 

@@ -1,11 +1,11 @@
 // The command layer, the stub and the state manager: what reaches the settings
 // thread, what comes back, and the listener walk.
-#include "Exception.h"
+#include "frame/Exception.h"
 #include "SettingsDB.h"
 #include "StateManager.h"
-#include "StringObject.h"
+#include "serial/StringObject.h"
 #include "StubSettingsDB.h"
-#include "UInt32Object.h"
+#include "serial/UInt32Object.h"
 
 #include <gtest/gtest.h>
 

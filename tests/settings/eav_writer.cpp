@@ -6,8 +6,8 @@
 //                       "full <code>"; exit 0 on a clean Exception
 //   open <dir>          open the store, as user "nobody" when run as root;
 //                       print "opened" (exit 0) or "failed <code>" (exit 1)
-#include "EAVStore.h"
-#include "Exception.h"
+#include "store/EAVStore.h"
+#include "frame/Exception.h"
 
 #include <csignal>
 #include <cstdio>

@@ -1,7 +1,7 @@
 // The ReturnCode of the Exception that `body` throws; ReturnSuccess if none.
 #pragma once
 
-#include "Exception.h"
+#include "frame/Exception.h"
 
 #include <functional>
 

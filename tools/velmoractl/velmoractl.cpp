@@ -1,9 +1,9 @@
 // velmoractl [--endpoint NAME] [--json] call <Interface.method> [params-json]
 // velmoractl [--endpoint NAME] [--json] watch [event...]
 // Exit status: 0 on success, 1 for a failed call, 2 for bad usage or no server.
-#include "Exception.h"
-#include "IRPC.h"
-#include "RPCClient.h"
+#include "frame/Exception.h"
+#include "interfaces/IRPC.h"
+#include "rpc/RPCClient.h"
 
 #include <chrono>
 #include <csignal>
