@@ -218,6 +218,7 @@ void MultiInputDriver::openSource(std::string const& path, unsigned int session)
     source->fd = std::move(fd);
     source->path = path;
     source->session = session;
+    source->regular = S_ISREG(status.st_mode);
     sources.push_back(std::move(source));
     VLOG(DebugLevelInfo, "input source %s for session %u\n", path.c_str(), session);
 }
@@ -262,7 +263,9 @@ bool MultiInputDriver::readSource(Source& source, std::vector<Delivery>& deliver
         deliveries.emplace_back(source.session, KeyEvent(code, record.value != 0));
     }
     source.pending.erase(0, used);
-    return true;
+    // A regular file reads short only at its end: dropped in the pass that
+    // delivers its last keys.
+    return !(source.regular && static_cast<std::size_t>(length) < sizeof(buffer));
 }
 
 std::vector<IWindowEvent::IInputEventListener*> MultiInputDriver::listenersOf(unsigned int session)

@@ -61,6 +61,7 @@ private:
         std::string path;
         unsigned int session = 0;
         std::string pending;    // bytes of an incomplete record
+        bool regular = false;   // a regular file, which ends
     };
     using Delivery = std::pair<unsigned int, IWindowEvent::KeyEvent>;
 
