@@ -62,10 +62,6 @@ public:
     void onServiceFailure(std::string const& name) override;
     void onServiceListChange(VectorObject<std::string> const& list) override;
 
-    // For tests and diagnostics, read on the manager's thread.
-    std::string const& getMasterUid() const { return masterUid; }
-    std::size_t getPendingLaunchCount() const { return pendingLaunches.size(); }
-
 protected:
     // Launch.
     // The record really launched: the caller's type, URL and parameters with

@@ -81,7 +81,10 @@ TEST(Windows, ALaunchIsAuthorizedFocusedAndEndsBackOnTheMasterWindow)
     EXPECT_TRUE(contains(media, "releaseClient " + app));
     EXPECT_TRUE(contains(media, "releaseClient RPC"));
     EXPECT_TRUE(contains(box.simulatorRecord("HUX"), "unregisterClient " + app));
+    // "singleton" ends every window but the master window: here, none.
+    box.windows->terminate("singleton");
     EXPECT_EQ(box.windows->windowCount(), 1u);
+    EXPECT_FALSE(contains(readLines(box.logOf("home")), "terminate"));
     EXPECT_EQ(zombieChildren(), 0);
 }
 
