@@ -158,27 +158,27 @@ unsigned int WindowManager::getZOrder(std::string const& uid)
     return await(*this, GetZOrderCommand(this, &WindowManager::_getOpacity, uid), "getZOrder");
 }
 
-void WindowManager::onAnimationFinished(std::string const& uid)
+void WindowManager::queueAnimationFinished(std::string const& uid)
 {
     queueCommand(new SurfaceAnimationFinishedCommand(this, &WindowManager::focusAfterAnimation, uid), true);
 }
 
-void WindowManager::onWakeUp(unsigned int reason)
+void WindowManager::queueWakeUp(unsigned int reason)
 {
     queueCommand(new WakeUpCommand(this, &WindowManager::_wakeUp, reason), true);
 }
 
-void WindowManager::onPowerStateChange(unsigned int state)
+void WindowManager::queuePowerStateChange(unsigned int state)
 {
     queueCommand(new PowerStateChangeCommand(this, &WindowManager::_powerStateChange, state), true);
 }
 
-void WindowManager::onPowerChangeRequest(unsigned int state)
+void WindowManager::queuePowerChangeRequest(unsigned int state)
 {
     queueCommand(new PowerChangeRequestCommand(this, &WindowManager::_powerChangeRequest, state), true);
 }
 
-void WindowManager::startUp() { queueCommand(new StartUpCommand(this, &WindowManager::_startup), true); }
+void WindowManager::queueStartUp() { queueCommand(new StartUpCommand(this, &WindowManager::_startup), true); }
 
 bool WindowManager::focusNotifyingOld(std::string const& uid) { return _setFocus(uid, true); }
 

@@ -177,14 +177,6 @@ public:
     void bringForward(std::string const&) override {}
     void sendBackward(std::string const&) override {}
 
-    // Queued notices from the platform.
-    void onAnimationFinished(std::string const& uid);
-    void onWakeUp(unsigned int reason);
-    void onPowerStateChange(unsigned int state);
-    void onPowerChangeRequest(unsigned int state);
-    // Queues the start-up of the session (the service manager's boot is complete).
-    void startUp();
-
     // Fan-out to the window listeners, on the caller's thread.
     void onWindowListChange(IWindowManager& manager, VectorObject<std::string> const& list) override;
     void onFocusChange(IWindowManager& manager, std::string const& oldFocus, std::string const& newFocus) override;
@@ -231,6 +223,15 @@ protected:
     virtual std::string _getWindowLayout();
     virtual LaunchParameters _getLaunchParameters(std::string const& uid);
     void _onApplicationListChange() override;
+
+    // The notices of the platform, queued to the manager's thread: the
+    // start-up of the session, a finished animation (focuses its window),
+    // a wake-up and the power transitions. Called by the listener operations.
+    void queueStartUp();
+    void queueAnimationFinished(std::string const& uid);
+    void queueWakeUp(unsigned int reason);
+    void queuePowerStateChange(unsigned int state);
+    void queuePowerChangeRequest(unsigned int state);
 
     // Ends the garbage collection and the thread; the first call of a
     // subclass destructor, so that no command runs into a half-destroyed object.

@@ -16,28 +16,11 @@ HUXClient::HUXClient(Client::Type type, std::string const& name)
 {
 }
 
-void HUXClient::sendUid(char const* method, std::string const& uid)
+void HUXClient::unregisterClient(std::string const& uid)
 {
     Json::Value params(Json::objectValue);
     params["uid"] = uid;
-    call(method, params);
-}
-
-void HUXClient::registerClient(std::string const& uid) { sendUid("IPowerManager.registerClient", uid); }
-
-void HUXClient::unregisterClient(std::string const& uid) { sendUid("IPowerManager.unregisterClient", uid); }
-
-void HUXClient::setPowerState(unsigned int state)
-{
-    Json::Value params(Json::objectValue);
-    params["state"] = state;
-    call("IPowerManager.setPowerState", params);
-}
-
-unsigned int HUXClient::getPowerState()
-{
-    Json::Value const state = call("IPowerManager.getPowerState", Json::Value(Json::objectValue));
-    return state.isUInt() ? state.asUInt() : 0;
+    call("IPowerManager.unregisterClient", params);
 }
 
 } // namespace Velmora

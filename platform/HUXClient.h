@@ -1,6 +1,6 @@
 // The client of the power manager (endpoint "HUX"). The window policy
-// registers nothing here itself; it unregisters a window that has gone, so
-// that the power manager forgets what that uid asked of it.
+// unregisters a window that has gone, so that the power manager forgets what
+// that uid asked of it.
 //
 // create() goes through a replaceable factory so tests can supply their own
 // clients (setFactory); the default factory builds this class.
@@ -26,14 +26,8 @@ public:
     // An empty name means the endpoint "HUX".
     HUXClient(Client::Type type, std::string const& name);
 
-    // Throw Exception when the power manager is unreachable or fails the call.
-    virtual void registerClient(std::string const& uid);
+    // Throws Exception when the power manager is unreachable or fails the call.
     virtual void unregisterClient(std::string const& uid);
-    virtual void setPowerState(unsigned int state);
-    virtual unsigned int getPowerState();
-
-private:
-    void sendUid(char const* method, std::string const& uid);
 };
 
 } // namespace Velmora

@@ -23,10 +23,4 @@ void QENClient::releaseClient(std::string const& name)
     call("IMediaEngine.releaseClient", params);
 }
 
-bool QENClient::getDmsStatus()
-{
-    Json::Value const status = call("IMediaEngine.getDmsStatus", Json::Value(Json::objectValue));
-    return status.isBool() && status.asBool();
-}
-
 } // namespace Velmora

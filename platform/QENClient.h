@@ -26,9 +26,8 @@ public:
     // An empty name means the endpoint "QEN".
     QENClient(Client::Type type, std::string const& name);
 
-    // Throw Exception when the engine is unreachable or fails the call.
+    // Throws Exception when the engine is unreachable or fails the call.
     virtual void releaseClient(std::string const& name);
-    virtual bool getDmsStatus();
 };
 
 } // namespace Velmora

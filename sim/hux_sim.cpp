@@ -1,6 +1,6 @@
 // The power manager of a box without hardware (endpoint "HUX"). It keeps the
-// power state the server asks for and records the clients registered and
-// unregistered ("registerClient <uid>", "unregisterClient <uid>"); power-key
+// power state the server asks for and records the clients unregistered
+// ("unregisterClient <uid>"); power-key
 // transitions and wake-ups are injected with Sim.emit
 // ("IPowerManager::onPowerStateChange", ...).
 #include "SimService.h"
@@ -17,7 +17,6 @@ public:
     {
         interfaces["IPowerManager"]["setPowerState"] = static_cast<RPCMethod>(&PowerManagerSim::setPowerState);
         interfaces["IPowerManager"]["getPowerState"] = static_cast<RPCMethod>(&PowerManagerSim::getPowerState);
-        interfaces["IPowerManager"]["registerClient"] = static_cast<RPCMethod>(&PowerManagerSim::registerClient);
         interfaces["IPowerManager"]["unregisterClient"] = static_cast<RPCMethod>(&PowerManagerSim::unregisterClient);
     }
 
@@ -33,14 +32,9 @@ private:
         return answer(method, Json::Value(state.load()));
     }
 
-    std::string registerClient(IRPC::RPCSynchronousMethodObject const& method) { return recordUid(method, "registerClient "); }
     std::string unregisterClient(IRPC::RPCSynchronousMethodObject const& method)
     {
-        return recordUid(method, "unregisterClient ");
-    }
-    std::string recordUid(IRPC::RPCSynchronousMethodObject const& method, std::string const& what)
-    {
-        record(what + paramsOf(method)["uid"].asString());
+        record("unregisterClient " + paramsOf(method)["uid"].asString());
         return answer(method);
     }
 

@@ -9,7 +9,7 @@ namespace Velmora {
 
 static char const MODULE[] = "MasterWindowManager";
 
-void MasterWindowManager::onBootComplete() { startUp(); }
+void MasterWindowManager::onBootComplete() { queueStartUp(); }
 
 void MasterWindowManager::onServiceFailure(std::string const& name)
 {
