@@ -37,12 +37,18 @@ WindowManager::WindowManager(unsigned int sessionIndex, ApplicationFactory* fact
 {
 }
 
-WindowManager::~WindowManager() { stop(); }
+WindowManager::~WindowManager() { WindowManager::uninit(); }
 
-void WindowManager::stop()
+void WindowManager::uninit()
 {
     unregisterPeriodicCommand(&garbageCollectionCommand);
-    uninit();
+    ApplicationManager::uninit();
+    if (isOwnThread())
+        return;
+    while (!applications.empty()) {
+        std::string const uid = applications.begin()->first;
+        ApplicationManager::_destroyApplication(uid);
+    }
 }
 
 void WindowManager::init()

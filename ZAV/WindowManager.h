@@ -10,7 +10,8 @@
 // getWindowLayout answers with the focused uid, and setWindowLayout ignores
 // its name and announces a change from LAYOUT_INVALID to LAYOUT_INVALID.
 //
-// Threads: public operations from any thread; those with an answer wait for
+// Threads: init() and uninit() belong to the owner's thread, which calls
+// uninit() before deleting the manager. Public operations from any thread; those with an answer wait for
 // the manager's thread, onBootComplete-style notices and dispatchEvent are
 // queued. focusedUid, the table and every `_` operation belong to the
 // manager's thread; sessionIndex is constant. windowListeners and its change
@@ -132,6 +133,12 @@ public:
 
     // ApplicationManager::init, then the garbage collection starts.
     void init() override;
+    // Ends the garbage collection and the thread, then every window (its
+    // client, and its process after the grace of the factory). The owner calls
+    // it before deleting the manager, so that neither a command nor a
+    // window's report meets a manager whose destruction has begun; the
+    // destructors call it again, which does nothing more.
+    void uninit() override;
 
     // The launch script for the parameters' applicationType; empty (and a
     // log line) for a type this build can't start locally.
@@ -232,10 +239,6 @@ protected:
     void queueWakeUp(unsigned int reason);
     void queuePowerStateChange(unsigned int state);
     void queuePowerChangeRequest(unsigned int state);
-
-    // Ends the garbage collection and the thread; the first call of a
-    // subclass destructor, so that no command runs into a half-destroyed object.
-    void stop();
 
     unsigned int const sessionIndex;
     GarbageCollectionPeriodicCommand garbageCollectionCommand;

@@ -25,7 +25,8 @@
 // - The master window counts towards the limit of two windows; it is never
 //   evicted and never ended by "singleton".
 //
-// Threads: public operations and listener calls from any thread, as in
+// Threads: the owner calls uninit() before deleting the manager. Public
+// operations and listener calls from any thread, as in
 // WindowManager; every `_` operation, pendingLaunches, masterUid and the
 // clients run on the manager's thread. The clients are owned.
 #pragma once

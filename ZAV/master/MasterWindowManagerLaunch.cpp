@@ -39,7 +39,7 @@ MasterWindowManager::MasterWindowManager(unsigned int sessionIndex, ApplicationF
 
 MasterWindowManager::~MasterWindowManager()
 {
-    stop();
+    WindowManager::uninit();
     delete powerClient;
     delete mediaClient;
     if (slaveClient) {

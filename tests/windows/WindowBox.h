@@ -274,6 +274,7 @@ public:
     ~WindowBox()
     {
         windows->removeListener(&journal);
+        windows->uninit();
         windows.reset();
         delete authorization; // getInstance() and the constructor each hold a reference
         delete authorization;
