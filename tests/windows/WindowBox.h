@@ -18,6 +18,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
@@ -33,6 +34,7 @@
 #include <csignal>
 #include <poll.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace WindowTest {
@@ -134,17 +136,19 @@ private:
 
 // The process factory of the box, with real processes dying in real time:
 // under the test clock the factory's grace periods pass in a few
-// milliseconds, so before it looks, a process that was killed (or asked to
-// end) is given real time to go. The factory then reaps it at its first look.
+// milliseconds, so before it looks, a process asked to end is given a moment
+// of real time, is then killed, and is waited for until it can be reaped.
+// The factory then reaps it at its first look.
 class PatientFactory : public Velmora::HWPApplicationFactory {
 public:
     void destroyApplication(std::string const& pid, bool forceful) override
     {
         pid_t const process = static_cast<pid_t>(std::stol(pid));
-        if (!ended(process, forceful ? 0 : 200)) {
+        if (forceful || !ended(process, 200))
             ::kill(process, SIGKILL);
-            ended(process, 30000);
-        }
+        siginfo_t info{};
+        while (::waitid(P_PID, static_cast<id_t>(process), &info, WEXITED | WNOWAIT) < 0 && errno == EINTR)
+            ;
         HWPApplicationFactory::destroyApplication(pid, forceful);
     }
 
@@ -154,11 +158,13 @@ private:
     {
         int const descriptor = static_cast<int>(::syscall(SYS_pidfd_open, process, 0));
         if (descriptor < 0)
-            return true;
+            return false;
         pollfd watch{descriptor, POLLIN, 0};
-        bool const done = ::poll(&watch, 1, milliseconds) == 1;
+        int ready = 0;
+        while ((ready = ::poll(&watch, 1, milliseconds)) < 0 && errno == EINTR)
+            ;
         ::close(descriptor);
-        return done;
+        return ready == 1;
     }
 };
 
