@@ -290,8 +290,10 @@ void ApplicationManager::_destroyApplication(std::string const& uid)
     if (APPClient* client = entry.getAPPClient())
         runLoggingExceptions(MODULE, __LINE__, "_destroyApplication", [client] { delete client; });
     bool forceful = entry.getLastReportedState() == ILifecycleManagement::STATE_RUNAWAY;
-    runLoggingExceptions(MODULE, __LINE__, "_destroyApplication",
-                         [&] { applicationFactory->destroyApplication(entry.getPid(), forceful); });
+    // An entry served by another server (a slave's window) has no process of ours to reap.
+    if (!entry.getPid().empty())
+        runLoggingExceptions(MODULE, __LINE__, "_destroyApplication",
+                             [&] { applicationFactory->destroyApplication(entry.getPid(), forceful); });
     applications.erase(found);
 }
 

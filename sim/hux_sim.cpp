@@ -1,6 +1,8 @@
 // The power manager of a box without hardware (endpoint "HUX"). It keeps the
-// power state the server asks for; power-key transitions and wake-ups are
-// injected with Sim.emit ("IPowerManager::onPowerStateChange", ...).
+// power state the server asks for and records the clients unregistered
+// ("unregisterClient <uid>"); power-key
+// transitions and wake-ups are injected with Sim.emit
+// ("IPowerManager::onPowerStateChange", ...).
 #include "SimService.h"
 
 #include <atomic>
@@ -15,6 +17,7 @@ public:
     {
         interfaces["IPowerManager"]["setPowerState"] = static_cast<RPCMethod>(&PowerManagerSim::setPowerState);
         interfaces["IPowerManager"]["getPowerState"] = static_cast<RPCMethod>(&PowerManagerSim::getPowerState);
+        interfaces["IPowerManager"]["unregisterClient"] = static_cast<RPCMethod>(&PowerManagerSim::unregisterClient);
     }
 
 private:
@@ -27,6 +30,12 @@ private:
     std::string getPowerState(IRPC::RPCSynchronousMethodObject const& method)
     {
         return answer(method, Json::Value(state.load()));
+    }
+
+    std::string unregisterClient(IRPC::RPCSynchronousMethodObject const& method)
+    {
+        record("unregisterClient " + paramsOf(method)["uid"].asString());
+        return answer(method);
     }
 
     std::atomic<unsigned int> state{0};

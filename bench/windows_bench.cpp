@@ -1,0 +1,265 @@
+// Window figures, over real processes, launch scripts, simulators and
+// certificates, as a box runs them:
+//   launch_to_focus_ratio         launch() to the onFocusChange that names the
+//                                 new window (the SDK's test program, started
+//                                 by its launch script), against the plainest
+//                                 way to do that work: fork and exec of the
+//                                 same program and its first message back
+//                                 over a Unix socket
+//   launch_to_focus_p99_ms        the 99th percentile of that time over 200
+//                                 launch and terminate cycles
+//   launch_cycles_rss_growth_kib  the resident memory after 2,000 cycles, less
+//                                 that after the first 100
+// The last two are measured once per run (their own benchmark time carries
+// the figure). Run pinned to one core (taskset -c 0), the ratio is the
+// _1core figure.
+#include "AuthorizationFixture.h"
+#include "FigureReporter.h"
+#include "FunctionCommand.h"
+#include "HWPApplicationFactory.h"
+#include "MasterWindowManager.h"
+#include "RPCClient.h"
+#include "RPCServer.h"
+#include "RuntimeDirectory.h"
+#include "ServiceManager.h"
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <cstring>
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <thread>
+
+#include <csignal>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using namespace Velmora;
+namespace fs = std::filesystem;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Waits, without polling, for the focus to name a window.
+class FocusWaiter : public IWindowManager::IWindowManagerListener {
+public:
+    void onKeepAlive(std::string const&, std::string const&) override {}
+    void onStateChange(std::string const&, std::string const&, std::string const&) override {}
+    void onError(std::string const&, std::string const&) override {}
+    void onWindowListChange(IWindowManager&, VectorObject<std::string> const&) override {}
+    void onLayoutChange(IWindowManager&, std::string const&, std::string const&) override {}
+    using IWindowCompositingListener::onLocationChange;
+    using IWindowCompositingListener::onOpacityChange;
+    using IWindowCompositingListener::onVisibilityChange;
+    using IWindowCompositingListener::onZOrderChange;
+    void onVisibilityChange(std::string const&, bool const&, bool const&) override {}
+    void onOpacityChange(std::string const&, unsigned int const&, unsigned int const&) override {}
+    void onZOrderChange(std::string const&, unsigned int const&, unsigned int const&) override {}
+    void onLocationChange(std::string const&, ISurfaceCompositing::Rect const&,
+                          ISurfaceCompositing::Rect const&) override {}
+    void onFocusChange(IWindowManager&, std::string const&, std::string const& newFocus) override
+    {
+        std::lock_guard lock(mutex);
+        focus = newFocus;
+        changed.notify_all();
+    }
+    void waitFor(std::string const& uid)
+    {
+        std::unique_lock lock(mutex);
+        changed.wait(lock, [&] { return focus == uid; });
+    }
+
+private:
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::string focus;
+};
+
+class Services : public ServiceManager {
+public:
+    explicit Services(ApplicationFactory* factory) : ServiceManager(factory, 0, nullptr) {}
+    Client::Type getClientType() override { return Client::Master; }
+    void start(std::string const& program)
+    {
+        FunctionCommand::run(*this, [&] { _createApplication(program, "{}"); });
+    }
+};
+
+// One session of a box with its services, made once per process.
+class BenchBox {
+public:
+    static BenchBox& get()
+    {
+        static BenchBox* box = new BenchBox;
+        return *box;
+    }
+
+    // One launch to its focus, in seconds; the window is gone again on return.
+    double cycle()
+    {
+        auto const start = Clock::now();
+        std::string const uid = windows->launch(
+            IWindowManager::LaunchParameters("", IWindowManager::APPLICATION_TYPE_OTHER, "bench", "", {}, false, false));
+        waiter.waitFor(uid);
+        double const seconds = std::chrono::duration<double>(Clock::now() - start).count();
+        windows->terminate(uid);
+        waiter.waitFor("");
+        windows->getWindowList(); // queued behind the end of the window
+        return seconds;
+    }
+
+    std::string const program = VELMORA_TEST_APP;
+
+private:
+    BenchBox()
+    {
+        fs::create_directories(sandbox.root / "usr/local/bin");
+        fs::create_directories(sandbox.root / "usr/local/etc/velmora");
+        for (auto const& script : fs::directory_iterator(VELMORA_LAUNCH_SCRIPTS))
+            fs::copy_file(script.path(), sandbox.root / "usr/local/bin" / script.path().filename());
+        VelmoraTest::writeFile(sandbox.root / "usr/local/etc/velmora/DORICProtected.crt",
+                               VelmoraTest::toPem(VelmoraTest::TestPki::get().doricHolder.get()));
+        setenv("VELMORA_RUNTIME_DIR", (sandbox.root / "run").c_str(), 1);
+        std::string const path = std::getenv("PATH") ? std::getenv("PATH") : "";
+        setenv("PATH",
+               ((sandbox.root / "usr/local/bin").string() + ":" + fs::path(program).parent_path().string() + ":" +
+                VELMORA_SIM_DIR + ":" + path)
+                   .c_str(),
+               1);
+        host.init();
+        services.init();
+        services.start("VelmoraQENExec");
+        services.start("velmora-hux");
+        for (char const* endpoint : {"QEN", "HUX"})
+            while (!reachable(endpoint))
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        AuthorizationAttributesManager::getInstance()->initialize(sandbox.issuerCertificate, sandbox.issuerKey,
+                                                                  &services);
+        windows = std::make_unique<MasterWindowManager>(0, &factory, 0, nullptr);
+        windows->addListener(&waiter);
+        windows->init();
+        windows->onBootComplete();
+        windows->getWindowList(); // after the start-up
+    }
+    static bool reachable(char const* endpoint)
+    {
+        try {
+            RPCClient client(1);
+            client.connect(endpoint);
+            return true;
+        } catch (Exception const&) {
+            return false;
+        }
+    }
+
+    VelmoraTest::Sandbox sandbox;
+    RPCServer host{"Host"};
+    HWPApplicationFactory factory;
+    Services services{&factory};
+    FocusWaiter waiter;
+    std::unique_ptr<MasterWindowManager> windows;
+};
+
+// The plain way: fork, exec the program, and read its first message on a Unix socket.
+double rawStart(std::string const& program)
+{
+    fs::path const socketPath = RuntimeDirectory::endpointPath("BenchRaw");
+    fs::remove(socketPath);
+    int const listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, socketPath.c_str(), sizeof(address.sun_path) - 1);
+    ::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof(address));
+    ::listen(listener, 1);
+    auto const start = Clock::now();
+    pid_t const child = ::fork();
+    if (child == 0) {
+        setenv("VELMORA_APP_HOSTNAME", "BenchRaw", 1);
+        setenv("VELMORA_APP_PARAMETERS", "{}", 1);
+        ::execlp(program.c_str(), program.c_str(), "", static_cast<char*>(nullptr));
+        ::_exit(1);
+    }
+    int const connection = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+    char first = 0;
+    ::read(connection, &first, 1);
+    double const seconds = std::chrono::duration<double>(Clock::now() - start).count();
+    ::close(connection);
+    ::close(listener);
+    ::kill(child, SIGKILL);
+    ::waitpid(child, nullptr, 0);
+    return seconds;
+}
+
+void BM_LaunchToFocus(benchmark::State& state)
+{
+    BenchBox& box = BenchBox::get();
+    for (auto _ : state)
+        state.SetIterationTime(box.cycle());
+}
+BENCHMARK(BM_LaunchToFocus)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(20);
+
+void BM_ForkExecFirstMessage(benchmark::State& state)
+{
+    BenchBox& box = BenchBox::get();
+    for (auto _ : state)
+        state.SetIterationTime(rawStart(box.program));
+}
+BENCHMARK(BM_ForkExecFirstMessage)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(20);
+
+// The benchmark's time is the 99th percentile of 200 cycles.
+void BM_LaunchToFocusP99(benchmark::State& state)
+{
+    BenchBox& box = BenchBox::get();
+    for (auto _ : state) {
+        std::vector<double> times;
+        for (int i = 0; i < 200; ++i)
+            times.push_back(box.cycle());
+        std::sort(times.begin(), times.end());
+        state.SetIterationTime(times[times.size() * 99 / 100]);
+    }
+}
+BENCHMARK(BM_LaunchToFocusP99)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(1)->Repetitions(1);
+
+long residentKiB()
+{
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.rfind("VmRSS:", 0) == 0)
+            return std::stol(line.substr(6));
+    return 0;
+}
+
+// The benchmark's time, in nanoseconds, is the growth in KiB (at least 1, so that the figure shows).
+void BM_LaunchCyclesRss(benchmark::State& state)
+{
+    BenchBox& box = BenchBox::get();
+    for (auto _ : state) {
+        for (int i = 0; i < 100; ++i)
+            box.cycle();
+        long const early = residentKiB();
+        for (int i = 100; i < 2000; ++i)
+            box.cycle();
+        state.SetIterationTime(std::max(1L, residentKiB() - early) * 1e-9);
+    }
+}
+BENCHMARK(BM_LaunchCyclesRss)->UseManualTime()->Unit(benchmark::kNanosecond)->Iterations(1)->Repetitions(1);
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    return VelmoraBench::runFigures(
+        argc, argv,
+        {{"launch_to_focus_ratio", "BM_LaunchToFocus/iterations:20/manual_time",
+          "BM_ForkExecFirstMessage/iterations:20/manual_time"},
+         {"launch_to_focus_p99_ms", "BM_LaunchToFocusP99/iterations:1/repeats:1/manual_time", "", 1e-6},
+         {"launch_cycles_rss_growth_kib", "BM_LaunchCyclesRss/iterations:1/repeats:1/manual_time", "", 1.0}});
+}

@@ -1,0 +1,19 @@
+// A window as seen by its manager: an application with a surface and focus.
+// Its listener family hears the application's reports, compositing changes
+// and focus changes.
+#pragma once
+
+#include "IApplication.h"
+#include "IWindowCompositing.h"
+#include "IWindowEvent.h"
+
+namespace Velmora {
+
+class IWindow : public virtual IApplication, public virtual IWindowCompositing, public virtual IWindowEvent {
+public:
+    class IWindowListener : public virtual IApplication::IApplicationListener,
+                            public virtual IWindowCompositing::IWindowCompositingListener,
+                            public virtual IWindowEvent::IWindowEventListener {};
+};
+
+} // namespace Velmora

@@ -1,0 +1,377 @@
+// A display session to test against, made of real pieces: a private sysroot
+// holding the project's launch scripts and a holder certificate, the
+// server's bus endpoint that programs dial, the media and power simulators
+// and a token-hearing service started by a service manager, the
+// authorization manager with test-time keys, and a MasterWindowManager with
+// the real process factory. Time is the test clock; the garbage collection
+// runs when a test calls collect().
+#pragma once
+
+#include "AuthorizationFixture.h"
+#include "FunctionCommand.h"
+#include "HWPApplicationFactory.h"
+#include "MasterWindowManager.h"
+#include "RPCClient.h"
+#include "RPCServer.h"
+#include "ServiceManager.h"
+#include "TestClock.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <csignal>
+#include <poll.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace WindowTest {
+
+namespace fs = std::filesystem;
+using Velmora::IWindowManager;
+using Lines = std::vector<std::string>;
+
+inline Lines readLines(fs::path const& path)
+{
+    std::ifstream file(path);
+    Lines lines;
+    for (std::string line; std::getline(file, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+// Polls `condition` every 10 ms for up to 30 s; the bound only catches hangs.
+template <class Condition>
+bool eventually(Condition condition)
+{
+    for (int i = 0; i < 3000 && !condition(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    return condition();
+}
+
+inline bool contains(Lines const& lines, std::string const& line)
+{
+    return std::find(lines.begin(), lines.end(), line) != lines.end();
+}
+
+// Children of this process that have ended and not been reaped.
+inline int zombieChildren()
+{
+    int zombies = 0;
+    for (auto const& entry : fs::directory_iterator("/proc")) {
+        std::ifstream stat(entry.path() / "stat");
+        std::string pid, name, state, parent;
+        if (stat >> pid >> name >> state >> parent && state == "Z" && parent == std::to_string(::getpid()))
+            ++zombies;
+    }
+    return zombies;
+}
+
+// What the window manager tells its listeners, one line each:
+// "focus <old>><new>", "error <uid>:<text>", "layout <old>><new>".
+class Journal : public IWindowManager::IWindowManagerListener {
+public:
+    void onKeepAlive(std::string const&, std::string const&) override {}
+    void onStateChange(std::string const&, std::string const&, std::string const&) override {}
+    void onError(std::string const& uid, std::string const& type) override { add("error " + uid + ":" + type); }
+    void onWindowListChange(IWindowManager&, Velmora::VectorObject<std::string> const&) override {}
+    void onFocusChange(IWindowManager&, std::string const& oldFocus, std::string const& newFocus) override
+    {
+        add("focus " + oldFocus + ">" + newFocus);
+    }
+    void onLayoutChange(IWindowManager&, std::string const& oldLayout, std::string const& newLayout) override
+    {
+        add("layout " + oldLayout + ">" + newLayout);
+    }
+    using IWindowCompositingListener::onLocationChange;
+    using IWindowCompositingListener::onOpacityChange;
+    using IWindowCompositingListener::onVisibilityChange;
+    using IWindowCompositingListener::onZOrderChange;
+    void onVisibilityChange(std::string const&, bool const&, bool const&) override {}
+    void onOpacityChange(std::string const&, unsigned int const&, unsigned int const&) override {}
+    void onZOrderChange(std::string const&, unsigned int const&, unsigned int const&) override {}
+    void onLocationChange(std::string const&, Velmora::ISurfaceCompositing::Rect const&,
+                          Velmora::ISurfaceCompositing::Rect const&) override {}
+
+    // Waits until `line` has been told; the lines told so far, from the next one on.
+    bool await(std::string const& line)
+    {
+        std::unique_lock lock(mutex);
+        return changed.wait_for(lock, std::chrono::seconds(30), [&] { return contains(lines, line); });
+    }
+    Lines all()
+    {
+        std::lock_guard lock(mutex);
+        return lines;
+    }
+    void clear()
+    {
+        std::lock_guard lock(mutex);
+        lines.clear();
+    }
+
+private:
+    void add(std::string line)
+    {
+        std::lock_guard lock(mutex);
+        lines.push_back(std::move(line));
+        changed.notify_all();
+    }
+    std::mutex mutex;
+    std::condition_variable changed;
+    Lines lines;
+};
+
+// The process factory of the box, with real processes dying in real time:
+// under the test clock the factory's grace periods pass in a few
+// milliseconds, so before it looks, a process asked to end is given a moment
+// of real time, is then killed, and is waited for until it can be reaped.
+// The factory then reaps it at its first look.
+class PatientFactory : public Velmora::HWPApplicationFactory {
+public:
+    void destroyApplication(std::string const& pid, bool forceful) override
+    {
+        pid_t const process = static_cast<pid_t>(std::stol(pid));
+        if (forceful || !ended(process, 200))
+            ::kill(process, SIGKILL);
+        siginfo_t info{};
+        while (::waitid(P_PID, static_cast<id_t>(process), &info, WEXITED | WNOWAIT) < 0 && errno == EINTR)
+            ;
+        HWPApplicationFactory::destroyApplication(pid, forceful);
+    }
+
+private:
+    // Waits up to `milliseconds` for the process to end, without reaping it.
+    static bool ended(pid_t process, int milliseconds)
+    {
+        int const descriptor = static_cast<int>(::syscall(SYS_pidfd_open, process, 0));
+        if (descriptor < 0)
+            return false;
+        pollfd watch{descriptor, POLLIN, 0};
+        int ready = 0;
+        while ((ready = ::poll(&watch, 1, milliseconds)) < 0 && errno == EINTR)
+            ;
+        ::close(descriptor);
+        return ready == 1;
+    }
+};
+
+// The manager with its table opened to the test, on the manager's thread. The
+// garbage collection runs only when the test calls collect().
+class Windows : public Velmora::MasterWindowManager {
+public:
+    using MasterWindowManager::MasterWindowManager;
+    void init() override
+    {
+        MasterWindowManager::init();
+        unregisterPeriodicCommand(&garbageCollectionCommand);
+    }
+    void onThread(std::function<void()> body) { Velmora::FunctionCommand::run(*this, std::move(body)); }
+    void collect()
+    {
+        onThread([this] { _garbageCollection(); });
+    }
+    std::string master()
+    {
+        std::string uid;
+        onThread([&] { uid = masterUid; });
+        return uid;
+    }
+    std::size_t windowCount()
+    {
+        std::size_t count = 0;
+        onThread([&] { count = applications.size(); });
+        return count;
+    }
+    std::size_t pending()
+    {
+        std::size_t count = 0;
+        onThread([&] { count = pendingLaunches.size(); });
+        return count;
+    }
+    std::string pidOf(std::string const& uid)
+    {
+        std::string pid;
+        onThread([&] {
+            if (ApplicationMapEntry* entry = _getApplicationEntry(uid))
+                pid = entry->getPid();
+        });
+        return pid;
+    }
+};
+
+// A service manager whose services hear every new token.
+class Services : public Velmora::ServiceManager {
+public:
+    explicit Services(Velmora::ApplicationFactory* factory) : ServiceManager(factory, 0, nullptr) {}
+    Velmora::Client::Type getClientType() override { return Velmora::Client::Master; }
+    std::string start(std::string const& program)
+    {
+        std::string uid;
+        Velmora::FunctionCommand::run(*this, [&] { uid = _createApplication(program, "{}"); });
+        return uid;
+    }
+};
+
+// Sets an environment variable for the scope: children forked meanwhile inherit it.
+class ScopedEnvironment {
+public:
+    ScopedEnvironment(std::string name, std::string const& value) : name(std::move(name))
+    {
+        setenv(this->name.c_str(), value.c_str(), 1);
+    }
+    ~ScopedEnvironment() { unsetenv(name.c_str()); }
+    ScopedEnvironment(ScopedEnvironment const&) = delete;
+    ScopedEnvironment& operator=(ScopedEnvironment const&) = delete;
+
+private:
+    std::string name;
+};
+
+// Host options of a box without a master window.
+inline std::vector<std::string> const NO_MASTER;
+
+class WindowBox {
+public:
+    // `options` follow the host's name, as on its command line.
+    explicit WindowBox(std::vector<std::string> options = {"--velmora:masterType", "OTHER", "--velmora:masterURL", "home"})
+        : arguments(makeArguments(std::move(options)))
+    {
+        fs::create_directories(bin);
+        fs::create_directories(etc);
+        fs::create_directories(runtime);
+        for (auto const& script : fs::directory_iterator(VELMORA_LAUNCH_SCRIPTS))
+            fs::copy_file(script.path(), bin / script.path().filename());
+        VelmoraTest::writeFile(etc / "DORICProtected.crt", VelmoraTest::toPem(VelmoraTest::TestPki::get().doricHolder.get()));
+        setenv("VELMORA_RUNTIME_DIR", runtime.c_str(), 1);
+        oldPath = std::getenv("PATH") ? std::getenv("PATH") : "";
+        setenv("PATH", (bin.string() + ":" + VELMORA_TEST_APP_DIR + ":" + VELMORA_SIM_DIR + ":" + oldPath).c_str(), 1);
+        setenv("VELMORA_SIM_LOG", (sandbox.root / "sim.log").c_str(), 1);
+        installProgram();
+        host.init();
+        services.init();
+        {
+            ScopedEnvironment log("VELMORA_TEST_APP_LOG", (sandbox.root / "service.log").string());
+            services.start("velmora-test-app");
+        }
+        services.start("VelmoraQENExec");
+        services.start("velmora-hux");
+        EXPECT_TRUE(eventually([&] { return simulatorUp("QEN") && simulatorUp("HUX"); }));
+        authorization = Velmora::AuthorizationAttributesManager::getInstance();
+        authorization->initialize(sandbox.issuerCertificate, sandbox.issuerKey, &services);
+        windows = std::make_unique<Windows>(0, &factory, static_cast<int>(argv.size()), argv.data());
+        windows->addListener(&journal);
+        windows->init();
+        windows->onBootComplete();
+        windows->master(); // waits for the start-up
+    }
+    ~WindowBox()
+    {
+        windows->removeListener(&journal);
+        windows->uninit();
+        windows.reset();
+        delete authorization; // getInstance() and the constructor each hold a reference
+        delete authorization;
+        unsetenv("VELMORA_SIM_LOG");
+        unsetenv("VELMORA_APP_PROGRAM");
+        unsetenv("VELMORA_RUNTIME_DIR");
+        setenv("PATH", oldPath.c_str(), 1);
+    }
+
+    // Launches `type` at `url`; the test program behind it logs to logOf(url)
+    // and first runs `behaviour`, shell lines that set its VELMORA_TEST_APP_*
+    // variables or exec another program. Behaviour is kept by URL, so a
+    // launch that is put off keeps it too.
+    std::string launch(std::string const& type, std::string const& url, std::string const& behaviour = "")
+    {
+        std::ofstream(sandbox.root / (url + ".env")) << behaviour << "\n";
+        return windows->launch(IWindowManager::LaunchParameters("", type, url, "", {}, false, false));
+    }
+    fs::path logOf(std::string const& url) const { return sandbox.root / (url + ".log"); }
+    bool appLogged(std::string const& url, std::string const& line) const
+    {
+        return eventually([&] { return contains(readLines(logOf(url)), line); });
+    }
+    // What a simulator was asked, by its own record.
+    Lines simulatorRecord(std::string const& endpoint)
+    {
+        Velmora::RPCClient client(1);
+        client.connect(endpoint);
+        Lines lines;
+        for (Json::Value const& line : client.callOrThrow("Sim.record", Json::Value(Json::objectValue)))
+            lines.push_back(line.asString());
+        return lines;
+    }
+    // Runs the garbage collection after `ticks` of silence.
+    void collectAfter(unsigned int ticks)
+    {
+        clock.advance(ticks);
+        windows->collect();
+    }
+
+    Velmora::TestClock clock;
+    VelmoraTest::Sandbox sandbox;
+    fs::path const bin = sandbox.root / "usr/local/bin";
+    fs::path const etc = sandbox.root / "usr/local/etc/velmora";
+    fs::path const runtime = sandbox.root / "run";
+    std::string oldPath;
+    std::vector<std::string> arguments;
+    std::vector<char*> argv = pointers(arguments);
+    Velmora::RPCServer host{"Host"};
+    PatientFactory factory;
+    Services services{&factory};
+    Velmora::AuthorizationAttributesManager* authorization = nullptr;
+    Journal journal;
+    std::unique_ptr<Windows> windows;
+
+private:
+    static std::vector<std::string> makeArguments(std::vector<std::string> options)
+    {
+        options.insert(options.begin(), "velmora-server");
+        return options;
+    }
+    static std::vector<char*> pointers(std::vector<std::string>& words)
+    {
+        std::vector<char*> result;
+        for (std::string& word : words)
+            result.push_back(word.data());
+        return result;
+    }
+    // What the launch scripts start: the test program, told its log and
+    // behaviour by the window's URL (up to any query).
+    void installProgram()
+    {
+        fs::path const program = sandbox.root / "test-program";
+        std::ofstream(program) << "#!/bin/sh\n"
+                               << "url=$(printf '%s' \"$VELMORA_APP_PARAMETERS\" | sed -n "
+                               << "'s/.*\"applicationURL\":\"\\([^\"?]*\\).*/\\1/p')\n"
+                               << "export VELMORA_TEST_APP_LOG=\"" << sandbox.root.string() << "/$url.log\"\n"
+                               << "[ -f \"" << sandbox.root.string() << "/$url.env\" ] && . \"" << sandbox.root.string()
+                               << "/$url.env\"\n"
+                               << "exec velmora-test-app\n";
+        fs::permissions(program, fs::perms::owner_all);
+        setenv("VELMORA_APP_PROGRAM", program.c_str(), 1);
+    }
+    bool simulatorUp(std::string const& endpoint)
+    {
+        try {
+            return !simulatorRecord(endpoint).empty();
+        } catch (Velmora::Exception const&) {
+            return false;
+        }
+    }
+};
+
+} // namespace WindowTest

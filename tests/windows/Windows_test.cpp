@@ -1,0 +1,179 @@
+// Windows over real processes: a launch from its authorization to its focus
+// and back to the master window, the eviction of the oldest window with the
+// one waiting launch, the focus rules, the records and the choice of script,
+// and launches and terminations from several threads at once.
+#include "WindowBox.h"
+
+#include "ReturnCodeOf.h"
+#include "Serialization.h"
+
+#include <algorithm>
+
+using namespace Velmora;
+using namespace WindowTest;
+
+namespace {
+
+using Entry = ApplicationManager::ApplicationMapEntry;
+
+long countOf(Lines const& lines, std::string const& line) { return std::count(lines.begin(), lines.end(), line); }
+
+} // namespace
+
+TEST(Windows, ALaunchIsAuthorizedFocusedAndEndsBackOnTheMasterWindow)
+{
+    WindowBox box;
+    std::string const master = box.windows->master();
+    ASSERT_FALSE(master.empty());
+    ASSERT_TRUE(box.journal.await("focus >" + master));
+    IWindowManager::LaunchParameters const home = box.windows->getLaunchParameters(master);
+    EXPECT_EQ(home.getAuthorizationToken(), master);
+    EXPECT_EQ(home.getApplicationURL(), "home?sessionIndex=0");
+    EXPECT_EQ(home.getCompositingParameters().zOrder, 12u);
+    EXPECT_FALSE(home.getCompositingParameters().overlay);
+    // The token reached the running service through the service manager.
+    EXPECT_TRUE(box.appLogged("service", "IServiceManager.authorizationTokenCreation " + master));
+
+    box.journal.clear();
+    std::string const app = box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "app");
+    ASSERT_FALSE(app.empty());
+    ASSERT_TRUE(box.journal.await("focus >" + app));
+    // The focus left the master window at the launch, and came to the new one when it ran.
+    EXPECT_EQ(box.journal.all(), (Lines{"focus " + master + ">", "focus >" + app}));
+    EXPECT_TRUE(box.appLogged("home", "visible 0"));
+    EXPECT_TRUE(box.appLogged("app", "visible 1"));
+    IWindowManager::LaunchParameters const launched = box.windows->getLaunchParameters(app);
+    EXPECT_EQ(launched.getAuthorizationToken(), app);
+    EXPECT_EQ(launched.getCompositingParameters().zOrder, 11u);
+    EXPECT_TRUE(launched.getCompositingParameters().overlay);
+    EXPECT_TRUE(launched.getGiveFocus());
+    EXPECT_TRUE(box.appLogged("service", "IServiceManager.authorizationTokenCreation " + app));
+    Lines expected{app, master};
+    std::sort(expected.begin(), expected.end());
+    VectorObject<std::string> const list = box.windows->getWindowList();
+    EXPECT_EQ(Lines(list.begin(), list.end()), expected);
+
+    // Focus requests blur the window that has the focus first, even when it is the same one.
+    box.journal.clear();
+    EXPECT_FALSE(box.windows->setFocus("nobody"));
+    EXPECT_EQ(box.windows->getWindowLayout(), "");
+    EXPECT_TRUE(box.windows->setFocus(app));
+    EXPECT_TRUE(box.windows->setFocus(app));
+    EXPECT_EQ(box.windows->getWindowLayout(), app);
+    box.windows->setWindowLayout("grid");
+    EXPECT_EQ(box.journal.all(), (Lines{"focus " + app + ">", "focus >" + app, "focus " + app + ">" + app,
+                                        "layout INVALID>INVALID"}));
+    EXPECT_TRUE(box.appLogged("app", "focus 0"));
+    EXPECT_EQ(readLines(box.logOf("app")).back(), "focus 1");
+    // The manager's own compositing does nothing: windows draw themselves.
+    box.windows->setZOrder(app, 3);
+    EXPECT_EQ(box.windows->getZOrder(app), 0u);
+    EXPECT_FALSE(box.windows->getVisibility(app));
+
+    // The window ends: no blur goes to it, and the master window comes back.
+    box.journal.clear();
+    box.windows->terminate(app);
+    ASSERT_TRUE(box.journal.await("focus >" + master));
+    EXPECT_EQ(box.journal.all(), (Lines{"focus >", "focus >" + master}));
+    EXPECT_TRUE(box.appLogged("home", "event")); // the key that tells it it came up
+    EXPECT_EQ(countOf(readLines(box.logOf("home")), "visible 1"), 2);
+    Lines const media = box.simulatorRecord("QEN");
+    EXPECT_TRUE(contains(media, "releaseClient " + app));
+    EXPECT_TRUE(contains(media, "releaseClient RPC"));
+    EXPECT_TRUE(contains(box.simulatorRecord("HUX"), "unregisterClient " + app));
+    // "singleton" ends every window but the master window: here, none.
+    box.windows->terminate("singleton");
+    EXPECT_EQ(box.windows->windowCount(), 1u);
+    EXPECT_FALSE(contains(readLines(box.logOf("home")), "terminate"));
+    EXPECT_EQ(zombieChildren(), 0);
+}
+
+TEST(Windows, AFullTableEvictsTheOldestAndStartsOnlyTheLatestWaitingLaunch)
+{
+    WindowBox box; // the master window and one application fill it
+    std::string const master = box.windows->master();
+    ASSERT_TRUE(box.journal.await("focus >" + master));
+    std::string const stubborn =
+        box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "stubborn", "export VELMORA_TEST_APP_ON_TERMINATE=ignore");
+    ASSERT_TRUE(box.journal.await("focus >" + stubborn));
+
+    EXPECT_EQ(box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "second"), "");
+    EXPECT_EQ(box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "third"), "");
+    EXPECT_EQ(box.windows->pending(), 1u);
+    EXPECT_TRUE(eventually([&] { return countOf(readLines(box.logOf("stubborn")), "terminate") == 2; }));
+    EXPECT_EQ(box.windows->windowCount(), 2u);
+
+    // It ignored both requests: the collection ends it, and the waiting launch starts.
+    box.collectAfter(Entry::RUNNING_TIMEOUT_DELAY + 1);
+    EXPECT_TRUE(box.appLogged("third", "focus 1"));
+    EXPECT_FALSE(fs::exists(box.logOf("second")));
+    EXPECT_EQ(box.windows->pending(), 0u);
+    EXPECT_EQ(box.windows->windowCount(), 2u);
+    EXPECT_EQ(box.windows->master(), master);
+    EXPECT_EQ(zombieChildren(), 0);
+}
+
+TEST(Windows, ConcurrentLaunchesAndTerminationsSettle)
+{
+    WindowBox box(NO_MASTER);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 3; ++t)
+        threads.emplace_back([&] {
+            for (int i = 0; i < 4; ++i) {
+                std::string const uid = box.windows->launch(
+                    IWindowManager::LaunchParameters("", IWindowManager::APPLICATION_TYPE_OTHER, "crowd", "", {}, false, false));
+                box.windows->getWindowList();
+                box.windows->getFocus();
+                if (!uid.empty())
+                    returnCodeOf([&] { box.windows->terminate(uid); });
+            }
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_TRUE(eventually([&] {
+        returnCodeOf([&] { box.windows->terminate("singleton"); });
+        box.collectAfter(Entry::INITIAL_TIMEOUT_DELAY + 1);
+        return box.windows->windowCount() == 0 && box.windows->pending() == 0;
+    }));
+    EXPECT_EQ(zombieChildren(), 0);
+}
+
+TEST(WindowRecords, LaunchParametersTravelAsJsonAndPickTheirScript)
+{
+    ISurfaceManagement::CreationSettings const settings(1, {1280, 720}, false, 255, 11, {0, 0, 1280, 720}, false,
+                                                         true, true);
+    IWindowManager::LaunchParameters const record("7", IWindowManager::APPLICATION_TYPE_WEBAPP, "u", "p", settings,
+                                                  true, false);
+    auto const back = deserialize<IWindowManager::LaunchParameters>(record.serialize());
+    EXPECT_EQ(back.serialize(), record.serialize());
+    EXPECT_EQ(back.getCompositingParameters().location.dimensions.width, 1280u);
+    EXPECT_TRUE(back.getCompositingParameters().flagTwo);
+    // The application's own record reads the same text, and a bare record reads as defaults.
+    EXPECT_EQ(deserialize<IApplicationManager::LaunchParameters>(record.serialize()).getApplicationURL(), "u");
+    EXPECT_FALSE(deserialize<IWindowManager::LaunchParameters>("{}").getGiveFocus());
+
+    char const* words[] = {"host", "--velmora:masterURL", "page", "--velmora:masterType", "WEBPAGE", "--velmora:masterParameters"};
+    IWindowManager::LaunchParameters const fromLine(6, const_cast<char**>(words));
+    EXPECT_EQ(fromLine.getApplicationURL(), "page");
+    EXPECT_EQ(fromLine.getApplicationType(), "WEBPAGE");
+    EXPECT_EQ(fromLine.getApplicationParameters(), "");
+
+    HWPApplicationFactory factory;
+    Windows windows(0, &factory, 0, nullptr);
+    windows.init();
+    auto const script = [&](char const* type) {
+        return windows.getExecutableName(IWindowManager::LaunchParameters("", type, "", "", {}, false, false));
+    };
+    EXPECT_EQ(script(IWindowManager::APPLICATION_TYPE_WEBPAGE), "start_webkit.sh");
+    EXPECT_EQ(script(IWindowManager::APPLICATION_TYPE_WEBGLAPP), "start_webkitGl.sh");
+    EXPECT_EQ(script(IWindowManager::APPLICATION_TYPE_AIRGL), "start_air3.x.sh");
+    EXPECT_EQ(script(IWindowManager::APPLICATION_TYPE_WFDPLAYER), "start_wfd_player.sh");
+    EXPECT_EQ(script(IWindowManager::APPLICATION_TYPE_OTHER), "start_other.sh");
+    EXPECT_EQ(script(IWindowManager::APPLICATION_TYPE_ANDROID), "");
+    EXPECT_EQ(script(IWindowManager::APPLICATION_TYPE_INVALID), "");
+    {
+        ScopedEnvironment newWebkit("VELMORA_USE_NEW_WEBKIT", "");
+        EXPECT_EQ(script(IWindowManager::APPLICATION_TYPE_WEBBROWSER), "start_webkitGl.sh");
+    }
+    EXPECT_EQ(windows.getLocation("any").dimensions.width, 0u);
+}
