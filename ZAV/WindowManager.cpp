@@ -1,9 +1,9 @@
 #include "WindowManager.h"
 
-#include "DebugPrint.h"
-#include "Exception.h"
-#include "ListenerList.h"
-#include "Serialization.h"
+#include "frame/DebugPrint.h"
+#include "frame/Exception.h"
+#include "frame/ListenerList.h"
+#include "serial/Serialization.h"
 
 #include <cstdlib>
 

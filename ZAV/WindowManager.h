@@ -20,9 +20,9 @@
 #pragma once
 
 #include "ApplicationManager.h"
-#include "IWindow.h"
-#include "IWindowManager.h"
-#include "ReturningCommand.h"
+#include "interfaces/IWindow.h"
+#include "interfaces/IWindowManager.h"
+#include "frame/ReturningCommand.h"
 
 #include <memory>
 #include <string>

@@ -1,7 +1,6 @@
-# libvelmora_windows: the window records, the window command layer and the
-# window policy, and the launch scripts that the factory starts windows with.
+# libvelmora_windows: the window command layer and the window policy, and
+# the launch scripts that the factory starts windows with.
 add_library(velmora_windows SHARED
-  ${PROJECT_SOURCE_DIR}/framework/ISurfaceManagement.cpp ${PROJECT_SOURCE_DIR}/framework/IWindowManager.cpp
   ${CMAKE_CURRENT_LIST_DIR}/WindowManager.cpp
   ${CMAKE_CURRENT_LIST_DIR}/master/MasterWindowManagerLaunch.cpp
   ${CMAKE_CURRENT_LIST_DIR}/master/MasterWindowManagerFocus.cpp

@@ -32,7 +32,7 @@
 #pragma once
 
 #include "HUXClient.h"
-#include "IServiceManager.h"
+#include "interfaces/IServiceManager.h"
 #include "QENClient.h"
 #include "WindowManager.h"
 #include "ZAVClient.h"

@@ -3,9 +3,9 @@
 // fails such a call gets the death mark and the garbage collection removes it.
 #include "MasterWindowManager.h"
 
-#include "DebugPrint.h"
-#include "Exception.h"
-#include "Serialization.h"
+#include "frame/DebugPrint.h"
+#include "frame/Exception.h"
+#include "serial/Serialization.h"
 
 namespace Velmora {
 

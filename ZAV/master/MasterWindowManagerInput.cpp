@@ -2,8 +2,8 @@
 // notices.
 #include "MasterWindowManager.h"
 
-#include "DebugPrint.h"
-#include "Exception.h"
+#include "frame/DebugPrint.h"
+#include "frame/Exception.h"
 
 namespace Velmora {
 

@@ -3,11 +3,11 @@
 #include "MasterWindowManager.h"
 
 #include "AuthorizationAttributesManager.h"
-#include "DebugPrint.h"
-#include "Exception.h"
-#include "OSTime.h"
-#include "Serialization.h"
-#include "SysRoot.h"
+#include "frame/DebugPrint.h"
+#include "frame/Exception.h"
+#include "frame/OSTime.h"
+#include "serial/Serialization.h"
+#include "frame/SysRoot.h"
 
 #include <cstdlib>
 #include <cstring>

@@ -12,11 +12,11 @@
 // and leaves the rest at its defaults.
 #pragma once
 
-#include "IApplicationManager.h"
-#include "ISurfaceManagement.h"
-#include "IWindowCompositing.h"
-#include "IWindowEvent.h"
-#include "VectorObject.h"
+#include "interfaces/IApplicationManager.h"
+#include "interfaces/ISurfaceManagement.h"
+#include "interfaces/IWindowCompositing.h"
+#include "interfaces/IWindowEvent.h"
+#include "serial/VectorObject.h"
 
 #include <string>
 

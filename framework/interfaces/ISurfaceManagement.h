@@ -2,7 +2,7 @@
 // policy fills them in for every window; the compositor interprets the flags.
 #pragma once
 
-#include "ISurfaceCompositing.h"
+#include "interfaces/ISurfaceCompositing.h"
 
 namespace Velmora {
 

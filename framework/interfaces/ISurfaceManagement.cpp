@@ -1,6 +1,6 @@
-#include "ISurfaceManagement.h"
+#include "interfaces/ISurfaceManagement.h"
 
-#include "Serialization.h"
+#include "serial/Serialization.h"
 
 namespace Velmora {
 

@@ -1,6 +1,6 @@
-#include "IWindowManager.h"
+#include "interfaces/IWindowManager.h"
 
-#include "Serialization.h"
+#include "serial/Serialization.h"
 
 #include <cstring>
 

@@ -3,9 +3,9 @@
 // and focus changes.
 #pragma once
 
-#include "IApplication.h"
-#include "IWindowCompositing.h"
-#include "IWindowEvent.h"
+#include "interfaces/IApplication.h"
+#include "interfaces/IWindowCompositing.h"
+#include "interfaces/IWindowEvent.h"
 
 namespace Velmora {
 
