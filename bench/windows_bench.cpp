@@ -15,12 +15,12 @@
 // _1core figure.
 #include "AuthorizationFixture.h"
 #include "FigureReporter.h"
-#include "FunctionCommand.h"
+#include "frame/FunctionCommand.h"
 #include "HWPApplicationFactory.h"
 #include "MasterWindowManager.h"
-#include "RPCClient.h"
-#include "RPCServer.h"
-#include "RuntimeDirectory.h"
+#include "rpc/RPCClient.h"
+#include "rpc/RPCServer.h"
+#include "rpc/RuntimeDirectory.h"
 #include "ServiceManager.h"
 
 #include <benchmark/benchmark.h>

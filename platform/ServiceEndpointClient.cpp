@@ -1,8 +1,8 @@
 #include "ServiceEndpointClient.h"
 
-#include "DebugPrint.h"
-#include "Exception.h"
-#include "RPCClient.h"
+#include "frame/DebugPrint.h"
+#include "frame/Exception.h"
+#include "rpc/RPCClient.h"
 
 namespace Velmora {
 

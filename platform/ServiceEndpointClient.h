@@ -9,7 +9,7 @@
 #pragma once
 
 #include "Client.h"
-#include "Mutex.h"
+#include "frame/Mutex.h"
 
 #include <json/value.h>
 

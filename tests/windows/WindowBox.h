@@ -8,13 +8,13 @@
 #pragma once
 
 #include "AuthorizationFixture.h"
-#include "FunctionCommand.h"
+#include "frame/FunctionCommand.h"
 #include "HWPApplicationFactory.h"
 #include "MasterWindowManager.h"
-#include "RPCClient.h"
-#include "RPCServer.h"
+#include "rpc/RPCClient.h"
+#include "rpc/RPCServer.h"
 #include "ServiceManager.h"
-#include "TestClock.h"
+#include "frame/TestClock.h"
 
 #include <gtest/gtest.h>
 

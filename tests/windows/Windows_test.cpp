@@ -5,7 +5,7 @@
 #include "WindowBox.h"
 
 #include "ReturnCodeOf.h"
-#include "Serialization.h"
+#include "serial/Serialization.h"
 
 #include <algorithm>
 
