@@ -121,7 +121,7 @@ TEST_F(APPClientTest, ProgramRegistersReportsAndAnswersServerCalls)
 
     // The program answers and leaves at once. Rarely, on a loaded machine,
     // its answer is not seen before its end and the call fails with "the peer
-    // went away": a fault not found yet (see the closing note). What this test
+    // went away": a fault not found yet. What this test
     // guards is that the request arrives in order and the program ends well.
     if (returnCodeOf([&] { app.terminate("5001"); }) != ReturnSuccess)
         std::fprintf(stderr, "terminate: the answer was lost as the program ended\n");
