@@ -66,12 +66,7 @@ int main()
         if (onTerminate == "ignore")
             return;
         app.reportState("TERMINATED");
-        // Leave once the answer to terminate has had time to go out: an answer
-        // queued behind an earlier write is not yet flushed by disconnect.
-        std::thread([] {
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
-            requestExit();
-        }).detach();
+        requestExit(); // the answer to terminate goes out as the connection closes
     });
     app.onFocus([](bool focus) { logLine(std::string("focus ") + (focus ? "1" : "0")); });
     app.onVisibility([](bool visible) { logLine(std::string("visible ") + (visible ? "1" : "0")); });

@@ -47,11 +47,19 @@ void RPCClient::connectPath(std::string const& path)
 
 void RPCClient::disconnect()
 {
-    // The handlers still running finish first, so that their answers go out;
-    // then the connection ends at once on this thread.
+    // The handlers still running finish first; what they and others sent is
+    // written out (up to the call deadline, for a peer that does not read);
+    // then the connection ends on this thread. A loop thread cannot wait for
+    // its own loop, so there the output still queued is dropped.
     auto const current = getConnection();
-    if (context)
+    if (context) {
+        context->stopHandlers();
+        if (current && !context->isLoopThread()) {
+            current->closeAfterOutput();
+            current->waitClosed(RPCConnection::defaultTimeoutMs());
+        }
         context->stop();
+    }
     if (current)
         current->closeStopped();
     {

@@ -280,6 +280,12 @@ void RPCConnection::closeStopped()
     closed();
 }
 
+bool RPCConnection::waitClosed(unsigned int timeoutMs)
+{
+    std::unique_lock lock(mutex);
+    return closedCondition.wait_for(lock, std::chrono::milliseconds(timeoutMs), [this] { return !open; });
+}
+
 void RPCConnection::closed()
 {
     {
@@ -287,6 +293,7 @@ void RPCConnection::closed()
         if (!open)
             return;
         open = false;
+        closedCondition.notify_all();
         for (auto& [id, call] : pending) {
             call->lost = true;
             call->done = true;

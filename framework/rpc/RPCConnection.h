@@ -78,6 +78,10 @@ public:
 
     // Closes the transport; the close runs on the transport's thread.
     virtual void close() = 0;
+    // Closes the transport once the output queued so far has been written.
+    virtual void closeAfterOutput() { close(); }
+    // Waits until the connection has closed or `timeoutMs` has passed; true if closed.
+    bool waitClosed(unsigned int timeoutMs);
     // Once the context's threads have been joined, a close scheduled by
     // close() never runs: this ends the connection at once, from the thread
     // that stopped the context (the socket closes, calls in flight fail, the
@@ -118,6 +122,7 @@ private:
 
     IHandler& handler;
     mutable std::mutex mutex;
+    std::condition_variable closedCondition;
     bool open = true;
     unsigned long long nextId = 1;
     std::map<unsigned long long, std::shared_ptr<PendingCall>> pending;

@@ -19,6 +19,16 @@ RPCIoContext::RPCIoContext(unsigned int ioThreads, unsigned int handlerThreads)
 
 RPCIoContext::~RPCIoContext() { stop(); }
 
+void RPCIoContext::stopHandlers() { implementation->workers->stop(); }
+
+bool RPCIoContext::isLoopThread() const
+{
+    for (auto const& thread : implementation->threads)
+        if (thread.get_id() == std::this_thread::get_id())
+            return true;
+    return false;
+}
+
 void RPCIoContext::stop()
 {
     if (stopped)

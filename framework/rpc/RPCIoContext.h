@@ -23,6 +23,11 @@ public:
 
     // Ends the loop and the handler pool and joins their threads; idempotent.
     void stop();
+    // Ends the handler pool only: the handlers still running finish first, and
+    // the loop goes on writing what they sent.
+    void stopHandlers();
+    // True on one of the loop's own threads, which must never wait for the loop.
+    bool isLoopThread() const;
     // Shared by everything bound to the loop, which keeps it alive.
     std::shared_ptr<Impl> const& impl() { return implementation; }
 

@@ -44,6 +44,11 @@ public:
         asio::dispatch(strand, [self = shared()] { self->shutdown(); });
     }
 
+    void closeAfterOutput() override
+    {
+        asio::dispatch(strand, [self = shared()] { self->shutdownAfterOutput(); });
+    }
+
 protected:
     void write(std::string text) override
     {
@@ -91,6 +96,12 @@ private:
     {
         VLOG(DebugLevelWarning, "onRead(): message over %zu bytes, closing\n", MAX_MESSAGE_SIZE);
         send("{\"error\":{\"code\":-32600,\"message\":\"Message too large\"},\"id\":null,\"jsonrpc\":\"2.0\"}\n");
+        shutdownAfterOutput();
+    }
+
+    // On the strand: hangs up now, or once the queued output is written.
+    void shutdownAfterOutput()
+    {
         std::unique_lock lock(outputMutex);
         if (!output.empty()) {
             closeAfterWrite = true;

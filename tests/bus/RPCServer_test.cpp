@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <condition_variable>
 #include <memory>
@@ -20,6 +21,8 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 
 using namespace Velmora;
 using BusTest::RawPeer;
@@ -314,6 +317,40 @@ TEST_F(RPCServerTest, DisconnectEndsCallsInFlightAndAClientMayDeleteItself)
     } // closes the connection: the client hears it on its own thread
     std::unique_lock lock(mutex);
     EXPECT_TRUE(deleted.wait_for(lock, std::chrono::seconds(30), [&] { return gone; }));
+}
+
+// A program that answers terminate and leaves at once: what its client
+// queued behind a full socket still goes out before disconnect() returns.
+TEST_F(RPCServerTest, ADisconnectingClientWritesOutWhatItQueued)
+{
+    int const listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    runtime.socket("R").copy(address.sun_path, sizeof(address.sun_path) - 1);
+    ASSERT_EQ(0, ::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof(address)));
+    ASSERT_EQ(0, ::listen(listener, 1));
+
+    RPCClient client;
+    client.connectPath(runtime.socket("R"));
+    int const peer = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+    ::close(listener);
+    ASSERT_GE(peer, 0);
+    constexpr int MESSAGES = 16;
+    for (int n = 0; n < MESSAGES; ++n) // far beyond the socket buffer: most of it queues
+        client.notify("IX::n", json(R"({"pad":")" + std::string(256 * 1024, 'p') + R"("})"));
+    client.notify("IX::last", Json::Value());
+
+    std::string received;
+    std::thread reader([&] {
+        char chunk[65536];
+        for (ssize_t n; (n = ::recv(peer, chunk, sizeof(chunk), 0)) > 0;)
+            received.append(chunk, static_cast<std::size_t>(n));
+    });
+    client.disconnect();
+    reader.join();
+    ::close(peer);
+    EXPECT_EQ(MESSAGES + 1, std::count(received.begin(), received.end(), '\n'));
+    EXPECT_NE(std::string::npos, received.find("IX::last"));
 }
 
 TEST_F(RPCServerTest, APeerThatHangsUpMidCallFailsTheCallAtOnce)
