@@ -245,7 +245,10 @@ void RPCConnection::completeCall(Json::Value const& message)
         auto const found = pending.find(id.asUInt64());
         if (found == pending.end())
             return; // late answer to a call that already gave up
+        // Out of the table at once: a close that follows before the caller
+        // wakes must not turn this answer into a loss.
         call = found->second;
+        pending.erase(found);
         Reply& reply = call->reply;
         if (message.isMember("error")) {
             Json::Value const& error = message["error"];

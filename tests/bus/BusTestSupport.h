@@ -163,6 +163,8 @@ inline Output finish(FILE* pipe)
 // A Unix socket peer driven byte by byte.
 class RawPeer {
 public:
+    // Takes over a connected socket (one that a test accepted).
+    explicit RawPeer(int accepted) : fd(accepted), connected(accepted >= 0) {}
     explicit RawPeer(std::string const& path)
     {
         fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);

@@ -319,21 +319,43 @@ TEST_F(RPCServerTest, DisconnectEndsCallsInFlightAndAClientMayDeleteItself)
     EXPECT_TRUE(deleted.wait_for(lock, std::chrono::seconds(30), [&] { return gone; }));
 }
 
+// A bare Unix listener in the runtime directory, for a client to dial.
+class RawListener {
+public:
+    explicit RawListener(std::string path) : path(std::move(path))
+    {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        this->path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+        ::unlink(this->path.c_str());
+        bound = ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0 && ::listen(fd, 1) == 0;
+    }
+    ~RawListener() { ::close(fd); }
+    int accept() { return ::accept4(fd, nullptr, nullptr, SOCK_CLOEXEC); }
+
+    std::string const path;
+    int const fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    bool bound = false;
+};
+
+std::string readAll(int fd)
+{
+    std::string received;
+    char chunk[65536];
+    for (ssize_t n; (n = ::recv(fd, chunk, sizeof(chunk), 0)) > 0;)
+        received.append(chunk, static_cast<std::size_t>(n));
+    return received;
+}
+
 // A program that answers terminate and leaves at once: what its client
 // queued behind a full socket still goes out before disconnect() returns.
 TEST_F(RPCServerTest, ADisconnectingClientWritesOutWhatItQueued)
 {
-    int const listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    runtime.socket("R").copy(address.sun_path, sizeof(address.sun_path) - 1);
-    ASSERT_EQ(0, ::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof(address)));
-    ASSERT_EQ(0, ::listen(listener, 1));
-
+    RawListener listener(runtime.socket("R"));
+    ASSERT_TRUE(listener.bound);
     RPCClient client;
-    client.connectPath(runtime.socket("R"));
-    int const peer = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
-    ::close(listener);
+    client.connectPath(listener.path);
+    int const peer = listener.accept();
     ASSERT_GE(peer, 0);
     constexpr int MESSAGES = 16;
     for (int n = 0; n < MESSAGES; ++n) // far beyond the socket buffer: most of it queues
@@ -341,16 +363,35 @@ TEST_F(RPCServerTest, ADisconnectingClientWritesOutWhatItQueued)
     client.notify("IX::last", Json::Value());
 
     std::string received;
-    std::thread reader([&] {
-        char chunk[65536];
-        for (ssize_t n; (n = ::recv(peer, chunk, sizeof(chunk), 0)) > 0;)
-            received.append(chunk, static_cast<std::size_t>(n));
-    });
+    std::thread reader([&] { received = readAll(peer); });
     client.disconnect();
     reader.join();
     ::close(peer);
     EXPECT_EQ(MESSAGES + 1, std::count(received.begin(), received.end(), '\n'));
     EXPECT_NE(std::string::npos, received.find("IX::last"));
+}
+
+// The other side of it: a peer that answers and hangs up at once. The hang-up
+// often lands before the caller has woken; the answer must still count.
+TEST_F(RPCServerTest, AnAnswerFollowedAtOnceByAHangUpIsNotLost)
+{
+    RawListener listener(runtime.socket("R"));
+    ASSERT_TRUE(listener.bound);
+    for (int round = 0; round < 50; ++round) {
+        RPCClient client;
+        client.connectPath(listener.path);
+        RawPeer peer(listener.accept());
+        std::thread answerer([&] {
+            peer.readLine();
+            peer.send(R"({"jsonrpc":"2.0","id":1,"result":"bye"})" "\n");
+            ::shutdown(peer.fd, SHUT_RDWR);
+        });
+        RPCConnection::Reply reply;
+        EXPECT_NO_THROW(reply = client.call("ILifecycleManagement.terminate", Json::Value())) << "round " << round;
+        answerer.join();
+        ASSERT_TRUE(reply.ok) << "round " << round;
+        EXPECT_EQ("bye", reply.result.asString());
+    }
 }
 
 TEST_F(RPCServerTest, APeerThatHangsUpMidCallFailsTheCallAtOnce)
