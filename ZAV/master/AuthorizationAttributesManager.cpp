@@ -148,7 +148,16 @@ AuthorizationAttributesManager::Rights AuthorizationAttributesManager::lookupAut
 {
     Mutex::ScopedLock lock(&mutex);
     auto found = authorizationTokens.find(token);
-    return found == authorizationTokens.end() ? Rights() : found->second;
+    return found == authorizationTokens.end() ? Rights() : *found->second;
+}
+
+std::shared_ptr<AuthorizationAttributesManager::Rights const>
+AuthorizationAttributesManager::sharedRights(Rights const& allowed)
+{
+    for (auto const& rights : distinctRights)
+        if (*rights == allowed)
+            return rights;
+    return distinctRights.emplace_back(std::make_shared<Rights const>(allowed));
 }
 
 bool AuthorizationAttributesManager::RetreiveACIssuerPrivateKey()

@@ -7,7 +7,9 @@
 // applyAttributeCertificate checks such a certificate against the holder and
 // the issuer's certificate and mints a random 32-bit token for the rights it
 // carries. Tokens are kept for the life of the process and handed to the
-// service manager, which passes them on to every service. The text forms work
+// service manager, which passes them on to every service. Since a box mints a
+// token per launch for months, tokens with equal rights share one immutable
+// copy of them: the table grows by a map node per launch, not by the rights. The text forms work
 // in memory; the file-name forms read (and write) the caller's files.
 //
 // Threads: initialize() runs once, before anything else, unlocked. The four
@@ -36,8 +38,10 @@
 #include <cstdint>
 #include <cstdio>
 #include <map>
+#include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace Velmora {
 
@@ -140,8 +144,12 @@ private:
     // The X509_NAME of the first directoryName in `names`, or null.
     static X509_NAME* firstDirectoryName(GENERAL_NAMES const* names);
 
+    // The shared copy of `allowed`: an equal one already held, or a new one.
+    std::shared_ptr<Rights const> sharedRights(Rights const& allowed);
+
     RulesSet rulesSet;
-    std::map<uint32_t, Rights> authorizationTokens;
+    std::map<uint32_t, std::shared_ptr<Rights const>> authorizationTokens;
+    std::vector<std::shared_ptr<Rights const>> distinctRights; // one per different set of rights
     std::string acIssuerCertificatePath;
     std::string acIssuerPrivateKeyPath;
     Mutex mutex{"AuthorizationAttributesManager"};

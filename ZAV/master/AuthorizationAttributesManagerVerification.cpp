@@ -230,7 +230,7 @@ uint32_t AuthorizationAttributesManager::mintToken(Rights const& allowed)
     uint32_t token = drawFreeToken();
     if (token == 0)
         return 0;
-    authorizationTokens[token] = allowed;
+    authorizationTokens[token] = sharedRights(allowed);
     // The token stands here even when a service can't be told: there is no
     // rollback of the services that were.
     if (serviceManager != nullptr)
