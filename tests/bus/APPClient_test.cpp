@@ -1,5 +1,6 @@
 #include "BusTestSupport.h"
 #include "ReturnCodeOf.h"
+#include "Signal.h"
 
 #include "APPClient.h"
 #include "frame/Exception.h"
@@ -8,7 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include <condition_variable>
 #include <fstream>
 #include <iterator>
 #include <map>
@@ -212,19 +212,14 @@ TEST_F(APPClientTest, AClientDeletedFromItsOwnReportGoesQuietly)
             if (state != "RUNNING")
                 return;
             delete doomed;
-            std::lock_guard lock(mutex);
-            gone = true;
-            deleted.notify_all();
+            gone.raise();
         }
         APPClient* doomed = nullptr;
-        std::mutex mutex;
-        std::condition_variable deleted;
-        bool gone = false;
+        VelmoraTest::Signal gone;
     } deleter;
     deleter.doomed = new APPClient(Client::Master, "5007");
     deleter.doomed->addListener(&deleter);
     deleter.doomed->init();
     start("5007", {{"VELMORA_TEST_APP_STATES", "RUNNING,SUSPENDED"}});
-    std::unique_lock lock(deleter.mutex);
-    EXPECT_TRUE(deleter.deleted.wait_for(lock, std::chrono::seconds(30), [&] { return deleter.gone; }));
+    EXPECT_TRUE(deleter.gone.waitFor(1));
 }

@@ -85,43 +85,40 @@ TEST(ListenerList, AddFiltersByFamilyAndKeepsOneEntryPerListener)
     EXPECT_FALSE(removeListener(notifier.list, &a));
 }
 
-TEST(ListenerList, AListenerRemovingItselfMakesTheWalkGoOnAtTheSecondElement)
+// A change of the list from inside a call makes the walk go on at the second
+// element of the new list: a listener removing itself skips the one that moved
+// into its place, an added one makes later listeners hear twice, and the last
+// one removing itself ends the walk.
+TEST(ListenerList, ChangesFromInsideACallRestartTheWalkAtTheSecondElement)
 {
-    std::vector<std::string> calls;
-    Notifier notifier;
-    Recorder a("a", calls), b("b", calls), c("c", calls);
-    for (Recorder* r : {&a, &b, &c})
-        notifier.add(r);
-    notifier.changed = false;
-    a.action = [&] { notifier.remove(&a); }; // list becomes b, c: the walk resumes at c
-    notifier.notify();
-    EXPECT_EQ(calls, (std::vector<std::string>{"a", "c"}));
-    EXPECT_FALSE(notifier.changed);
-}
-
-TEST(ListenerList, AnAddedListenerRestartsTheWalkSoLaterListenersMayHearTwice)
-{
-    std::vector<std::string> calls;
-    Notifier notifier;
-    Recorder a("a", calls), b("b", calls), c("c", calls), d("d", calls);
-    for (Recorder* r : {&a, &b, &c})
-        notifier.add(r);
-    notifier.changed = false;
-    c.action = [&] { notifier.add(&d); }; // after c: back to the second element
-    notifier.notify();
-    EXPECT_EQ(calls, (std::vector<std::string>{"a", "b", "c", "b", "c", "d"}));
-}
-
-TEST(ListenerList, TheLastListenerRemovingItselfEndsTheWalk)
-{
-    std::vector<std::string> calls;
-    Notifier notifier;
-    Recorder a("a", calls);
-    notifier.add(&a);
-    a.action = [&] { notifier.remove(&a); };
-    notifier.notify();
-    EXPECT_EQ(calls, (std::vector<std::string>{"a"}));
-    EXPECT_TRUE(notifier.list.empty());
+    struct Case {
+        int listeners;
+        int acting;    // the listener whose call changes the list
+        bool removes;  // itself; otherwise it adds "d"
+        std::vector<std::string> calls;
+    } const cases[] = {
+        {3, 0, true, {"a", "c"}},
+        {3, 2, false, {"a", "b", "c", "b", "c", "d"}},
+        {1, 0, true, {"a"}},
+    };
+    for (Case const& each : cases) {
+        std::vector<std::string> calls;
+        Notifier notifier;
+        Recorder a("a", calls), b("b", calls), c("c", calls), d("d", calls);
+        Recorder* const all[] = {&a, &b, &c};
+        for (int i = 0; i < each.listeners; ++i)
+            notifier.add(all[i]);
+        notifier.changed = false;
+        Recorder* const acting = all[each.acting];
+        if (each.removes)
+            acting->action = [&] { notifier.remove(acting); };
+        else
+            acting->action = [&] { notifier.add(&d); };
+        notifier.notify();
+        EXPECT_EQ(calls, each.calls);
+        EXPECT_EQ(notifier.list.size(), static_cast<std::size_t>(each.listeners + (each.removes ? -1 : 1)));
+        EXPECT_FALSE(notifier.changed) << "the walk consumed the change";
+    }
 }
 
 // A listener removed while another thread is inside a call into it may be

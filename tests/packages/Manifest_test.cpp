@@ -7,7 +7,7 @@
 #include "PackageWorld.h"
 #include "RPMPackager.h"
 #include "frame/SysRoot.h"
-#include "TestSignal.h"
+#include "Journal.h"
 
 #include <gtest/gtest.h>
 
@@ -24,97 +24,55 @@
 
 using namespace Velmora;
 using VelmoraTest::PackageWorld;
-using VelmoraTest::TestSignal;
+using VelmoraTest::Journal;
 namespace fs = std::filesystem;
 
 namespace {
 
-struct Ends : IPackageInstaller::IPackageInstallerListener {
+// Each listener notes what it hears as one line of its journal.
+struct Ends : IPackageInstaller::IPackageInstallerListener, Journal {
     int onRequestEnd(VectorObject<std::string> const& packages, std::string const& operation,
                      ReturnCode result) override
     {
         std::string text = operation + ":" + std::to_string(result);
         for (auto const& name : packages)
             text += " " + name;
-        {
-            std::lock_guard lock(mutex);
-            ends.push_back(text);
-        }
-        signal.notify();
+        add(text);
         return 0;
     }
-    bool waitForEnds(std::size_t count)
-    {
-        return signal.waitFor([&] { return snapshot().size() >= count; });
-    }
-    std::vector<std::string> snapshot()
-    {
-        std::lock_guard lock(mutex);
-        return ends;
-    }
-    std::mutex mutex;
-    std::vector<std::string> ends;
-    TestSignal signal;
 };
 
-struct ManifestEvents : IPackageManager::IPackageManagerListener {
+struct ManifestEvents : IPackageManager::IPackageManagerListener, Journal {
     int onPackageInfoChanged() override { return 0; }
     int onPackageManifestChanged(std::string const& entity, std::string const& attribute,
                                  std::string const&) override
     {
-        {
-            std::lock_guard lock(mutex);
-            seen.push_back(entity + "/" + attribute);
-        }
-        signal.notify();
+        add(entity + "/" + attribute);
         return 0;
     }
     int onPackageRepositoryChanged() override { return 0; }
-    bool heard(std::string const& change)
-    {
-        std::lock_guard lock(mutex);
-        return std::find(seen.begin(), seen.end(), change) != seen.end();
-    }
-    std::mutex mutex;
-    std::vector<std::string> seen;
-    TestSignal signal;
 };
 
 // What the packager announces, from whichever thread refreshes.
-struct Announcements : PackagerListener {
+struct Announcements : PackagerListener, Journal {
     int onPackagerSettingsChange() override { return 0; }
     int onPackagerManifestChange(std::string const& entity, std::string const& attribute, std::string const&) override
     {
-        std::lock_guard lock(mutex);
-        seen.push_back(entity + "/" + attribute);
+        add(entity + "/" + attribute);
         return 0;
     }
     int onPackagerManifestCommit() override
     {
-        {
-            std::lock_guard lock(mutex);
-            seen.push_back("commit");
-        }
-        signal.notify();
+        add("commit");
         return 0;
     }
-    std::vector<std::string> take()
-    {
-        std::lock_guard lock(mutex);
-        return std::exchange(seen, {});
-    }
-    std::mutex mutex;
-    std::vector<std::string> seen;
-    TestSignal signal;
 };
 
 std::vector<std::string> manifestNames(Packager& packager)
 {
     VectorObject<ManifestPackageInfo> list;
     packager.getManifestPackageInfoList(PackageInfoListRequest({}), list);
-    std::vector<std::string> out;
-    for (auto const& record : list)
-        out.push_back(record.getName());
+    std::vector<std::string> out = VelmoraTest::namesOf(list);
     std::sort(out.begin(), out.end());
     return out;
 }
@@ -378,10 +336,10 @@ TEST(Installer, InstallsAndRemovesThroughTheManifestAndEndsEveryRequest)
     installer.packageInstall(VectorObject<std::string>{"needy"}, true);
     installer.packageRemove(VectorObject<std::string>{"fig"}, false);
     installer.packageRemove(VectorObject<std::string>{"not-installed"}, false);
-    ASSERT_TRUE(ends.waitForEnds(7));
+    ASSERT_TRUE(ends.waitForSize(7));
     EXPECT_EQ((std::vector<std::string>{"install:7", "install:7 fig nowhere", "install:0 fig", "install:7 needy",
                                         "install:0 needy", "remove:0 fig", "remove:7 not-installed"}),
-              ends.snapshot());
+              ends.all());
     EXPECT_EQ("needy", packager.getPackageInfo("needy").getName());
     EXPECT_EQ("", packager.getPackageInfo("fig").getName());
     EXPECT_TRUE(fs::exists(world.root() / "var/lib/rpm"));
@@ -415,8 +373,8 @@ TEST(Installer, ARepositoryFileNameIsOnlyEverThatFile)
     installer.init();
     installer.packageInstall(VectorObject<std::string>{"fig"}, false);
     installer.packageInstall(VectorObject<std::string>{"apple"}, false);
-    ASSERT_TRUE(ends.waitForEnds(2));
-    EXPECT_EQ((std::vector<std::string>{"install:0 fig", "install:7 apple"}), ends.snapshot());
+    ASSERT_TRUE(ends.waitForSize(2));
+    EXPECT_EQ((std::vector<std::string>{"install:0 fig", "install:7 apple"}), ends.all());
     EXPECT_FALSE(fs::exists(world.root() / "PWNED"));
     EXPECT_EQ("fig", packager.getPackageInfo("fig").getName());
     EXPECT_EQ("", packager.getPackageInfo("date").getName());
@@ -444,12 +402,12 @@ TEST(Monitor, ManifestFollowsTheRepositoryAndTellsTheCatalogue)
     manager.init();
 
     world.offer("apple");
-    ASSERT_TRUE(events.signal.waitFor([&] { return events.heard("apple/Path"); }));
+    ASSERT_TRUE(events.waitFor([&] { return events.has("apple/Path"); }));
     EXPECT_EQ("apple", manager.getManifestPackageInfo("apple").getName());
     // A removal tells nobody: the refresh that follows it is the one the next file's row shows.
     fs::remove(world.repository() / "apple-1.0.rpm");
     world.offer("date");
-    ASSERT_TRUE(events.signal.waitFor([&] { return events.heard("date/Path"); }));
+    ASSERT_TRUE(events.waitFor([&] { return events.has("date/Path"); }));
     auto const left = manager.getManifestPackageInfoList(VectorObject<std::string>{});
     ASSERT_EQ(1u, left.size());
     EXPECT_EQ("date", left[0].getName());
@@ -467,8 +425,8 @@ TEST(Monitor, SilentUpdateInstallsWhatArrivesWithForce)
     packager.init("", "", "");
 
     world.offer("needy"); // its dependency is missing: only a forced install succeeds
-    ASSERT_TRUE(ends.waitForEnds(1));
-    EXPECT_EQ("install:0 needy", ends.snapshot().front());
+    ASSERT_TRUE(ends.waitForSize(1));
+    EXPECT_EQ("install:0 needy", ends.all().front());
     EXPECT_EQ("needy", packager.getPackageInfo("needy").getName());
 }
 
@@ -482,7 +440,7 @@ TEST(Monitor, TimedUpdateRefreshesWithoutEvents)
     EXPECT_EQ(1u, packager.getTimedManifestUpdateSec());
     packager.addListener(&announced);
     packager.init("", "", "");
-    EXPECT_TRUE(announced.signal.waitFor([&] { return packager.getManifestPackageInfo("date").getName() == "date"; }));
+    EXPECT_TRUE(announced.waitFor([&] { return packager.getManifestPackageInfo("date").getName() == "date"; }));
     packager.removeListener(&announced);
 }
 
@@ -515,12 +473,12 @@ TEST(Monitor, ARepositoryThatComesLaterOrAgainIsWatched)
     packager.init("", "", "");
     fs::create_directory(world.repository());
     world.offer("apple");
-    EXPECT_TRUE(announced.signal.waitFor([&] { return packager.getPackageURI("apple") != ""; }));
+    EXPECT_TRUE(announced.waitFor([&] { return packager.getPackageURI("apple") != ""; }));
 
     fs::remove_all(world.repository());
     fs::create_directory(world.repository());
     world.offer("date");
-    EXPECT_TRUE(announced.signal.waitFor([&] { return packager.getPackageURI("date") != ""; }));
+    EXPECT_TRUE(announced.waitFor([&] { return packager.getPackageURI("date") != ""; }));
     packager.removeListener(&announced);
 }
 
@@ -539,7 +497,7 @@ TEST(Monitor, ASignalDoesNotEndTheMonitor)
     sigaction(SIGUSR1, &quiet, &saved);
     packager.init("", "", "");
     world.offer("apple"); // once its row is there, the monitor is named and back in its wait
-    ASSERT_TRUE(announced.signal.waitFor([&] { return packager.getPackageURI("apple") != ""; }));
+    ASSERT_TRUE(announced.waitFor([&] { return packager.getPackageURI("apple") != ""; }));
     pid_t monitor = 0;
     for (auto const& task : fs::directory_iterator("/proc/self/task")) {
         std::ifstream comm(task.path() / "comm");
@@ -553,7 +511,7 @@ TEST(Monitor, ASignalDoesNotEndTheMonitor)
     for (int i = 0; i < 1000; ++i)
         syscall(SYS_tgkill, getpid(), monitor, SIGUSR1);
     world.offer("date");
-    EXPECT_TRUE(announced.signal.waitFor([&] { return packager.getPackageURI("date") != ""; }));
+    EXPECT_TRUE(announced.waitFor([&] { return packager.getPackageURI("date") != ""; }));
     packager.removeListener(&announced);
     sigaction(SIGUSR1, &saved, nullptr);
 }
