@@ -150,7 +150,6 @@ TEST_F(ApplicationTable, OptionsSetTheFirstDelayAndTheHostname)
     EXPECT_EQ(manager.getApplicationHostname(), "Box");
     manager.create("app", "{}");
     EXPECT_EQ(factory.lastHostname, "Box");
-    EXPECT_EQ(ApplicationManager::ApplicationMapEntry::RUNNING_TIMEOUT_DELAY, 6000u);
 
     TestManager trailing(&factory, {"host", "--velmora:gcInitDelay"});
     trailing.init();

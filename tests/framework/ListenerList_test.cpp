@@ -3,13 +3,13 @@
 #include "interfaces/ILifecycleManagement.h"
 #include "interfaces/IWindowEvent.h"
 #include "frame/ListenerList.h"
+#include "Journal.h"
+#include "Signal.h"
 
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <condition_variable>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -125,47 +125,28 @@ TEST(ListenerList, ChangesFromInsideACallRestartTheWalkAtTheSecondElement)
 // destroyed once removal returns: removal waits for that call.
 TEST(ListenerList, RemovalWaitsForACallInFlightOnAnotherThread)
 {
-    struct Blocker : Family {
+    struct Blocker : Family, VelmoraTest::Journal {
         void onKeepAlive(std::string const&, std::string const&) override {}
         void onStateChange(std::string const&, std::string const&, std::string const&) override
         {
-            std::unique_lock lock(mutex);
-            entered = true;
-            changed.notify_all();
-            changed.wait(lock, [this] { return released; });
-            events.push_back("call ended");
+            add("call began");
+            released.waitFor(1);
+            add("call ended");
         }
-        void record(std::string event)
-        {
-            std::lock_guard lock(mutex);
-            events.push_back(std::move(event));
-            changed.notify_all();
-        }
-        std::mutex mutex;
-        std::condition_variable changed;
-        bool entered = false;
-        bool released = false;
-        std::vector<std::string> events;
+        VelmoraTest::Signal released;
     } blocker;
     Notifier notifier;
     notifier.add(&blocker);
     std::thread caller([&] { notifier.notify(); });
-    {
-        std::unique_lock lock(blocker.mutex);
-        blocker.changed.wait(lock, [&] { return blocker.entered; });
-    }
+    EXPECT_TRUE(blocker.waitFor([&] { return blocker.has("call began"); }));
     std::thread remover([&] {
         notifier.remove(&blocker);
-        blocker.record("removed");
+        blocker.add("removed");
     });
-    {
-        // A removal that does not wait shows here; one that waits lets this pass by.
-        std::unique_lock lock(blocker.mutex);
-        blocker.changed.wait_for(lock, std::chrono::milliseconds(500), [&] { return !blocker.events.empty(); });
-        blocker.released = true;
-        blocker.changed.notify_all();
-    }
+    // A removal that does not wait shows here; one that waits lets this pass by.
+    blocker.waitFor([&] { return blocker.has("removed"); }, std::chrono::milliseconds(500));
+    blocker.released.raise();
     remover.join();
     caller.join();
-    EXPECT_EQ(blocker.events, (std::vector<std::string>{"call ended", "removed"}));
+    EXPECT_EQ(blocker.all(), (std::vector<std::string>{"call began", "call ended", "removed"}));
 }

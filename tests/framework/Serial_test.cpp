@@ -190,7 +190,9 @@ TEST(Serial, LaunchParametersReadLeniantlyButRejectWrongTypes)
               ReturnInvalidParameter);
 }
 
-TEST(Serial, PointerVectorsShareTheirElementsAndNeverFreeThem)
+// A list of pointers shares its elements, clone included, and never frees
+// them; what a reader builds is the caller's. Other clones share nothing.
+TEST(Serial, PointerVectorsShareTheirElementsAndClonesShareNothingElse)
 {
     auto first = std::make_unique<StringObject>("one");
     auto second = std::make_unique<UInt32Object>(2);
@@ -206,23 +208,19 @@ TEST(Serial, PointerVectorsShareTheirElementsAndNeverFreeThem)
         text = list.serialize();
     }
     EXPECT_EQ(first->getValue(), "one"); // still alive after both lists died
-
     auto back = deserialize<VectorObject<SerialObject*>>(text);
     ASSERT_EQ(back.size(), 2u);
-    std::unique_ptr<SerialObject> a(back[0]), b(back[1]); // the reader owns what it built
+    std::unique_ptr<SerialObject> a(back[0]), b(back[1]);
     EXPECT_EQ(dynamic_cast<StringObject*>(a.get())->getValue(), "one");
     EXPECT_EQ(dynamic_cast<UInt32Object*>(b.get())->getValue(), 2u);
-}
 
-TEST(Serial, ClonesShareNothingWithTheirSource)
-{
     MapObject<MapObject<int>> source;
     source["i"]["f"] = 1;
     std::unique_ptr<SerialObject> clone(source.clone());
     source["i"]["f"] = 2;
     source["j"]["g"] = 3;
-    auto* copy = dynamic_cast<MapObject<MapObject<int>>*>(clone.get());
-    ASSERT_NE(copy, nullptr);
-    EXPECT_EQ((*copy)["i"]["f"], 1);
-    EXPECT_EQ(copy->count("j"), 0u);
+    auto* map = dynamic_cast<MapObject<MapObject<int>>*>(clone.get());
+    ASSERT_NE(map, nullptr);
+    EXPECT_EQ((*map)["i"]["f"], 1);
+    EXPECT_EQ(map->count("j"), 0u);
 }

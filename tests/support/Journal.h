@@ -45,11 +45,12 @@ public:
     }
     bool has(std::string const& line) const { return count(line) > 0; }
 
-    // True once `condition` holds, tested now and after every new line.
+    // True once `condition` holds, tested now and after every new line; false
+    // if it still does not after `bound`.
     template <class Condition>
-    bool waitFor(Condition condition)
+    bool waitFor(Condition condition, std::chrono::milliseconds bound = std::chrono::seconds(30))
     {
-        auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        auto const deadline = std::chrono::steady_clock::now() + bound;
         std::unique_lock lock(mutex);
         for (;;) {
             unsigned long const seen = version;
