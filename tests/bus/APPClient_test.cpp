@@ -180,7 +180,7 @@ TEST_F(APPClientTest, APageRegistersReportsRunningAndAnswersTheServer)
     std::string const command = std::string("node --experimental-websocket --no-warnings ") + VELMORA_PAGE_APP + " " +
                                 std::to_string(server.getPort()) + " '{\"authorizationToken\":\"6001\"}'";
     FILE* page = ::popen(command.c_str(), "r");
-    ASSERT_TRUE(waitFor([&] { return reports.count() == 2; }));
+    ASSERT_TRUE(waitFor([&] { return reports.size() == 2; }));
     EXPECT_EQ((std::vector<std::string>{"6001 RUNNING", "6001 alive RUNNING"}), reports.all());
     EXPECT_EQ("RUNNING", app.getState("6001"));
     app.handleFocus("6001", true);

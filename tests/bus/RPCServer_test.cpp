@@ -185,15 +185,15 @@ TEST_F(RPCServerTest, NotificationsReachOnlyTheirSubscribersInOrder)
     server.handleRPCNotification("IX::a", "{\"v\":1}\n");
     server.handleRPCNotification("IX::b", "[]");
     server.handleRPCNotification(IRPC::RPCNotificationObject("IX::a", "{\"v\":2}"));
-    ASSERT_TRUE(waitFor([&] { return allInbox.count() == 3 && namedInbox.count() == 2; }));
+    ASSERT_TRUE(waitFor([&] { return allInbox.size() == 3 && namedInbox.size() == 2; }));
     EXPECT_EQ((std::vector<std::string>{"IX::a {\"v\":1}", "IX::b []", "IX::a {\"v\":2}"}), allInbox.all());
     EXPECT_EQ((std::vector<std::string>{"IX::a {\"v\":1}", "IX::a {\"v\":2}"}), namedInbox.all());
 
     ASSERT_TRUE(named.call("RPC.unsubscribe", json(R"({"events":["IX::a"]})")).ok);
     server.handleRPCNotification("IX::a", "{}");
-    ASSERT_TRUE(waitFor([&] { return allInbox.count() == 4; }));
-    EXPECT_EQ(2u, namedInbox.count());
-    EXPECT_EQ(0u, noneInbox.count());
+    ASSERT_TRUE(waitFor([&] { return allInbox.size() == 4; }));
+    EXPECT_EQ(2u, namedInbox.size());
+    EXPECT_EQ(0u, noneInbox.size());
 }
 
 TEST_F(RPCServerTest, ServerCallsARegisteredPeerWithADeadline)
@@ -447,7 +447,7 @@ TEST_F(RPCServerTest, ASlowReaderIsDroppedWhileOthersKeepReceiving)
     std::size_t const total = RPCConnection::MAX_PENDING_OUTPUT / (512 * 1024) + 16;
     for (std::size_t i = 1; i <= total; ++i) {
         server.handleRPCNotification("IX::big", big);
-        ASSERT_TRUE(waitFor([&] { return inbox.count() == i; })); // the fast one keeps pace
+        ASSERT_TRUE(waitFor([&] { return inbox.size() == i; })); // the fast one keeps pace
     }
     EXPECT_TRUE(waitFor([&] { return server.getConnectionCount() == 1; }));
 }
