@@ -1,10 +1,9 @@
 // The service command layer over fake clients: the uid list and its
 // notification, token hand-off to every client, listener fan-out while the
-// list changes, and the stub.
+// list changes.
 #include "frame/FunctionCommand.h"
 #include "ServiceFakes.h"
 #include "ServiceManager.h"
-#include "StubServiceManager.h"
 
 #include <gtest/gtest.h>
 
@@ -110,15 +109,6 @@ TEST_F(ServiceTable, AddingDuringFanOutRestartsTheWalk)
     EXPECT_EQ(1u, late.journal.count("failure QEN"));
     manager.removeListener(&first);
     manager.removeListener(&late);
-}
-
-TEST(StubServiceManager, StartsNothingByItself)
-{
-    FakeFactory factory;
-    StubServiceManager stub(&factory);
-    stub.init();
-    EXPECT_TRUE(stub.getServiceList().empty());
-    EXPECT_TRUE(factory.started.empty());
 }
 
 } // namespace
