@@ -217,7 +217,8 @@ TEST_F(EAVStoreTest, ReadsDoNotWaitForTheWriter)
 
 // A file that is no store of ours (text, a damaged store, another program's
 // database) is refused and left byte for byte as it was, and the refused
-// store stays closed; a directory path that names a file is refused too.
+// store stays closed; a directory path that names a file is refused too,
+// while missing directories are made.
 TEST_F(EAVStoreTest, FilesThatAreNoStoreAreRefusedAndLeftAsTheyWere)
 {
     auto text = [&] { writeFile(file(), "this is no database, just some text that happens to be here\n"); };
@@ -253,13 +254,9 @@ TEST_F(EAVStoreTest, FilesThatAreNoStoreAreRefusedAndLeftAsTheyWere)
     writeFile(scratch.file("notadir"), "x");
     EAVStore underAFile("Test", scratch.file("notadir"), ".db");
     EXPECT_THROW(underAFile.init(), Exception);
-}
-
-TEST_F(EAVStoreTest, MissingDirectoriesAreCreated)
-{
-    EAVStore s("Test", scratch.file("a/b"), ".db");
-    s.init();
-    s.setValue("x", "y", "z");
+    EAVStore deep("Test", scratch.file("a/b"), ".db"); // missing directories are made
+    deep.init();
+    deep.setValue("x", "y", "z");
     EXPECT_EQ(integrityOf(scratch.file("a/b/Test.db")), "ok");
 }
 
