@@ -78,7 +78,7 @@ TEST_F(Catalogue, ListsByGroupInNameOrderWithPaging)
     EXPECT_GT(byDate.back().getInstallTime(), byDate.front().getInstallTime());
 }
 
-TEST_F(Catalogue, ExtendedRecordsCarryTheDescriptionObjectOrAnEmptyOne)
+TEST_F(Catalogue, RecordsCarryTheHeaderAndOddNamesGiveDefaults)
 {
     auto apple = manager.getExtendedPackageInfo("apple");
     EXPECT_EQ("Velmora/App", apple.getGroup());
@@ -98,16 +98,14 @@ TEST_F(Catalogue, ExtendedRecordsCarryTheDescriptionObjectOrAnEmptyOne)
     auto services = manager.getExtendedPackageInfoList(VectorObject<std::string>{"Velmora/Service"});
     ASSERT_EQ(1u, services.size());
     EXPECT_EQ("file:///svc/cherry", services[0].getCustomPackageInfo().getApplicationURL());
-}
 
-TEST_F(Catalogue, UnknownBrokenOrHostileNamesGiveDefaultsNotFailures)
-{
+    // Unknown, broken or hostile names give defaults, not failures, and the
+    // database is still usable afterwards.
     EXPECT_EQ("", manager.getPackageInfo("nothing-like-this").getName());
     EXPECT_EQ("", manager.getExtendedPackageInfo("quoted").getName());
     EXPECT_EQ("", manager.getPackageInfo("app[").getName());
     EXPECT_TRUE(manager.getPackageInfoList(VectorObject<std::string>{"Velmora/(App"}).empty());
     EXPECT_TRUE(manager.getPackageInfoList(VectorObject<std::string>{"No/Such"}).empty());
-    // The database is still usable afterwards.
     EXPECT_EQ("apple", manager.getPackageInfo("apple").getName());
 }
 
