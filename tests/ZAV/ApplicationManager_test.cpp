@@ -150,7 +150,6 @@ TEST_F(ApplicationTable, OptionsSetTheFirstDelayAndTheHostname)
     EXPECT_EQ(manager.getApplicationHostname(), "Box");
     manager.create("app", "{}");
     EXPECT_EQ(factory.lastHostname, "Box");
-    EXPECT_EQ(ApplicationManager::ApplicationMapEntry::RUNNING_TIMEOUT_DELAY, 6000u);
 
     TestManager trailing(&factory, {"host", "--velmora:gcInitDelay"});
     trailing.init();
@@ -219,10 +218,17 @@ TEST_F(ApplicationTable, ReportsMoveTheStateAndTerminalStatesEndTheEntry)
     EXPECT_EQ(factory.destroyed[0], std::make_pair(std::string("1000"), false));
     EXPECT_EQ(clientDeletions, 1);
 
-    // Reports for a uid that is gone are ignored without a word.
+    // Reports for a uid that is gone are ignored without a word; errors fan
+    // out on the caller's thread.
     manager.onStateChange(uid, "", ILifecycleManagement::STATE_RUNNING);
     manager.onKeepAlive("nobody", ILifecycleManagement::STATE_RUNNING);
     EXPECT_FALSE(manager.has(uid));
+    Errors errors;
+    manager.addListener(&errors);
+    manager.onError("7", "crash");
+    manager.removeListener(&errors);
+    manager.onError("7", "crash");
+    EXPECT_EQ(errors.seen, std::vector<std::string>{"7:crash"});
 }
 
 TEST_F(ApplicationTable, ARunawayIsKilledAtOnceAndAFailingFactoryStillLosesTheEntry)
@@ -265,37 +271,10 @@ TEST_F(ApplicationTable, TerminateMarksTheEntryAndUnknownUidsAreInvalidParameter
     EXPECT_EQ(returnCodeOf([&] { manager.suspend(uid); }), ReturnGenericFailure);
 }
 
-TEST_F(ApplicationTable, ErrorsFanOutOnTheCallersThread)
-{
-    TestManager manager(&factory, {});
-    manager.init();
-    Errors errors;
-    manager.addListener(&errors);
-    manager.onError("7", "crash");
-    EXPECT_EQ(errors.seen, std::vector<std::string>{"7:crash"});
-    manager.removeListener(&errors);
-    manager.onError("7", "crash");
-    EXPECT_EQ(errors.seen.size(), 1u);
-}
-
-TEST_F(ApplicationTable, DestroyingTheManagerDestroysEveryLiveEntry)
-{
-    {
-        TestManager manager(&factory, {});
-        manager.init();
-        for (int i = 0; i < 5; ++i)
-            manager.create("app", "");
-        std::string uid = manager.create("app", "");
-        manager.onStateChange(uid, "", ILifecycleManagement::STATE_RUNAWAY);
-        EXPECT_FALSE(manager.has(uid)); // the host stops calling in before it destroys
-    }
-    EXPECT_EQ(clientDeletions, 6);
-    EXPECT_EQ(factory.destroyed.size(), 6u);
-}
-
-// Reports still queued when the manager goes: its thread stops before the
-// table empties, and every entry is destroyed once.
-TEST_F(ApplicationTable, DestroyingTheManagerWhileReportsAreQueued)
+// The manager going destroys every live entry once, also with reports still
+// queued: its thread stops before the table empties. A runaway's entry is gone
+// already: the host stops calling in before it destroys.
+TEST_F(ApplicationTable, DestroyingTheManagerDestroysEveryLiveEntryOnce)
 {
     {
         TestManager manager(&factory, {});
@@ -303,10 +282,13 @@ TEST_F(ApplicationTable, DestroyingTheManagerWhileReportsAreQueued)
         std::vector<std::string> uids;
         for (int i = 0; i < 5; ++i)
             uids.push_back(manager.create("app", ""));
+        std::string const runaway = manager.create("app", "");
+        manager.onStateChange(runaway, "", ILifecycleManagement::STATE_RUNAWAY);
+        EXPECT_FALSE(manager.has(runaway));
         for (int round = 0; round < 50; ++round)
             for (std::string const& uid : uids)
                 manager.onStateChange(uid, "", round % 2 ? "RUNNING" : "SUSPENDED");
     }
-    EXPECT_EQ(clientDeletions, 5);
-    EXPECT_EQ(factory.destroyed.size(), 5u);
+    EXPECT_EQ(clientDeletions, 6);
+    EXPECT_EQ(factory.destroyed.size(), 6u);
 }

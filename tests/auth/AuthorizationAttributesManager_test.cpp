@@ -48,6 +48,15 @@ TEST_F(RulesAndTokens, EachApplicationMintsANewTokenWithItsIssuersRights)
     EXPECT_EQ(sandbox.temporaryFiles(), 0);
     EXPECT_TRUE(manager->lookupAuthorizationToken(0).empty());
     EXPECT_TRUE(manager->lookupAuthorizationToken(12345).empty());
+
+    // A service manager that throws leaves the token, no file and no lock held.
+    services.failing = true;
+    uint32_t const refused = apply(pki.doricHolder.get(), certificate);
+    ASSERT_NE(refused, 0u);
+    EXPECT_EQ(manager->lookupAuthorizationToken(refused), doricRights);
+    EXPECT_EQ(sandbox.temporaryFiles(), 0);
+    services.failing = false;
+    EXPECT_NE(apply(pki.doricHolder.get(), certificate), 0u);
 }
 
 // The rule is chosen by the first entry of the holder's issuer name that the
@@ -76,17 +85,6 @@ TEST_F(RulesAndTokens, NewRulesGrantEveryListedFunctionAndABadOneChangesNothing)
     EXPECT_EQ(manager->serializeRulesSet(), rules);
     uint32_t token = apply(pki.doricHolder.get(), issue(pki.doricHolder.get()));
     EXPECT_EQ(manager->lookupAuthorizationToken(token), (Rights{{"IZap", {{"zap", 1}, {"zip", 1}}}}));
-}
-
-TEST_F(RulesAndTokens, AServiceManagerThatThrowsLeavesTheTokenAndNoFiles)
-{
-    services.failing = true;
-    uint32_t token = apply(pki.doricHolder.get(), issue(pki.doricHolder.get()));
-    ASSERT_NE(token, 0u);
-    EXPECT_EQ(manager->lookupAuthorizationToken(token), doricRights);
-    EXPECT_EQ(sandbox.temporaryFiles(), 0);
-    services.failing = false;
-    EXPECT_NE(apply(pki.doricHolder.get(), issue(pki.doricHolder.get())), 0u); // the mutex was released
 }
 
 // Certificates are parsed once per file contents: a changed file must still be
@@ -126,19 +124,6 @@ TEST_F(RulesAndTokens, ChangedCertificateFilesAreReadAnew)
     EXPECT_EQ(sandbox.temporaryFiles(), 0);
 }
 
-TEST_F(RulesAndTokens, TemporaryFilesLiveUnderTheSysroot)
-{
-    std::string name = manager->CertificateBufferToFileName(std::string("abc\0def", 7));
-    EXPECT_EQ(name.rfind((sandbox.root / "tmp" / "aam").string(), 0), 0u) << name;
-    EXPECT_EQ(name.substr(name.size() - 4), ".pem");
-    EXPECT_EQ(manager->CertificateFileToBuffer(name), "abc"); // text ends at a zero byte
-    manager->removeCertificateFile(name);
-    EXPECT_EQ(sandbox.temporaryFiles(), 0);
-    EXPECT_EQ(manager->CertificateFileToBuffer(name), "");
-    EXPECT_THAT(stderrOf([&] { manager->removeCertificateFile(name); }),
-                HasSubstr("Could not delete file " + name + ".\n"));
-}
-
 // A random source that hands out the numbers queued in `draws`, one per call,
 // and fails once they are used up. Installed for the life of the object.
 class ScriptedRandom {
@@ -165,9 +150,10 @@ private:
     RAND_METHOD const* saved;
 };
 
-// A temporary file is always a new file of this user: a name taken by a
-// symbolic link (pointing at a file of someone else's choice) or by any file
-// is passed over, and without random numbers no file is made.
+// A temporary file is always a new file of this user under the sysroot's
+// tmp/: a name taken by a symbolic link (pointing at a file of someone else's
+// choice) or by any file is passed over, and without random numbers no file
+// is made.
 TEST_F(RulesAndTokens, TemporaryFilesAreCreatedNewAndPrivate)
 {
     std::filesystem::path const victim = sandbox.root / "victim";
@@ -177,16 +163,19 @@ TEST_F(RulesAndTokens, TemporaryFilesAreCreatedNewAndPrivate)
     std::string name;
     {
         ScriptedRandom random({7, 8, 9});
-        name = manager->CertificateBufferToFileName("text");
+        name = manager->CertificateBufferToFileName(std::string("text\0def", 8));
     }
     EXPECT_EQ((sandbox.root / "tmp" / "aam9.pem").string(), name);
     EXPECT_EQ("precious", manager->CertificateFileToBuffer(victim.string()));
     EXPECT_EQ("someone's", manager->CertificateFileToBuffer((sandbox.root / "tmp" / "aam8.pem").string()));
-    EXPECT_EQ("text", manager->CertificateFileToBuffer(name));
+    EXPECT_EQ("text", manager->CertificateFileToBuffer(name)); // text ends at a zero byte
     struct stat status {};
     ASSERT_EQ(0, lstat(name.c_str(), &status));
     EXPECT_EQ(0600u, status.st_mode & 0777);
     manager->removeCertificateFile(name);
+    EXPECT_EQ(manager->CertificateFileToBuffer(name), "");
+    EXPECT_THAT(stderrOf([&] { manager->removeCertificateFile(name); }),
+                HasSubstr("Could not delete file " + name + ".\n"));
     std::filesystem::remove(sandbox.root / "tmp" / "aam7.pem");
     std::filesystem::remove(sandbox.root / "tmp" / "aam8.pem");
 

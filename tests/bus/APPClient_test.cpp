@@ -1,5 +1,6 @@
 #include "BusTestSupport.h"
 #include "ReturnCodeOf.h"
+#include "Signal.h"
 
 #include "APPClient.h"
 #include "frame/Exception.h"
@@ -8,7 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include <condition_variable>
 #include <fstream>
 #include <iterator>
 #include <map>
@@ -180,7 +180,7 @@ TEST_F(APPClientTest, APageRegistersReportsRunningAndAnswersTheServer)
     std::string const command = std::string("node --experimental-websocket --no-warnings ") + VELMORA_PAGE_APP + " " +
                                 std::to_string(server.getPort()) + " '{\"authorizationToken\":\"6001\"}'";
     FILE* page = ::popen(command.c_str(), "r");
-    ASSERT_TRUE(waitFor([&] { return reports.count() == 2; }));
+    ASSERT_TRUE(waitFor([&] { return reports.size() == 2; }));
     EXPECT_EQ((std::vector<std::string>{"6001 RUNNING", "6001 alive RUNNING"}), reports.all());
     EXPECT_EQ("RUNNING", app.getState("6001"));
     app.handleFocus("6001", true);
@@ -212,19 +212,14 @@ TEST_F(APPClientTest, AClientDeletedFromItsOwnReportGoesQuietly)
             if (state != "RUNNING")
                 return;
             delete doomed;
-            std::lock_guard lock(mutex);
-            gone = true;
-            deleted.notify_all();
+            gone.raise();
         }
         APPClient* doomed = nullptr;
-        std::mutex mutex;
-        std::condition_variable deleted;
-        bool gone = false;
+        VelmoraTest::Signal gone;
     } deleter;
     deleter.doomed = new APPClient(Client::Master, "5007");
     deleter.doomed->addListener(&deleter);
     deleter.doomed->init();
     start("5007", {{"VELMORA_TEST_APP_STATES", "RUNNING,SUSPENDED"}});
-    std::unique_lock lock(deleter.mutex);
-    EXPECT_TRUE(deleter.deleted.wait_for(lock, std::chrono::seconds(30), [&] { return deleter.gone; }));
+    EXPECT_TRUE(deleter.gone.waitFor(1));
 }

@@ -6,9 +6,9 @@
 #pragma once
 
 #include "interfaces/IApplication.h"
+#include "Journal.h"
 #include "rpc/RPCServer.h"
 
-#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
@@ -107,31 +107,14 @@ inline bool waitFor(std::function<bool()> const& condition, int timeoutMs = 3000
 
 
 // What callbacks saw, one text each, in order; safe to read while they run.
-class Log {
+// Each entry also wakes waitFor().
+class Log : public VelmoraTest::Journal {
 public:
     void add(std::string entry)
     {
-        {
-            std::lock_guard lock(mutex);
-            entries.push_back(std::move(entry));
-        }
+        Journal::add(std::move(entry));
         notifyChanged();
     }
-    std::vector<std::string> all() const
-    {
-        std::lock_guard lock(mutex);
-        return entries;
-    }
-    std::size_t count() const { return all().size(); }
-    bool has(std::string const& entry) const
-    {
-        auto const seen = all();
-        return std::find(seen.begin(), seen.end(), entry) != seen.end();
-    }
-
-private:
-    mutable std::mutex mutex;
-    std::vector<std::string> entries;
 };
 
 // A program's reports as "<uid> <state>" and "<uid> alive <state>".

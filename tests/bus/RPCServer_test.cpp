@@ -1,6 +1,7 @@
 #include "BusTestSupport.h"
 #include "FdCount.h"
 #include "ReturnCodeOf.h"
+#include "Signal.h"
 
 #include "frame/Exception.h"
 #include "interfaces/IRPC.h"
@@ -12,7 +13,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <utility>
@@ -188,30 +188,27 @@ TEST_F(RPCServerTest, NotificationsReachOnlyTheirSubscribersInOrder)
     server.handleRPCNotification("IX::a", "{\"v\":1}\n");
     server.handleRPCNotification("IX::b", "[]");
     server.handleRPCNotification(IRPC::RPCNotificationObject("IX::a", "{\"v\":2}"));
-    ASSERT_TRUE(waitFor([&] { return allInbox.count() == 3 && namedInbox.count() == 2; }));
+    ASSERT_TRUE(waitFor([&] { return allInbox.size() == 3 && namedInbox.size() == 2; }));
     EXPECT_EQ((std::vector<std::string>{"IX::a {\"v\":1}", "IX::b []", "IX::a {\"v\":2}"}), allInbox.all());
     EXPECT_EQ((std::vector<std::string>{"IX::a {\"v\":1}", "IX::a {\"v\":2}"}), namedInbox.all());
 
     ASSERT_TRUE(named.call("RPC.unsubscribe", json(R"({"events":["IX::a"]})")).ok);
     server.handleRPCNotification("IX::a", "{}");
-    ASSERT_TRUE(waitFor([&] { return allInbox.count() == 4; }));
-    EXPECT_EQ(2u, namedInbox.count());
-    EXPECT_EQ(0u, noneInbox.count());
+    ASSERT_TRUE(waitFor([&] { return allInbox.size() == 4; }));
+    EXPECT_EQ(2u, namedInbox.size());
+    EXPECT_EQ(0u, noneInbox.size());
 }
 
 TEST_F(RPCServerTest, ServerCallsARegisteredPeerWithADeadline)
 {
     BusTest::ScopedEnv timeout("VELMORA_RPC_TIMEOUT_MS", "300");
-    std::mutex mutex;
-    std::condition_variable released;
-    bool release = false;
+    VelmoraTest::Signal released;
     RPCClient peer;
     peer.setMethod("IPeer.add", [](Json::Value const& params) {
         return Json::Value(params["a"].asInt() + params["b"].asInt());
     });
     peer.setMethod("IPeer.hang", [&](Json::Value const&) {
-        std::unique_lock lock(mutex);
-        released.wait(lock, [&] { return release; });
+        released.waitFor(1);
         return Json::Value();
     });
     peer.setMethod("IPeer.refuse", [](Json::Value const&) -> Json::Value { throw std::runtime_error("refused"); });
@@ -225,11 +222,7 @@ TEST_F(RPCServerTest, ServerCallsARegisteredPeerWithADeadline)
     EXPECT_EQ("refused", connection->call("IPeer.refuse", Json::Value()).message);
     EXPECT_EQ(IRPC::METHOD_NOT_FOUND, connection->call("IPeer.absent", Json::Value()).code);
     EXPECT_EQ(ReturnTimedOut, returnCodeOf([&] { connection->call("IPeer.hang", Json::Value()); }));
-    {
-        std::lock_guard lock(mutex);
-        release = true;
-    }
-    released.notify_all();
+    released.raise();
     // The late answer is dropped and the connection still serves.
     EXPECT_EQ(5, connection->callOrThrow("IPeer.add", params).asInt());
 }
@@ -300,23 +293,18 @@ TEST_F(RPCServerTest, DisconnectEndsCallsInFlightAndAClientMayDeleteItself)
     caller.join();
     EXPECT_EQ(ReturnGenericFailure, code);
 
-    std::mutex mutex;
-    std::condition_variable deleted;
-    bool gone = false;
+    VelmoraTest::Signal deleted;
     auto* doomed = new RPCClient();
     doomed->setClosedHandler([&] {
         delete doomed;
-        std::lock_guard lock(mutex);
-        gone = true;
-        deleted.notify_all();
+        deleted.raise();
     });
     {
         TestServer other("D");
         other.init();
         doomed->connect("D");
     } // closes the connection: the client hears it on its own thread
-    std::unique_lock lock(mutex);
-    EXPECT_TRUE(deleted.wait_for(lock, std::chrono::seconds(30), [&] { return gone; }));
+    EXPECT_TRUE(deleted.waitFor(1));
 }
 
 // A bare Unix listener in the runtime directory, for a client to dial.
@@ -405,10 +393,9 @@ TEST_F(RPCServerTest, APeerThatHangsUpMidCallFailsTheCallAtOnce)
         peer.readLine(); // the server's call arrives
         ::shutdown(peer.fd, SHUT_RDWR);
     });
-    auto const started = std::chrono::steady_clock::now();
+    // At once: a call that ran into its deadline would say ReturnTimedOut.
     EXPECT_EQ(ReturnGenericFailure, returnCodeOf([&] { connection->call("IPeer.anything", Json::Value(), 60000); }));
     hangUp.join();
-    EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(30));
     EXPECT_TRUE(waitFor([] { return !RPCRegistry::getInstance().find("77"); }));
     EXPECT_THROW(connection->call("IPeer.anything", Json::Value()), Exception);
 }
@@ -538,7 +525,7 @@ TEST_F(RPCServerTest, ASlowReaderIsDroppedWhileOthersKeepReceiving)
     std::size_t const total = RPCConnection::MAX_PENDING_OUTPUT / (512 * 1024) + 16;
     for (std::size_t i = 1; i <= total; ++i) {
         server.handleRPCNotification("IX::big", big);
-        ASSERT_TRUE(waitFor([&] { return inbox.count() == i; })); // the fast one keeps pace
+        ASSERT_TRUE(waitFor([&] { return inbox.size() == i; })); // the fast one keeps pace
     }
     EXPECT_TRUE(waitFor([&] { return server.getConnectionCount() == 1; }));
 }

@@ -76,7 +76,7 @@ TEST(ZAVClientTest, TalksToAnotherServerInstanceAndHearsItsReports)
                                 R"({"uid":"900","oldState":"INITIALIZING","newState":"RUNNING"})");
     slave.handleRPCNotification("IApplicationManager::onKeepAlive", R"({"uid":"900","state":"RUNNING"})");
     slave.handleRPCNotification("IWindowManager::onFocusChange", "{}"); // not asked for
-    ASSERT_TRUE(waitFor([&] { return recorder.count() == 2; }));
+    ASSERT_TRUE(waitFor([&] { return recorder.size() == 2; }));
     EXPECT_EQ((std::vector<std::string>{"900 RUNNING", "900 alive RUNNING"}), recorder.all());
 
     slave.shutdown();

@@ -4,6 +4,7 @@
 #include "frame/CommandProcessor.h"
 #include "frame/Exception.h"
 #include "frame/FunctionCommand.h"
+#include "ReturnCodeOf.h"
 #include "Signal.h"
 #include "frame/TestClock.h"
 
@@ -146,8 +147,9 @@ TEST(CommandProcessor, NoWakeUpIsLostWhileTheLoopGoesToSleep)
 }
 
 // The caller sleeps while the command waits on a third thread, and wakes only
-// when the command has ended.
-TEST(CommandProcessor, ExecuteBlocksUntilTheCommandHasRunAndReturnsItsStatus)
+// when the command has ended; a failure on the processor's thread comes back
+// as the command's status or, through executeOrThrow, as its exception.
+TEST(CommandProcessor, ExecuteBlocksUntilTheCommandHasRunAndReturnsItsStatusOrThrows)
 {
     Processor processor;
     processor.init();
@@ -173,28 +175,9 @@ TEST(CommandProcessor, ExecuteBlocksUntilTheCommandHasRunAndReturnsItsStatus)
 
     LambdaCommand foreign(&processor, [] { throw std::runtime_error("boom"); });
     EXPECT_EQ(processor.executeCommand(&foreign), ReturnGenericFailure);
-}
+    EXPECT_EQ(returnCodeOf([&] { processor.executeOrThrow(failing, "TestModule", 1, "getState"); }), ReturnTimedOut);
 
-TEST(CommandProcessor, AFailureOnTheProcessorThreadIsThrownOnTheCallersThreadWithALogLine)
-{
-    Processor processor;
-    processor.init();
-    LambdaCommand failing(&processor, [] { throw Exception(ReturnInvalidParameter); });
-    testing::internal::CaptureStderr();
-    try {
-        processor.executeOrThrow(failing, "TestModule", 1, "getState");
-        FAIL() << "no exception";
-    } catch (Exception const& e) {
-        EXPECT_EQ(e.getCode(), ReturnInvalidParameter);
-    }
-    std::string log = testing::internal::GetCapturedStderr();
-    EXPECT_NE(log.find("getState(): throwing exception: Invalid parameter"), std::string::npos) << log;
-}
-
-TEST(CommandProcessor, ExecuteFromInsideACommandRunsInlineInsteadOfDeadlocking)
-{
-    Processor processor;
-    processor.init();
+    // A command that executes another runs it inline instead of deadlocking.
     std::vector<int> order;
     LambdaCommand outer(&processor, [&] {
         order.push_back(1);
@@ -250,14 +233,18 @@ TEST(CommandProcessor, AStoppedOrUnstartedProcessorRefusesWorkInsteadOfHanging)
     EXPECT_EQ(deletions, 1);
 }
 
-TEST(CommandProcessor, PeriodicCommandsRunOnTheTestClockAndStopWhenUnregistered)
+// Periodic commands run on the test clock, across the wrap of the tick
+// counter, and stop when unregistered. Moving the clock wakes the sleeping
+// loop, with no sync command and no polling: moved one tick at a time from
+// another thread, some moves land between the loop's look at the ticks and
+// its sleep.
+TEST(CommandProcessor, PeriodicCommandsRunAsSoonAsTheTestClockReachesThemAndStopWhenUnregistered)
 {
     TestClock clock(0xFFFFF000u); // close to the wrap of the tick counter
     Processor processor;
     processor.init();
     PeriodicCounter periodic(&processor, 2500);
     processor.registerPeriodicCommand(&periodic);
-
     clock.advance(2499);
     processor.sync();
     EXPECT_EQ(periodic.runs, 0);
@@ -267,31 +254,21 @@ TEST(CommandProcessor, PeriodicCommandsRunOnTheTestClockAndStopWhenUnregistered)
     clock.advance(2500);
     processor.sync();
     EXPECT_EQ(periodic.runs, 2);
-
     periodic.remove();
     clock.advance(10000);
     processor.sync();
     EXPECT_EQ(periodic.runs, 2);
-}
 
-// Moving the test clock wakes the sleeping loop: no sync command, no polling.
-// The clock moves one tick at a time from another thread, so some moves land
-// between the loop's look at the ticks and its sleep.
-TEST(CommandProcessor, PeriodicCommandsRunAsSoonAsTheTestClockReachesThem)
-{
-    TestClock clock;
-    Processor processor;
-    processor.init();
     Signal ran;
-    PeriodicCounter periodic(&processor, 1, [&ran] { ran.raise(); });
-    processor.registerPeriodicCommand(&periodic);
+    PeriodicCounter everyTick(&processor, 1, [&ran] { ran.raise(); });
+    processor.registerPeriodicCommand(&everyTick);
     for (int tick = 1; tick <= 300; ++tick) {
         clock.advance(1);
         ASSERT_TRUE(ran.waitFor(tick)) << "the loop slept through tick " << tick;
     }
     clock.advance(60000); // a jump over many periods runs the command again
     EXPECT_TRUE(ran.waitFor(301));
-    periodic.remove();
+    everyTick.remove();
 }
 
 TEST(CommandProcessor, UnregisteringWaitsForARunningPeriodicCommand)

@@ -3,13 +3,13 @@
 #include "interfaces/ILifecycleManagement.h"
 #include "interfaces/IWindowEvent.h"
 #include "frame/ListenerList.h"
+#include "Journal.h"
+#include "Signal.h"
 
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <condition_variable>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -85,90 +85,68 @@ TEST(ListenerList, AddFiltersByFamilyAndKeepsOneEntryPerListener)
     EXPECT_FALSE(removeListener(notifier.list, &a));
 }
 
-TEST(ListenerList, AListenerRemovingItselfMakesTheWalkGoOnAtTheSecondElement)
+// A change of the list from inside a call makes the walk go on at the second
+// element of the new list: a listener removing itself skips the one that moved
+// into its place, an added one makes later listeners hear twice, and the last
+// one removing itself ends the walk.
+TEST(ListenerList, ChangesFromInsideACallRestartTheWalkAtTheSecondElement)
 {
-    std::vector<std::string> calls;
-    Notifier notifier;
-    Recorder a("a", calls), b("b", calls), c("c", calls);
-    for (Recorder* r : {&a, &b, &c})
-        notifier.add(r);
-    notifier.changed = false;
-    a.action = [&] { notifier.remove(&a); }; // list becomes b, c: the walk resumes at c
-    notifier.notify();
-    EXPECT_EQ(calls, (std::vector<std::string>{"a", "c"}));
-    EXPECT_FALSE(notifier.changed);
-}
-
-TEST(ListenerList, AnAddedListenerRestartsTheWalkSoLaterListenersMayHearTwice)
-{
-    std::vector<std::string> calls;
-    Notifier notifier;
-    Recorder a("a", calls), b("b", calls), c("c", calls), d("d", calls);
-    for (Recorder* r : {&a, &b, &c})
-        notifier.add(r);
-    notifier.changed = false;
-    c.action = [&] { notifier.add(&d); }; // after c: back to the second element
-    notifier.notify();
-    EXPECT_EQ(calls, (std::vector<std::string>{"a", "b", "c", "b", "c", "d"}));
-}
-
-TEST(ListenerList, TheLastListenerRemovingItselfEndsTheWalk)
-{
-    std::vector<std::string> calls;
-    Notifier notifier;
-    Recorder a("a", calls);
-    notifier.add(&a);
-    a.action = [&] { notifier.remove(&a); };
-    notifier.notify();
-    EXPECT_EQ(calls, (std::vector<std::string>{"a"}));
-    EXPECT_TRUE(notifier.list.empty());
+    struct Case {
+        int listeners;
+        int acting;    // the listener whose call changes the list
+        bool removes;  // itself; otherwise it adds "d"
+        std::vector<std::string> calls;
+    } const cases[] = {
+        {3, 0, true, {"a", "c"}},
+        {3, 2, false, {"a", "b", "c", "b", "c", "d"}},
+        {1, 0, true, {"a"}},
+    };
+    for (Case const& each : cases) {
+        std::vector<std::string> calls;
+        Notifier notifier;
+        Recorder a("a", calls), b("b", calls), c("c", calls), d("d", calls);
+        Recorder* const all[] = {&a, &b, &c};
+        for (int i = 0; i < each.listeners; ++i)
+            notifier.add(all[i]);
+        notifier.changed = false;
+        Recorder* const acting = all[each.acting];
+        if (each.removes)
+            acting->action = [&] { notifier.remove(acting); };
+        else
+            acting->action = [&] { notifier.add(&d); };
+        notifier.notify();
+        EXPECT_EQ(calls, each.calls);
+        EXPECT_EQ(notifier.list.size(), static_cast<std::size_t>(each.listeners + (each.removes ? -1 : 1)));
+        EXPECT_FALSE(notifier.changed) << "the walk consumed the change";
+    }
 }
 
 // A listener removed while another thread is inside a call into it may be
 // destroyed once removal returns: removal waits for that call.
 TEST(ListenerList, RemovalWaitsForACallInFlightOnAnotherThread)
 {
-    struct Blocker : Family {
+    struct Blocker : Family, VelmoraTest::Journal {
         void onKeepAlive(std::string const&, std::string const&) override {}
         void onStateChange(std::string const&, std::string const&, std::string const&) override
         {
-            std::unique_lock lock(mutex);
-            entered = true;
-            changed.notify_all();
-            changed.wait(lock, [this] { return released; });
-            events.push_back("call ended");
+            add("call began");
+            released.waitFor(1);
+            add("call ended");
         }
-        void record(std::string event)
-        {
-            std::lock_guard lock(mutex);
-            events.push_back(std::move(event));
-            changed.notify_all();
-        }
-        std::mutex mutex;
-        std::condition_variable changed;
-        bool entered = false;
-        bool released = false;
-        std::vector<std::string> events;
+        VelmoraTest::Signal released;
     } blocker;
     Notifier notifier;
     notifier.add(&blocker);
     std::thread caller([&] { notifier.notify(); });
-    {
-        std::unique_lock lock(blocker.mutex);
-        blocker.changed.wait(lock, [&] { return blocker.entered; });
-    }
+    EXPECT_TRUE(blocker.waitFor([&] { return blocker.has("call began"); }));
     std::thread remover([&] {
         notifier.remove(&blocker);
-        blocker.record("removed");
+        blocker.add("removed");
     });
-    {
-        // A removal that does not wait shows here; one that waits lets this pass by.
-        std::unique_lock lock(blocker.mutex);
-        blocker.changed.wait_for(lock, std::chrono::milliseconds(500), [&] { return !blocker.events.empty(); });
-        blocker.released = true;
-        blocker.changed.notify_all();
-    }
+    // A removal that does not wait shows here; one that waits lets this pass by.
+    blocker.waitFor([&] { return blocker.has("removed"); }, std::chrono::milliseconds(500));
+    blocker.released.raise();
     remover.join();
     caller.join();
-    EXPECT_EQ(blocker.events, (std::vector<std::string>{"call ended", "removed"}));
+    EXPECT_EQ(blocker.all(), (std::vector<std::string>{"call began", "call ended", "removed"}));
 }

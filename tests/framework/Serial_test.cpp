@@ -97,37 +97,34 @@ TEST(Serial, NamedMembersAreReadThroughTheFreeFunctions)
               ReturnInvalidParameter);
 }
 
+// What the dynamic form of `object` rebuilds, if it is of type T.
+template <class T>
+std::unique_ptr<T> rebuilt(SerialObject const& object)
+{
+    std::unique_ptr<SerialObject> back(createSerialObject(object.serialize()));
+    if (!dynamic_cast<T*>(back.get()))
+        return nullptr;
+    return std::unique_ptr<T>(static_cast<T*>(back.release()));
+}
+
 TEST(Serial, DynamicFormRebuildsTheConcreteType)
 {
     IApplicationManager::LaunchParameters parameters("77", "WEBAPP", "http://x", "--flag", false);
-    std::unique_ptr<SerialObject> back(createSerialObject(parameters.serialize()));
-    auto* typed = dynamic_cast<IApplicationManager::LaunchParameters*>(back.get());
-    ASSERT_NE(typed, nullptr);
-    EXPECT_EQ(typed->getAuthorizationToken(), "77");
-    EXPECT_EQ(typed->getApplicationURL(), "http://x");
-    EXPECT_TRUE(*typed == parameters);
-
-    Edge<StringObject> edge(StringObject("a"), StringObject("b"));
-    std::unique_ptr<SerialObject> edgeBack(createSerialObject(edge.serialize()));
-    auto* typedEdge = dynamic_cast<Edge<StringObject>*>(edgeBack.get());
-    ASSERT_NE(typedEdge, nullptr);
-    EXPECT_EQ(typedEdge->first.getValue(), "a");
-    EXPECT_EQ(typedEdge->second.getValue(), "b");
-
-    IWindowEvent::KeyEvent key(IWindowEvent::KeyEvent::KEY_POWER, true);
-    std::unique_ptr<SerialObject> keyBack(createSerialObject(key.serialize()));
-    auto* typedKey = dynamic_cast<IWindowEvent::KeyEvent*>(keyBack.get());
-    ASSERT_NE(typedKey, nullptr);
-    EXPECT_EQ(typedKey->getKeyCode(), IWindowEvent::KeyEvent::KEY_POWER);
-    EXPECT_TRUE(typedKey->getPressed());
-
-    std::unique_ptr<SerialObject> text(createSerialObject(StringObject("hdmi").serialize()));
-    ASSERT_NE(dynamic_cast<StringObject*>(text.get()), nullptr);
-    EXPECT_EQ(dynamic_cast<StringObject*>(text.get())->getValue(), "hdmi");
-    std::unique_ptr<SerialObject> flag(createSerialObject(BooleanObject(true).serialize()));
-    ASSERT_NE(dynamic_cast<BooleanObject*>(flag.get()), nullptr);
-    std::unique_ptr<SerialObject> number(createSerialObject(UInt32Object(9).serialize()));
-    ASSERT_NE(dynamic_cast<UInt32Object*>(number.get()), nullptr);
+    auto launch = rebuilt<IApplicationManager::LaunchParameters>(parameters);
+    ASSERT_NE(launch, nullptr);
+    EXPECT_TRUE(*launch == parameters);
+    auto edge = rebuilt<Edge<StringObject>>(Edge<StringObject>(StringObject("a"), StringObject("b")));
+    ASSERT_NE(edge, nullptr);
+    EXPECT_EQ(edge->first.getValue() + edge->second.getValue(), "ab");
+    auto key = rebuilt<IWindowEvent::KeyEvent>(IWindowEvent::KeyEvent(IWindowEvent::KeyEvent::KEY_POWER, true));
+    ASSERT_NE(key, nullptr);
+    EXPECT_EQ(key->getKeyCode(), IWindowEvent::KeyEvent::KEY_POWER);
+    EXPECT_TRUE(key->getPressed());
+    auto text = rebuilt<StringObject>(StringObject("hdmi"));
+    ASSERT_NE(text, nullptr);
+    EXPECT_EQ(text->getValue(), "hdmi");
+    EXPECT_NE(rebuilt<BooleanObject>(BooleanObject(true)), nullptr);
+    EXPECT_NE(rebuilt<UInt32Object>(UInt32Object(9)), nullptr);
 }
 
 TEST(Serial, TextsThatAreNoKnownSerialObjectGiveNull)
@@ -193,7 +190,9 @@ TEST(Serial, LaunchParametersReadLeniantlyButRejectWrongTypes)
               ReturnInvalidParameter);
 }
 
-TEST(Serial, PointerVectorsShareTheirElementsAndNeverFreeThem)
+// A list of pointers shares its elements, clone included, and never frees
+// them; what a reader builds is the caller's. Other clones share nothing.
+TEST(Serial, PointerVectorsShareTheirElementsAndClonesShareNothingElse)
 {
     auto first = std::make_unique<StringObject>("one");
     auto second = std::make_unique<UInt32Object>(2);
@@ -209,23 +208,19 @@ TEST(Serial, PointerVectorsShareTheirElementsAndNeverFreeThem)
         text = list.serialize();
     }
     EXPECT_EQ(first->getValue(), "one"); // still alive after both lists died
-
     auto back = deserialize<VectorObject<SerialObject*>>(text);
     ASSERT_EQ(back.size(), 2u);
-    std::unique_ptr<SerialObject> a(back[0]), b(back[1]); // the reader owns what it built
+    std::unique_ptr<SerialObject> a(back[0]), b(back[1]);
     EXPECT_EQ(dynamic_cast<StringObject*>(a.get())->getValue(), "one");
     EXPECT_EQ(dynamic_cast<UInt32Object*>(b.get())->getValue(), 2u);
-}
 
-TEST(Serial, ClonesShareNothingWithTheirSource)
-{
     MapObject<MapObject<int>> source;
     source["i"]["f"] = 1;
     std::unique_ptr<SerialObject> clone(source.clone());
     source["i"]["f"] = 2;
     source["j"]["g"] = 3;
-    auto* copy = dynamic_cast<MapObject<MapObject<int>>*>(clone.get());
-    ASSERT_NE(copy, nullptr);
-    EXPECT_EQ((*copy)["i"]["f"], 1);
-    EXPECT_EQ(copy->count("j"), 0u);
+    auto* map = dynamic_cast<MapObject<MapObject<int>>*>(clone.get());
+    ASSERT_NE(map, nullptr);
+    EXPECT_EQ((*map)["i"]["f"], 1);
+    EXPECT_EQ(map->count("j"), 0u);
 }

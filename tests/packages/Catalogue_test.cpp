@@ -21,14 +21,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-template <class List>
-std::vector<std::string> names(List const& list)
-{
-    std::vector<std::string> out;
-    for (auto const& info : list)
-        out.push_back(info.getName());
-    return out;
-}
+using VelmoraTest::namesOf;
 
 class Catalogue : public ::testing::Test {
 protected:
@@ -62,32 +55,30 @@ PackageWorld* Catalogue::world = nullptr;
 TEST_F(Catalogue, ListsByGroupInNameOrderWithPaging)
 {
     EXPECT_EQ((std::vector<std::string>{"apple", "Banana"}),
-              names(manager.getPackageInfoList(VectorObject<std::string>{"Velmora/App"})));
+              namesOf(manager.getPackageInfoList(VectorObject<std::string>{"Velmora/App"})));
     EXPECT_EQ((std::vector<std::string>{"apple", "Banana", "cherry"}),
-              names(manager.getPackageInfoList(VectorObject<std::string>{"Velmora/App", "Velmora/Service"})));
+              namesOf(manager.getPackageInfoList(VectorObject<std::string>{"Velmora/App", "Velmora/Service"})));
     auto all = manager.getPackageInfoList(VectorObject<std::string>{});
-    EXPECT_EQ((std::vector<std::string>{"apple", "Banana", "base", "cherry", "date", "quoted"}), names(all));
+    EXPECT_EQ((std::vector<std::string>{"apple", "Banana", "base", "cherry", "date", "quoted"}), namesOf(all));
     EXPECT_EQ((std::vector<std::string>{"base", "cherry"}),
-              names(manager.getPackageInfoList(VectorObject<std::string>{}, 2, 2, "")));
+              namesOf(manager.getPackageInfoList(VectorObject<std::string>{}, 2, 2, "")));
     EXPECT_EQ(6u, manager.getPackageInfoList(VectorObject<std::string>{}, 9, 0, "").size());
     // The extended header text holds the group; the quoted one doesn't parse
     // and that package alone is left out.
     EXPECT_EQ((std::vector<std::string>{"apple", "Banana", "base", "cherry", "date"}),
-              names(manager.getExtendedPackageInfoList(VectorObject<std::string>{})));
-}
+              namesOf(manager.getExtendedPackageInfoList(VectorObject<std::string>{})));
 
-TEST_F(Catalogue, DateOrderPutsTheOlderInstallFirst)
-{
-    auto list = manager.getPackageInfoList(VectorObject<std::string>{}, 0, 0, IPackageManager::SORT_BY_DATE);
-    ASSERT_FALSE(list.empty());
-    EXPECT_EQ("apple", list.front().getName());
-    EXPECT_TRUE(std::is_sorted(list.begin(), list.end(), [](auto const& a, auto const& b) {
+    // Install times are in seconds, and apple went in a second before the rest.
+    auto byDate = manager.getPackageInfoList(VectorObject<std::string>{}, 0, 0, IPackageManager::SORT_BY_DATE);
+    ASSERT_FALSE(byDate.empty());
+    EXPECT_EQ("apple", byDate.front().getName());
+    EXPECT_TRUE(std::is_sorted(byDate.begin(), byDate.end(), [](auto const& a, auto const& b) {
         return a.getInstallTime() < b.getInstallTime();
     }));
-    EXPECT_GT(list.back().getInstallTime(), list.front().getInstallTime());
+    EXPECT_GT(byDate.back().getInstallTime(), byDate.front().getInstallTime());
 }
 
-TEST_F(Catalogue, ExtendedRecordsCarryTheDescriptionObjectOrAnEmptyOne)
+TEST_F(Catalogue, RecordsCarryTheHeaderAndOddNamesGiveDefaults)
 {
     auto apple = manager.getExtendedPackageInfo("apple");
     EXPECT_EQ("Velmora/App", apple.getGroup());
@@ -96,9 +87,7 @@ TEST_F(Catalogue, ExtendedRecordsCarryTheDescriptionObjectOrAnEmptyOne)
     EXPECT_EQ("http://example.invalid/apple", apple.getURI());
     EXPECT_NE(0u, apple.getInstallTime());
 
-    auto banana = manager.getExtendedPackageInfo("Banana");
-    EXPECT_EQ("Banana", banana.getName());
-    EXPECT_EQ("", banana.getCustomPackageInfo().getApplicationURL());
+    EXPECT_EQ("", manager.getExtendedPackageInfo("Banana").getCustomPackageInfo().getApplicationURL());
 
     auto cherry = manager.getPackageInfo("cherry");
     auto found = std::find_if(cherry.getDependencies().begin(), cherry.getDependencies().end(),
@@ -109,16 +98,14 @@ TEST_F(Catalogue, ExtendedRecordsCarryTheDescriptionObjectOrAnEmptyOne)
     auto services = manager.getExtendedPackageInfoList(VectorObject<std::string>{"Velmora/Service"});
     ASSERT_EQ(1u, services.size());
     EXPECT_EQ("file:///svc/cherry", services[0].getCustomPackageInfo().getApplicationURL());
-}
 
-TEST_F(Catalogue, UnknownBrokenOrHostileNamesGiveDefaultsNotFailures)
-{
+    // Unknown, broken or hostile names give defaults, not failures, and the
+    // database is still usable afterwards.
     EXPECT_EQ("", manager.getPackageInfo("nothing-like-this").getName());
     EXPECT_EQ("", manager.getExtendedPackageInfo("quoted").getName());
     EXPECT_EQ("", manager.getPackageInfo("app[").getName());
     EXPECT_TRUE(manager.getPackageInfoList(VectorObject<std::string>{"Velmora/(App"}).empty());
     EXPECT_TRUE(manager.getPackageInfoList(VectorObject<std::string>{"No/Such"}).empty());
-    // The database is still usable afterwards.
     EXPECT_EQ("apple", manager.getPackageInfo("apple").getName());
 }
 

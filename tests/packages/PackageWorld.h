@@ -20,6 +20,16 @@ struct PackageSpec {
     std::string summary = ""; // empty: "summary of <name>"
 };
 
+// The names of a list of package records, in its order.
+template <class List>
+std::vector<std::string> namesOf(List const& list)
+{
+    std::vector<std::string> out;
+    for (auto const& record : list)
+        out.push_back(record.getName());
+    return out;
+}
+
 class PackageWorld {
 public:
     // Settings written to the packager's settings store before any packager

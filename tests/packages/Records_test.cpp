@@ -4,6 +4,7 @@
 #include "interfaces/ManifestPackageInfo.h"
 #include "MasterPackageManager.h"
 #include "interfaces/PackageInfoListRequest.h"
+#include "PackageWorld.h"
 #include "RPMPackager.h"
 #include "serial/Serialization.h"
 
@@ -23,35 +24,27 @@ VectorObject<BasePackageInfo> deps(std::initializer_list<std::pair<char const*, 
     return out;
 }
 
-TEST(PackageRecords, HeaderTextWithoutDependenciesReadsAndIgnoresRawKeys)
+// Header texts carry raw dependency keys that are no member; broken texts and
+// members of the wrong type throw, so callers can tell them from an empty package.
+TEST(PackageRecords, TextsReadTheirMembersAndBrokenOnesThrow)
 {
     auto info = deserialize<PackageInfo>(R"({"name":"a","version":"1","release":"2","installTime":7,)"
                                          R"("architecture":"noarch","dependenciename":[],"dependencieversion":[]})");
-    EXPECT_EQ("a", info.getName());
     EXPECT_EQ(7u, info.getInstallTime());
     EXPECT_TRUE(info.getDependencies().empty());
+    EXPECT_TRUE(deserialize<PackageInfo>(info.serialize()) == info);
+    auto extended = deserialize<ExtendedPackageInfo>(
+        R"({"name":"a","group":"G","customPackageInfo":{"applicationURL":"http://x/","permissions":["p"]}})");
+    EXPECT_EQ("http://x/", extended.getCustomPackageInfo().getApplicationURL());
+    EXPECT_EQ(1u, extended.getCustomPackageInfo().getPermissions().size());
+    Deserializer d(std::string(R"({"listRequest":{"groups":["A","B"],"start":2,"nbItems":-1,"sortOrder":"x"}})"));
+    EXPECT_EQ(-1, PackageInfoListRequest("listRequest", d).getNbItems());
 
-    auto copy = deserialize<PackageInfo>(info.serialize());
-    EXPECT_TRUE(copy == info);
-}
-
-TEST(PackageRecords, BrokenTextThrowsSoCallersCanTellItFromAnEmptyPackage)
-{
     EXPECT_THROW(deserialize<PackageInfo>(R"({"name":"a", "group":"x"y"})"), Exception);
     EXPECT_THROW(deserialize<ManifestPackageInfo>("[1]"), Exception);
     EXPECT_THROW(deserialize<PackageInfo>(R"({"installTime":"soon"})"), Exception);
-}
-
-TEST(PackageRecords, ExtendedRecordCarriesTheCustomObject)
-{
-    auto info = deserialize<ExtendedPackageInfo>(
-        R"({"name":"a","group":"G","URI":"u","description":"d","epoch":"",)"
-        R"("customPackageInfo":{"applicationURL":"http://x/","permissions":["p"]}})");
-    EXPECT_EQ("G", info.getGroup());
-    EXPECT_EQ("http://x/", info.getCustomPackageInfo().getApplicationURL());
-    EXPECT_EQ(1u, info.getCustomPackageInfo().getPermissions().size());
-    auto empty = deserialize<ExtendedPackageInfo>(R"({"name":"a","customPackageInfo":{}})");
-    EXPECT_EQ("", empty.getCustomPackageInfo().getApplicationURL());
+    Deserializer missing(std::string(R"({"other":1})"));
+    EXPECT_THROW(PackageInfoListRequest("listRequest", missing), Exception);
 }
 
 // Records move their lists over rather than copying them; a move must lose
@@ -76,17 +69,6 @@ TEST(PackageRecords, MovesKeepEveryMemberAndListsAndLeaveTheSourceUsable)
     for (int i = 0; i < 40; ++i)
         grown.push_back(original);
     EXPECT_TRUE(std::all_of(grown.begin(), grown.end(), [&](auto const& each) { return each == original; }));
-}
-
-TEST(PackageRecords, ListRequestReadsFromItsNamedMember)
-{
-    Deserializer d(std::string(R"({"listRequest":{"groups":["A","B"],"start":2,"nbItems":-1,"sortOrder":"x"}})"));
-    PackageInfoListRequest request("listRequest", d);
-    EXPECT_EQ(2u, request.getGroups().size());
-    EXPECT_EQ(2u, request.getStart());
-    EXPECT_EQ(-1, request.getNbItems());
-    Deserializer missing(std::string(R"({"other":1})"));
-    EXPECT_THROW(PackageInfoListRequest("listRequest", missing), Exception);
 }
 
 TEST(ManifestOrder, IsStrictWeakAndMatchesTheStoredFormOfTheSameFile)
@@ -136,42 +118,31 @@ TEST(HeaderDependencies, AreInsertedFirstAndOnlyWhenThere)
     EXPECT_EQ(brokenBefore, broken);
 }
 
-VectorObject<PackageInfo> fivePackages()
-{
-    VectorObject<PackageInfo> list;
-    char const* names[] = {"echo", "Banana", "delta", "apple", "Charlie"};
-    unsigned times[] = {5, 1, 4, 2, 3};
-    for (int i = 0; i < 5; ++i)
-        list.push_back(deserialize<PackageInfo>(std::string("{\"name\":\"") + names[i] +
-                                                "\",\"installTime\":" + std::to_string(times[i]) + "}"));
-    return list;
-}
-
-std::vector<std::string> names(VectorObject<PackageInfo> const& list)
-{
-    std::vector<std::string> out;
-    for (auto const& info : list)
-        out.push_back(info.getName());
-    return out;
-}
-
+// Case-blind name order or install order, then the page; a page past the
+// end or of a negative size never comes out empty.
 TEST(CatalogueGrooming, SortsCaseBlindAndPagesWithoutEverGivingAnEmptyPage)
 {
-    auto list = fivePackages();
-    MasterPackageManager::_groomList(PackageInfoListRequest({}, 2, 3, ""), list);
-    EXPECT_EQ((std::vector<std::string>{"Charlie", "delta", "echo"}), names(list));
-
-    list = fivePackages();
-    MasterPackageManager::_groomList(PackageInfoListRequest({}, 5, 0, ""), list);
-    EXPECT_EQ((std::vector<std::string>{"apple", "Banana", "Charlie", "delta", "echo"}), names(list));
-
-    list = fivePackages();
-    MasterPackageManager::_groomList(PackageInfoListRequest({}, 1, -2, ""), list);
-    EXPECT_EQ(4u, list.size());
-
-    list = fivePackages();
-    MasterPackageManager::_groomList(PackageInfoListRequest({}, 0, 2, IPackageManager::SORT_BY_DATE), list);
-    EXPECT_EQ((std::vector<std::string>{"Banana", "apple"}), names(list));
+    struct Case {
+        unsigned start;
+        int count;
+        std::string order;
+        std::vector<std::string> names;
+    } const cases[] = {
+        {2, 3, "", {"Charlie", "delta", "echo"}},
+        {5, 0, "", {"apple", "Banana", "Charlie", "delta", "echo"}},
+        {1, -2, "", {"Banana", "Charlie", "delta", "echo"}},
+        {0, 2, IPackageManager::SORT_BY_DATE, {"Banana", "apple"}},
+    };
+    for (Case const& each : cases) {
+        VectorObject<PackageInfo> list;
+        char const* names[] = {"echo", "Banana", "delta", "apple", "Charlie"};
+        unsigned times[] = {5, 1, 4, 2, 3};
+        for (int i = 0; i < 5; ++i)
+            list.push_back(deserialize<PackageInfo>(std::string("{\"name\":\"") + names[i] +
+                                                    "\",\"installTime\":" + std::to_string(times[i]) + "}"));
+        MasterPackageManager::_groomList(PackageInfoListRequest({}, each.start, each.count, each.order), list);
+        EXPECT_EQ(each.names, VelmoraTest::namesOf(list)) << each.start << " " << each.count;
+    }
 }
 
 TEST(CatalogueGrooming, DateOrderOfManifestRecordsEndsAndKeepsEveryRecord)

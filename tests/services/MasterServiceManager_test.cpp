@@ -167,7 +167,7 @@ TEST_F(Boot, WebServiceHearsTheServerThenThePendingFacilitiesInOrder)
     EXPECT_EQ((Names{"web gone", "web init", "add ZAV", "add NET"}), web.all());
 }
 
-TEST_F(Boot, MediaEngineLossIsAFailureAndRestartsIt)
+TEST_F(Boot, MediaEngineLossIsAFailureAndRestartsItEvenWithTheWebServiceGone)
 {
     manager.boot({{"start_velmora", "VelmoraQENExec"}, {"start_velmora", "WEBd"}});
     report("VelmoraQENExec", "RUNNING");
@@ -188,26 +188,22 @@ TEST_F(Boot, MediaEngineLossIsAFailureAndRestartsIt)
     // Restarted once, at once; the pass then waits for it.
     EXPECT_EQ(starts + 1, factory.started.size());
     EXPECT_EQ(2u, listener.journal.count("failure QEN"));
-}
 
-// The web service dies or stalls: its failed calls are logged, the media
-// engine's end is still recorded, its process reaped and the engine restarted.
-TEST_F(Boot, AFailingWebServiceDoesNotStopTheBookkeeping)
-{
-    manager.boot({{"start_velmora", "VelmoraQENExec"}, {"start_velmora", "WEBd"}});
+    // The web service dies or stalls: its failed calls are logged, the
+    // engine's end is still recorded, its process reaped and the engine restarted.
     report("VelmoraQENExec", "RUNNING");
-    report("WEBd", "RUNNING");
+    std::size_t const destroyed = factory.destroyed.size();
     std::string const engine = factory.newestPid("VelmoraQENExec");
     webDead = true;
     report("VelmoraQENExec", "CRASHED");
-    EXPECT_EQ(1u, listener.journal.count("failure QEN"));
-    EXPECT_EQ((Names{engine}), factory.destroyed);
+    EXPECT_EQ(3u, listener.journal.count("failure QEN"));
+    EXPECT_EQ(engine, factory.destroyed.back());
     EXPECT_NE(engine, factory.newestPid("VelmoraQENExec"));
     report("VelmoraQENExec", "RUNNING"); // announced to the dead service: logged, and recorded
     webDead = false;
     report("VelmoraQENExec", "TERMINATED");
-    EXPECT_EQ(2u, listener.journal.count("failure QEN"));
-    EXPECT_EQ(2u, factory.destroyed.size());
+    EXPECT_EQ(4u, listener.journal.count("failure QEN"));
+    EXPECT_EQ(destroyed + 2, factory.destroyed.size());
 }
 
 // A dependency cycle reached from a root is walked once, in walk order, and
@@ -243,7 +239,10 @@ TEST_F(Boot, OnlyNewUpAndDownStatesOfKnownServicesAct)
     EXPECT_EQ((Names{"enableHotplug", "enableIr"}), input.journal.all());
     report("WEBd", "RUNNING");
     EXPECT_EQ((Names{"web init", "add ZAV", "add NET", "add HUX"}), web.all());
-    EXPECT_EQ(1u, Singleton<PlatformHelper>::getInstance<PlatformHelper>()->getStartCount());
+    PlatformHelper* platform = Singleton<PlatformHelper>::getInstance<PlatformHelper>();
+    EXPECT_EQ(1u, platform->getStartCount());
+    delete platform; // ours and the manager's, which it never drops: a repeated run starts afresh
+    delete platform;
 }
 
 } // namespace

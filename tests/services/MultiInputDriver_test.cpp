@@ -3,7 +3,7 @@
 // hotplug is on, and a listener that leaves from inside its call.
 #include "MultiInputDriver.h"
 #include "DirectoryWatch.h"
-#include "TestSignal.h"
+#include "Journal.h"
 
 #include <gtest/gtest.h>
 
@@ -29,32 +29,15 @@ using VelmoraTest::DirectoryWatch;
 namespace {
 
 // Each key as "<code>+" (pressed) or "<code>-".
-struct Keys : IWindowEvent::IInputEventListener {
+struct Keys : IWindowEvent::IInputEventListener, VelmoraTest::Journal {
     void onInputEvent(IWindowEvent::InputEvent const& event) override
     {
         auto const& key = dynamic_cast<KeyEvent const&>(event);
-        {
-            std::lock_guard lock(mutex);
-            seen.push_back(std::to_string(key.getKeyCode()) + (key.getPressed() ? "+" : "-"));
-        }
+        add(std::to_string(key.getKeyCode()) + (key.getPressed() ? "+" : "-"));
         if (onCall)
             onCall();
-        signal.notify();
     }
-    // Waits until `count` keys have come.
-    bool waitFor(std::size_t count)
-    {
-        return signal.waitFor([&] { return all().size() >= count; });
-    }
-    Names all()
-    {
-        std::lock_guard lock(mutex);
-        return seen;
-    }
-    std::mutex mutex;
-    Names seen;
     std::function<void()> onCall;
-    VelmoraTest::TestSignal signal;
 };
 
 // A key record (value 1 press, 0 release, 2 autorepeat) and its sync record.
@@ -147,7 +130,7 @@ TEST_F(InputWorld, FifoRecordsReachTheirSessionWithMappedCodes)
     write(remote, bytes.substr(0, 10)); // a record split across writes
     write(remote, bytes.substr(10));
     write(second, press(KEY_HOME));
-    ASSERT_TRUE(other.waitFor(3) && session1.waitFor(1));
+    ASSERT_TRUE(other.waitForSize(3) && session1.waitForSize(1));
     EXPECT_EQ((Names{"1+", "1-", std::to_string(MultiInputDriver::LINUX_KEY_BASE + KEY_A) + "+"}), other.all());
     EXPECT_EQ(Names{"30+"}, session1.all());
     EXPECT_EQ(1u, keys.all().size());
@@ -155,10 +138,10 @@ TEST_F(InputWorld, FifoRecordsReachTheirSessionWithMappedCodes)
     // Asleep: only the filter's key goes through.
     driver->enableIrFilter(static_cast<KeyEvent::Code>(1)); // the box's power key
     write(remote, press(KEY_A) + press(KEY_POWER));
-    ASSERT_TRUE(other.waitFor(4));
+    ASSERT_TRUE(other.waitForSize(4));
     driver->disableIrFilter();
     write(remote, press(KEY_MENU));
-    ASSERT_TRUE(other.waitFor(5));
+    ASSERT_TRUE(other.waitForSize(5));
     EXPECT_EQ("1+", other.all()[3]);
     EXPECT_EQ("34+", other.all()[4]);
 }
@@ -173,7 +156,7 @@ TEST_F(InputWorld, SourcesComeAndGo)
     // The file is read to its end and dropped in the pass that finds its keys;
     // /dev/null, which ends at once, is dropped too instead of being polled
     // for ever.
-    ASSERT_TRUE(keys.waitFor(3));
+    ASSERT_TRUE(keys.waitForSize(3));
     EXPECT_EQ(0u, driver->getSourceCount());
     EXPECT_EQ((Names{"56+", "56+", "56-"}), keys.all());
 
@@ -183,7 +166,7 @@ TEST_F(InputWorld, SourcesComeAndGo)
     // The driver opens the device under the lock that the count takes.
     ASSERT_TRUE(inputs.waitFor([&] { return driver->getSourceCount() == 1; }));
     write(device, press(KEY_POWER));
-    ASSERT_TRUE(keys.waitFor(4));
+    ASSERT_TRUE(keys.waitForSize(4));
 
     // The watch is closed when disableHotplug returns: nothing made after it is adopted.
     driver->disableHotplug();

@@ -10,59 +10,20 @@
 #include "frame/Exception.h"
 #include "interfaces/IServiceManager.h"
 #include "InputDriver.h"
-#include "TestSignal.h"
+#include "Journal.h"
 #include "WEBClient.h"
 
-#include <algorithm>
 #include <map>
 #include <mutex>
 #include <set>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace ServiceTest {
 
 using namespace Velmora;
 
-class Journal {
-public:
-    void add(std::string const& line)
-    {
-        {
-            std::lock_guard lock(mutex);
-            lines.push_back(line);
-        }
-        signal.notify();
-    }
-    // Waits until `condition` holds, tested at every new line.
-    template <class Condition>
-    bool waitFor(Condition condition)
-    {
-        return signal.waitFor(condition);
-    }
-    std::vector<std::string> all() const
-    {
-        std::lock_guard lock(mutex);
-        return lines;
-    }
-    std::size_t count(std::string const& line) const
-    {
-        std::lock_guard lock(mutex);
-        return static_cast<std::size_t>(std::count(lines.begin(), lines.end(), line));
-    }
-    // All lines so far, leaving the journal empty.
-    std::vector<std::string> take()
-    {
-        std::lock_guard lock(mutex);
-        return std::exchange(lines, {});
-    }
-
-private:
-    mutable std::mutex mutex;
-    std::vector<std::string> lines;
-    VelmoraTest::TestSignal signal;
-};
+using VelmoraTest::Journal;
 
 // Pids count up from 5000; a name in `failing` doesn't start.
 class FakeFactory : public ApplicationFactory {

@@ -2,15 +2,17 @@
 // several threads at once.
 #include "store/EAVStore.h"
 #include "frame/Exception.h"
+#include "Journal.h"
+#include "ReturnCodeOf.h"
 #include "ScratchDirectory.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <future>
 #include <map>
-#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -19,30 +21,18 @@ using Strings = std::vector<std::string>;
 
 namespace {
 
-// Records every notification as one text, in arrival order.
-class Recorder : public EAVStoreListener {
-public:
+// Records every notification as one line, in arrival order.
+struct Recorder : EAVStoreListener, VelmoraTest::Journal {
     int onEAVUpdate(std::string const& entity, std::string const& attribute, std::string const& value) override
     {
-        std::lock_guard lock(mutex);
-        events.push_back(entity + "." + attribute + "=" + value);
+        add(entity + "." + attribute + "=" + value);
         return 0;
     }
     int onEAVCommit() override
     {
-        std::lock_guard lock(mutex);
-        events.push_back("commit");
+        add("commit");
         return 0;
     }
-    Strings taken()
-    {
-        std::lock_guard lock(mutex);
-        return std::exchange(events, {});
-    }
-
-private:
-    std::mutex mutex;
-    Strings events;
 };
 
 class EAVStoreTest : public testing::Test {
@@ -61,7 +51,7 @@ protected:
 
 } // namespace
 
-TEST_F(EAVStoreTest, KeepsInsertionOrderAndOneValuePerAttribute)
+TEST_F(EAVStoreTest, KeepsInsertionOrderOneValuePerAttributeAndTextsByteForByte)
 {
     EAVStore& s = open();
     s.setValue("net", "dns", "1.1.1.1");
@@ -80,18 +70,15 @@ TEST_F(EAVStoreTest, KeepsInsertionOrderAndOneValuePerAttribute)
     EXPECT_EQ(s.getValue("net", "gateway"), "");
     EXPECT_TRUE(s.getAttributes("nowhere").empty());
     EXPECT_TRUE(s.getAttributeValueList("nowhere").empty());
-}
 
-TEST_F(EAVStoreTest, TextsAreStoredByteForByte)
-{
-    EAVStore& s = open();
+    // Texts are stored byte for byte, empty names included.
     static char const RAW[] = "quote\" nul\0 tab\t \xc3\xa9 '; DROP TABLE eav; --";
     std::string const awkward(RAW, sizeof RAW - 1);
     s.setValue(awkward, awkward, awkward);
     s.setValue("", "", "empty names");
     EXPECT_EQ(s.getValue(awkward, awkward), awkward);
     EXPECT_EQ(s.getValue("", ""), "empty names");
-    EXPECT_EQ(s.getEntities(), (Strings{awkward, ""}));
+    EXPECT_EQ(s.getEntities(), (Strings{"net", "audio", awkward, ""}));
 }
 
 TEST_F(EAVStoreTest, RemoveEntityAndResetSurviveReopening)
@@ -115,12 +102,7 @@ TEST_F(EAVStoreTest, UseBeforeInitIsAnInvalidState)
 {
     EAVStore s("Test", scratch.get(), ".db");
     EXPECT_EQ(s.getPath(), file());
-    try {
-        s.getValue("a", "b");
-        FAIL() << "read before init";
-    } catch (Exception const& e) {
-        EXPECT_EQ(e.getCode(), ReturnInvalidState);
-    }
+    EXPECT_EQ(returnCodeOf([&] { s.getValue("a", "b"); }), ReturnInvalidState);
     EXPECT_THROW(s.setValue("a", "b", "c"), Exception);
     EXPECT_FALSE(std::filesystem::exists(file())) << "construction touches no file";
     s.init();
@@ -129,32 +111,42 @@ TEST_F(EAVStoreTest, UseBeforeInitIsAnInvalidState)
     EXPECT_EQ(s.getValue("a", "b"), "c");
 }
 
+// Every listener hears each write, then the commit; one that throws neither
+// undoes the write nor keeps it from the others.
 TEST_F(EAVStoreTest, ListenersHearEachWriteThenTheCommit)
 {
+    struct Thrower : EAVStoreListener {
+        int onEAVUpdate(std::string const&, std::string const&, std::string const&) override
+        {
+            throw Exception(ReturnGenericFailure);
+        }
+        int onEAVCommit() override { throw std::runtime_error("commit listener broke"); }
+    } thrower;
     EAVStore& s = open();
     Recorder first;
     Recorder second;
+    ASSERT_TRUE(s.addListener(&thrower));
     ASSERT_TRUE(s.addListener(&first));
     ASSERT_TRUE(s.addListener(&second));
     EXPECT_FALSE(s.addListener(&first));
 
     s.setValueList({{"p", {"Path", "/r/p.rpm"}}, {"p", {"Group", "g"}}, {"p", {"Path", "/r/q.rpm"}}});
-    EXPECT_EQ(first.taken(), (Strings{"p.Path=/r/p.rpm", "p.Group=g", "p.Path=/r/q.rpm", "commit"}));
-    EXPECT_EQ(second.taken().size(), 4u);
+    EXPECT_EQ(first.take(), (Strings{"p.Path=/r/p.rpm", "p.Group=g", "p.Path=/r/q.rpm", "commit"}));
+    EXPECT_EQ(second.take().size(), 4u);
     EXPECT_EQ(s.getValue("p", "Path"), "/r/q.rpm") << "the later element of a list wins";
 
     s.setValueList({});
-    EXPECT_EQ(first.taken(), (Strings{"commit"}));
+    EXPECT_EQ(first.take(), (Strings{"commit"}));
     s.removeEntity("p");
     s.reset();
-    EXPECT_TRUE(first.taken().empty()) << "removals tell no listener";
+    EXPECT_TRUE(first.take().empty()) << "removals tell no listener";
 
     EXPECT_TRUE(s.removeListener(&second));
     EXPECT_FALSE(s.removeListener(&second));
-    second.taken();
+    second.take();
     s.setValue("q", "a", "1");
-    EXPECT_EQ(first.taken(), (Strings{"q.a=1", "commit"}));
-    EXPECT_TRUE(second.taken().empty());
+    EXPECT_EQ(first.take(), (Strings{"q.a=1", "commit"}));
+    EXPECT_TRUE(second.take().empty());
 }
 
 TEST_F(EAVStoreTest, ListenerSeesTheCommittedValueAndMayWriteBack)
@@ -201,7 +193,7 @@ TEST_F(EAVStoreTest, AListenerMayWaitForAWriteOfAnotherThread)
     s.addListener(&handover);
     s.setValue("first", "a", "1");
     EXPECT_EQ(handover.handed, std::future_status::ready);
-    EXPECT_EQ(handover.taken(), (Strings{"first.a=1", "commit", "other.b=2", "commit"}));
+    EXPECT_EQ(handover.take(), (Strings{"first.a=1", "commit", "other.b=2", "commit"}));
     EXPECT_EQ(s.getValue("other", "b"), "2");
 }
 
@@ -223,85 +215,48 @@ TEST_F(EAVStoreTest, ReadsDoNotWaitForTheWriter)
     EXPECT_EQ(read.get(), (EAVStore::AttributeValueList{{"b", "c"}}));
 }
 
-TEST_F(EAVStoreTest, AFailingListenerDoesNotUndoTheWrite)
+// A file that is no store of ours (text, a damaged store, another program's
+// database) is refused and left byte for byte as it was, and the refused
+// store stays closed; a directory path that names a file is refused too,
+// while missing directories are made.
+TEST_F(EAVStoreTest, FilesThatAreNoStoreAreRefusedAndLeftAsTheyWere)
 {
-    struct Thrower : EAVStoreListener {
-        int onEAVUpdate(std::string const&, std::string const&, std::string const&) override
-        {
-            throw Exception(ReturnGenericFailure);
-        }
-        int onEAVCommit() override { throw std::runtime_error("commit listener broke"); }
-    } thrower;
-    Recorder after;
-    EAVStore& s = open();
-    s.addListener(&thrower);
-    s.addListener(&after);
-    EXPECT_NO_THROW(s.setValue("a", "b", "c"));
-    EXPECT_EQ(s.getValue("a", "b"), "c");
-    EXPECT_EQ(after.taken(), (Strings{"a.b=c", "commit"}));
-}
-
-TEST_F(EAVStoreTest, ABadFileIsRefusedAndLeftAsItWas)
-{
-    std::string const garbage = "this is no database, just some text that happens to be here\n";
-    writeFile(file(), garbage);
-    EAVStore s("Test", scratch.get(), ".db");
-    try {
-        s.init();
-        FAIL() << "garbage accepted";
-    } catch (Exception const& e) {
-        EXPECT_EQ(e.getCode(), ReturnGenericFailure);
-    }
-    EXPECT_TRUE(contentsOf(file()) == garbage) << "the file was changed";
-    EXPECT_THROW(s.getEntities(), Exception) << "a refused store stays closed";
-}
-
-TEST_F(EAVStoreTest, ADamagedStoreIsRefused)
-{
-    {
+    auto text = [&] { writeFile(file(), "this is no database, just some text that happens to be here\n"); };
+    auto damagedStore = [&] {
         EAVStore& s = open();
         for (int i = 0; i < 400; ++i)
             s.setValue("e" + std::to_string(i % 7), "a" + std::to_string(i), std::string(200, 'v'));
         store.reset();
+        ASSERT_EQ(integrityOf(file()), "ok");
+        std::string bytes = contentsOf(file());
+        ASSERT_GT(bytes.size(), 8192u);
+        // Scribble over the second page, an interior page of the table.
+        for (std::size_t i = 4096; i < 4096 + 64; ++i)
+            bytes[i] = static_cast<char>(0xA5);
+        writeFile(file(), bytes);
+    };
+    auto foreignDatabase = [&] {
+        sqlite3* db = nullptr;
+        ASSERT_EQ(sqlite3_open(file().c_str(), &db), SQLITE_OK);
+        ASSERT_EQ(sqlite3_exec(db, "CREATE TABLE accounts (name TEXT)", nullptr, nullptr, nullptr), SQLITE_OK);
+        sqlite3_close(db);
+    };
+    for (auto const& make : {std::function<void()>(text), std::function<void()>(damagedStore),
+                             std::function<void()>(foreignDatabase)}) {
+        std::filesystem::remove(file());
+        make();
+        std::string const before = contentsOf(file());
+        EAVStore s("Test", scratch.get(), ".db");
+        EXPECT_EQ(returnCodeOf([&] { s.init(); }), ReturnGenericFailure);
+        EXPECT_TRUE(contentsOf(file()) == before) << "the file was changed";
+        EXPECT_THROW(s.getEntities(), Exception) << "a refused store stays closed";
     }
-    ASSERT_EQ(integrityOf(file()), "ok");
-    std::string bytes = contentsOf(file());
-    ASSERT_GT(bytes.size(), 8192u);
-    // Scribble over the second page, an interior page of the table.
-    for (std::size_t i = 4096; i < 4096 + 64; ++i)
-        bytes[i] = static_cast<char>(0xA5);
-    writeFile(file(), bytes);
-
-    EAVStore damaged("Test", scratch.get(), ".db");
-    EXPECT_THROW(damaged.init(), Exception);
-    EXPECT_TRUE(contentsOf(file()) == bytes) << "the file was changed";
-}
-
-TEST_F(EAVStoreTest, ADatabaseOfAnotherKindIsRefused)
-{
-    sqlite3* db = nullptr;
-    ASSERT_EQ(sqlite3_open(file().c_str(), &db), SQLITE_OK);
-    ASSERT_EQ(sqlite3_exec(db, "CREATE TABLE accounts (name TEXT)", nullptr, nullptr, nullptr), SQLITE_OK);
-    sqlite3_close(db);
-    std::string before = contentsOf(file());
-
-    EAVStore s("Test", scratch.get(), ".db");
-    EXPECT_THROW(s.init(), Exception);
-    EXPECT_TRUE(contentsOf(file()) == before) << "the file was changed";
-}
-
-TEST_F(EAVStoreTest, ADirectoryThatIsAFileIsAnError)
-{
     writeFile(scratch.file("notadir"), "x");
-    EAVStore s("Test", scratch.file("notadir"), ".db");
-    EXPECT_THROW(s.init(), Exception);
-}
-
-TEST_F(EAVStoreTest, MissingDirectoriesAreCreated)
-{
-    EAVStore s("Test", scratch.file("a/b"), ".db");
-    s.init();
-    s.setValue("x", "y", "z");
+    EAVStore underAFile("Test", scratch.file("notadir"), ".db");
+    EXPECT_THROW(underAFile.init(), Exception);
+    EAVStore deep("Test", scratch.file("a/b"), ".db"); // missing directories are made
+    deep.init();
+    deep.setValue("x", "y", "z");
     EXPECT_EQ(integrityOf(scratch.file("a/b/Test.db")), "ok");
 }
 

@@ -3,6 +3,7 @@
 #include "store/EAVStore.h"
 #include "frame/Exception.h"
 #include "MasterSettingsDB.h"
+#include "ReturnCodeOf.h"
 #include "ScratchDirectory.h"
 #include "serial/StringObject.h"
 #include "serial/UInt32Object.h"
@@ -76,96 +77,66 @@ TEST_F(MasterSettingsDBTest, CurrentValuesPersistInWriteOrderAndTheLaterValueWin
     EXPECT_TRUE(std::filesystem::exists(scratch.file("root/ZAVSettingsDBAllowed.db")));
 }
 
-TEST_F(MasterSettingsDBTest, AllowedValuesKeepOnlyTheLastElement)
+// The allowed store keeps one text per setting, the last element of a list,
+// so a vector is given as the one element; neither list of names knows a
+// setting with allowed values alone, the singular read needs one, and reset
+// empties the current store only.
+TEST_F(MasterSettingsDBTest, TheAllowedStoreAndItsAsymmetries)
 {
     MasterSettingsDB& s = open();
+    auto allowedText = [&](char const* entity, char const* attribute) {
+        return rawStore(MasterSettingsDB::ALLOWED_STORE_NAME)->getValue(entity, attribute);
+    };
     StringObject low("low"), mid("mid"), high("high");
     s.setAllowedValues("video", "quality", VectorObject<SerialObject*>{&low, &mid, &high});
-    EXPECT_EQ(rawStore(MasterSettingsDB::ALLOWED_STORE_NAME)->getValue("video", "quality"), text(high));
-
-    // The text of one string is no vector; an absent value reads as an empty one.
-    try {
-        s.getAllowedValues("video", "quality");
-        FAIL() << "a string read as a vector";
-    } catch (Exception const& e) {
-        EXPECT_EQ(e.getCode(), ReturnInvalidParameter);
-    }
+    EXPECT_EQ(allowedText("video", "quality"), text(high));
+    EXPECT_EQ(returnCodeOf([&] { s.getAllowedValues("video", "quality"); }), ReturnInvalidParameter)
+        << "the text of one string is no vector";
     EXPECT_TRUE(s.getAllowedValues("video", "absent").empty());
-
-    // Neither list knows a setting with allowed values alone.
     EXPECT_TRUE(s.getEntities().empty());
     s.setAllowedValues("video", "quality", VectorObject<SerialObject*>{});
-    EXPECT_EQ(rawStore(MasterSettingsDB::ALLOWED_STORE_NAME)->getValue("video", "quality"), text(high));
-}
+    EXPECT_EQ(allowedText("video", "quality"), text(high)) << "an empty list writes nothing";
 
-TEST_F(MasterSettingsDBTest, AnAllowedValueThatIsAVectorReadsBackAsOne)
-{
-    MasterSettingsDB& s = open();
     StringObject a("a"), b("b");
     VectorObject<SerialObject*> inner{&a, &b};
     s.setAllowedValues("ui", "themes", VectorObject<SerialObject*>{&inner});
     VectorObject<SerialObject*> read = s.getAllowedValues("ui", "themes");
+    std::vector<std::unique_ptr<SerialObject>> owned(read.begin(), read.end());
     ASSERT_EQ(read.size(), 2u);
     EXPECT_EQ(text(*read[0]), text(a));
     EXPECT_EQ(text(*read[1]), text(b));
-    for (SerialObject* element : read)
-        delete element;
-}
 
-TEST_F(MasterSettingsDBTest, TheSingularReadLooksAtTheAllowedStore)
-{
-    MasterSettingsDB& s = open();
     s.setCurrentValue("net", "dns", StringObject("current"));
-    try {
-        s.getCurrentValue("net", "dns");
-        FAIL() << "a setting without allowed value must fail the singular read";
-    } catch (Exception const& e) {
-        EXPECT_EQ(e.getCode(), ReturnGenericFailure);
-    }
+    EXPECT_EQ(returnCodeOf([&] { s.getCurrentValue("net", "dns"); }), ReturnGenericFailure)
+        << "a setting without allowed value fails the singular read";
     StringObject allowed("allowed");
     s.setAllowedValues("net", "dns", VectorObject<SerialObject*>{&allowed});
     EXPECT_NE(s.getCurrentValue("net", "dns"), nullptr);
-}
-
-TEST_F(MasterSettingsDBTest, ResetEmptiesTheCurrentStoreOnly)
-{
-    MasterSettingsDB& s = open();
-    StringObject allowed("allowed");
-    s.setCurrentValue("net", "dns", StringObject("current"));
-    s.setAllowedValues("net", "dns", VectorObject<SerialObject*>{&allowed});
     s.reset();
     EXPECT_TRUE(s.getEntities().empty());
     EXPECT_TRUE(s.getCurrentValues("net").empty());
     EXPECT_NE(s.getCurrentValue("net", "dns"), nullptr);
-    EXPECT_EQ(rawStore(MasterSettingsDB::ALLOWED_STORE_NAME)->getValue("net", "dns"), text(allowed));
+    EXPECT_EQ(allowedText("net", "dns"), text(allowed));
 }
 
-TEST_F(MasterSettingsDBTest, AStoredTextThatIsNoSerialObjectFailsTheRead)
+TEST_F(MasterSettingsDBTest, AStoredTextThatIsNoSerialObjectFailsTheReadAndACorruptFileInit)
 {
     MasterSettingsDB& s = open();
     s.setCurrentValue("net", "dns", StringObject("fine"));
     rawStore(MasterSettingsDB::CURRENT_STORE_NAME)->setValue("net", "broken", "{not json");
     rawStore(MasterSettingsDB::CURRENT_STORE_NAME)->setValue("net", "alien", "{\"@type\":\"NoSuchRecord\"}");
-    try {
-        s.getCurrentValues("net");
-        FAIL() << "unreadable text accepted";
-    } catch (Exception const& e) {
-        EXPECT_EQ(e.getCode(), ReturnGenericFailure);
-    }
+    EXPECT_EQ(returnCodeOf([&] { s.getCurrentValues("net"); }), ReturnGenericFailure);
     // The store keeps what it holds; the readable value is still there.
     auto store = rawStore(MasterSettingsDB::CURRENT_STORE_NAME);
     EXPECT_EQ(store->getValue("net", "broken"), "{not json");
     EXPECT_EQ(store->getAttributes("net").size(), 3u);
     EXPECT_EQ(integrityOf(scratch.file("root/ZAVSettingsDBCurrent.db")), "ok");
-}
 
-TEST_F(MasterSettingsDBTest, ACorruptStoreFileStopsInitAndIsKept)
-{
-    std::filesystem::create_directories(scratch.file("root"));
+    // A store file that is no database stops init and is kept as it is.
+    close();
+    store.reset();
     std::string const junk(8192, '\x42');
     writeFile(scratch.file("root/ZAVSettingsDBCurrent.db"), junk);
-    auto* s = new MasterSettingsDB();
-    EXPECT_THROW(s->init(), Exception);
-    delete s;
+    EXPECT_THROW(open(), Exception);
     EXPECT_TRUE(contentsOf(scratch.file("root/ZAVSettingsDBCurrent.db")) == junk) << "the file was changed";
 }
