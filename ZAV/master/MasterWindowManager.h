@@ -132,6 +132,8 @@ public:
     int onAnimationFinished(std::string const& uid) override;
     // A voice transcript: at most one launch, waited for on the caller's thread.
     void onHidVoiceRecDone(std::string const& transcript) override;
+    // The page a transcript asks for; empty for none. Any thread.
+    static std::string voicePage(std::string const& transcript);
     // An A2DP device that attached queues StartAvCommand.
     void onAttachDone(std::string const& result, BTDeviceInfo const& device) override;
     // A Miracast peer: the Wi-Fi Display player, waited for on the caller's thread.

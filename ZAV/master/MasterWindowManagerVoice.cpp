@@ -31,8 +31,9 @@ std::string searchSite()
     return base;
 }
 
-// The page a transcript asks for; empty for none.
-std::string pageFor(std::string const& transcript)
+} // namespace
+
+std::string MasterWindowManager::voicePage(std::string const& transcript)
 {
     std::istringstream words(transcript);
     std::string first;
@@ -60,8 +61,6 @@ std::string pageFor(std::string const& transcript)
     return DIALOG_PAGE;
 }
 
-} // namespace
-
 void MasterWindowManager::launchPage(std::string const& url)
 {
     launch(LaunchParameters("0", APPLICATION_TYPE_WEBAPP, url, "", {}, true, false));
@@ -73,7 +72,7 @@ void MasterWindowManager::onHidVoiceRecDone(std::string const& transcript)
         VLOG(DebugLevelError, "onHidVoiceRecDone(): refused a transcript of %zu bytes\n", transcript.size());
         return;
     }
-    std::string const page = pageFor(transcript);
+    std::string const page = voicePage(transcript);
     if (!page.empty())
         launchPage(page);
 }

@@ -134,11 +134,11 @@ public:
 
     // Waits until a line told satisfies `condition`; that line, or empty after the deadline.
     template <class Condition>
-    std::string awaitLine(Condition condition)
+    std::string awaitLine(Condition condition, std::chrono::milliseconds deadline = std::chrono::seconds(30))
     {
         std::unique_lock lock(mutex);
         std::string found;
-        changed.wait_for(lock, std::chrono::seconds(30), [&] {
+        changed.wait_for(lock, deadline, [&] {
             auto const match = std::find_if(lines.begin(), lines.end(), condition);
             if (match != lines.end())
                 found = *match;
@@ -390,6 +390,23 @@ public:
     bool simulatorLogged(std::string const& line)
     {
         return awaitFile(sandbox.root / "sim.log", [&](Lines const& lines) { return contains(lines, line); });
+    }
+    // Makes the simulator of `endpoint` crash, and waits until its process has ended.
+    void crashSimulator(std::string const& endpoint)
+    {
+        Lines const log = readLines(sandbox.root / "sim.log");
+        auto const up = std::find_if(log.rbegin(), log.rend(), [&](std::string const& line) {
+            return line.rfind("up " + endpoint + " ", 0) == 0;
+        });
+        ASSERT_NE(up, log.rend());
+        pid_t const process = static_cast<pid_t>(std::stol(up->substr(endpoint.size() + 4)));
+        Velmora::FileDescriptor watch(static_cast<int>(::syscall(SYS_pidfd_open, process, 0)));
+        ASSERT_TRUE(watch.valid());
+        Json::Value how(Json::objectValue);
+        how["how"] = "crash";
+        ASSERT_TRUE(inject(endpoint, "die", how));
+        pollfd ended{watch.get(), POLLIN, 0};
+        ASSERT_EQ(::poll(&ended, 1, 30000), 1);
     }
     // Starts the simulator of `endpoint` ("QEN", "HUX") as a service and waits until it serves.
     void startSimulator(std::string const& endpoint)
