@@ -33,6 +33,8 @@
 //   this manager holds up only later notices of the same service.
 // - A repeated boot completion dials a client again that lost its service;
 //   a client whose service restarts dials it again by itself as well.
+// - A power key whose request the power manager fails lifts the infra-red
+//   filter it armed: the box stays awake and must hear every key.
 // - Voice: the search site's base URL is VELMORA_SEARCH_URL, read at each
 //   transcript, a slash added when it has none; unset, it is SEARCH_URL_DEFAULT, a local
 //   page of the box. A transcript longer than MAX_TRANSCRIPT bytes is refused

@@ -176,12 +176,14 @@ void MasterWindowManager::routeEvent(Event* event)
 void MasterWindowManager::_handlePowerKey(KeyEvent::Code code)
 {
     unsigned int target = 4;
+    bool filtered = false;
     if (powerState == 0) {
         if (dmsEnabled && mediaClient->getDmsStatus()) {
             target = 1;
         } else {
             target = dmsEnabled ? 2 : 3;
             inputDriver->enableIrFilter(code);
+            filtered = true;
         }
     } else if (powerState == 1) {
         target = 0;
@@ -194,7 +196,14 @@ void MasterWindowManager::_handlePowerKey(KeyEvent::Code code)
             VLOG(DebugLevelError, "_handlePowerKey(): the media engine did not release every window\n");
         }
     }
-    powerClient->setPowerState(target);
+    try {
+        powerClient->setPowerState(target);
+    } catch (...) {
+        // The box stays awake: it must not stay deaf to every key but one.
+        if (filtered)
+            inputDriver->disableIrFilter();
+        throw;
+    }
 }
 
 void MasterWindowManager::_powerStateChange(unsigned int state) { powerState = state; }
