@@ -16,16 +16,12 @@ using KeyEvent = IWindowEvent::KeyEvent;
 
 namespace {
 
-// Whether VELMORA_DEMO exists, whatever its value: read at the first key, on
-// the manager's thread only.
-enum class DemoMode { Unread, Off, On };
-DemoMode demoMode = DemoMode::Unread;
-
+// Whether VELMORA_DEMO exists, whatever its value: read once per process, at
+// the first key of any session.
 bool isDemoMode()
 {
-    if (demoMode == DemoMode::Unread)
-        demoMode = std::getenv("VELMORA_DEMO") ? DemoMode::On : DemoMode::Off;
-    return demoMode == DemoMode::On;
+    static bool const demoMode = std::getenv("VELMORA_DEMO") != nullptr;
+    return demoMode;
 }
 
 } // namespace

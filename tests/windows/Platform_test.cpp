@@ -122,6 +122,11 @@ TEST(Platform, RendererRequestsOpenOneMediaWindowAndFinishedAnimationsMoveTheFoc
     box.journal.clear();
     box.inject("QEN", "animationFinished", object({{"uid", "gone"}}));
     EXPECT_TRUE(box.journal.await("focus " + master + ">"));
+
+    // A service that fails ends every window but the master.
+    box.windows->onServiceFailure("VelmoraQENExec");
+    EXPECT_TRUE(box.appLogged("mediaPlayer-a", "terminate"));
+    EXPECT_FALSE(contains(readLines(box.logOf("home")), "terminate"));
 }
 
 TEST(Platform, VoiceFollowsItsGrammar)
