@@ -9,8 +9,9 @@
 //                                a Unix socket to another
 //   key_to_app_p99_us            the 99th percentile of that time over 10,000 keys
 //   power_key_to_request_p99_ms  the power key's records in the input FIFO to
-//                                the power manager simulator's report of the
-//                                requested state, over 200 presses
+//                                the manager's hearing of the power manager
+//                                simulator's report of the requested state
+//                                (an upper bound of its receipt), over 200 presses
 // Both ends of each path answer the bench through the same kind of pipe.
 // Run pinned to one core (taskset -c 0), the ratio is the _1core figure.
 #include "FigureReporter.h"
@@ -135,50 +136,17 @@ private:
     FileDescriptor writer;
 };
 
-// Follows the power manager's reports of the state it entered.
-class PowerReports {
-public:
-    PowerReports()
-    {
-        client.setNotificationHandler([this](std::string const&, Json::Value const& params) {
-            std::lock_guard lock(mutex);
-            state = params["state"].asUInt();
-            ++count;
-            changed.notify_all();
-        });
-        client.connect("HUX");
-        Json::Value subscription(Json::objectValue);
-        subscription["events"].append("IPowerManager::onPowerStateChange");
-        client.callOrThrow("RPC.subscribe", subscription);
-    }
-    unsigned int reports()
-    {
-        std::lock_guard lock(mutex);
-        return count;
-    }
-    // Waits for the report after the first `seen`, and for it to name `wanted`.
-    void awaitReport(unsigned int seen, unsigned int wanted)
-    {
-        std::unique_lock lock(mutex);
-        changed.wait(lock, [&] { return count > seen && state == wanted; });
-    }
-
-private:
-    RPCClient client{1};
-    std::mutex mutex;
-    std::condition_variable changed;
-    unsigned int state = 0;
-    unsigned int count = 0;
-};
-
 // The box with this binary running as the focused application, made once per process.
 class InputBox {
 public:
     static InputBox& get()
     {
-        static InputBox* box = new InputBox;
-        return *box;
+        if (!instance)
+            instance.reset(new InputBox);
+        return *instance;
     }
+    // Ends the box, its windows and services, before the process ends.
+    static void end() { instance.reset(); }
 
     double press()
     {
@@ -186,20 +154,18 @@ public:
         box.press(KEY);
         return awaitAnswer(replies.get(), start);
     }
-    // A power key from the running state to the power manager's report of
-    // standby; the box is woken again before the next.
+    // A power key from the running state to the manager's hearing of the
+    // power manager's report of standby; the box is woken again before the next.
     double powerKey()
     {
-        unsigned int const seen = power.reports();
         auto const start = Clock::now();
         box.press(KEY_POWER);
-        power.awaitReport(seen, 3);
+        box.awaitPowerState("3");
         double const seconds = std::chrono::duration<double>(Clock::now() - start).count();
         Json::Value wake(Json::objectValue);
         wake["reason"] = 0;
-        unsigned int const asleep = power.reports();
         box.inject("HUX", "wakeUp", wake);
-        power.awaitReport(asleep, 0);
+        box.awaitPowerState("0");
         return seconds;
     }
 
@@ -214,10 +180,10 @@ private:
         box.journal.await("focus >" + uid);
     }
 
+    static inline std::unique_ptr<InputBox> instance;
     WindowBox box;
     fs::path const replyFifo = box.sandbox.root / "answers";
     FileDescriptor replies;
-    PowerReports power;
 };
 
 void BM_KeyToApp(benchmark::State& state)
@@ -269,10 +235,12 @@ int main(int argc, char** argv)
         return runApplication(argv[2]);
     // The power key is the manager's own in the demonstration mode; OK is routed alike in both.
     setenv("VELMORA_DEMO", "", 1);
-    return VelmoraBench::runFigures(
+    int const status = VelmoraBench::runFigures(
         argc, argv,
         {{"key_to_app_ratio", "BM_KeyToApp/iterations:2000/manual_time",
           "BM_FifoRelay/iterations:2000/manual_time"},
          {"key_to_app_p99_us", "BM_KeyToAppP99/iterations:1/repeats:1/manual_time", "", 1e-3},
          {"power_key_to_request_p99_ms", "BM_PowerKeyToRequestP99/iterations:1/repeats:1/manual_time", "", 1e-6}});
+    InputBox::end();
+    return status;
 }

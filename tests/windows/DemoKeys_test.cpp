@@ -17,18 +17,6 @@ Json::Value field(char const* key, Json::Value value)
     return object;
 }
 
-// Waits until the power manager has reported `state` last.
-bool awaitPowerState(WindowBox& box, std::string const& state)
-{
-    for (;;) {
-        Lines const states = box.windows->powerStates();
-        if (!states.empty() && states.back() == state)
-            return true;
-        if (!box.windows->reported.waitFor(static_cast<int>(states.size()) + 1))
-            return false;
-    }
-}
-
 long powerRequests(WindowBox& box, std::string const& state)
 {
     return countOf(readLines(box.sandbox.root / "sim.log"), "setPowerState " + state);
@@ -70,7 +58,7 @@ TEST_F(Demo, ThePowerKeyWalksThePowerStatesWithTheFilterAndThePowerManagerMayDie
     ASSERT_FALSE(slow.empty());
     box.press("Power");
     ASSERT_TRUE(awaitPowerRequest(box, "3", 1));
-    ASSERT_TRUE(awaitPowerState(box, "3"));
+    ASSERT_TRUE(box.awaitPowerState("3"));
     Lines const released = box.simulatorRecord("QEN");
     for (std::string const& uid : {master, slow})
         EXPECT_TRUE(contains(released, "releaseClient " + uid)) << uid;
@@ -80,10 +68,10 @@ TEST_F(Demo, ThePowerKeyWalksThePowerStatesWithTheFilterAndThePowerManagerMayDie
     box.press("OK");
     box.press("Power");
     ASSERT_TRUE(awaitPowerRequest(box, "4", 1));
-    ASSERT_TRUE(awaitPowerState(box, "4"));
+    ASSERT_TRUE(box.awaitPowerState("4"));
     // A wake-up asks for the running state and lifts the filter.
     ASSERT_TRUE(box.inject("HUX", "wakeUp", field("reason", 0)));
-    ASSERT_TRUE(awaitPowerState(box, "0"));
+    ASSERT_TRUE(box.awaitPowerState("0"));
     box.press("OK");
     ASSERT_TRUE(box.appLogged("slow", "key 608 0"));
     EXPECT_EQ(countOf(readLines(box.logOf("slow")), "key 608 1"), 1);
@@ -92,16 +80,16 @@ TEST_F(Demo, ThePowerKeyWalksThePowerStatesWithTheFilterAndThePowerManagerMayDie
     // leads to the deeper state with the filter, and the power key wakes.
     ASSERT_TRUE(box.inject("HUX", "powerStateChange", field("state", 9)));
     ASSERT_TRUE(box.inject("HUX", "powerStateChange", field("state", 1)));
-    ASSERT_TRUE(awaitPowerState(box, "1"));
+    ASSERT_TRUE(box.awaitPowerState("1"));
     EXPECT_FALSE(contains(box.windows->powerStates(), "9"));
     ASSERT_TRUE(box.inject("HUX", "powerChangeRequest", field("state", 3)));
     ASSERT_TRUE(awaitPowerRequest(box, "2", 1));
     ASSERT_TRUE(box.inject("HUX", "wakeUp", field("reason", 1)));
-    ASSERT_TRUE(awaitPowerState(box, "1"));
+    ASSERT_TRUE(box.awaitPowerState("1"));
     long const wakes = powerRequests(box, "0");
     box.press("Power");
     ASSERT_TRUE(awaitPowerRequest(box, "0", wakes + 1));
-    ASSERT_TRUE(awaitPowerState(box, "0"));
+    ASSERT_TRUE(box.awaitPowerState("0"));
 
     // The power manager dies: the power key's request fails and is logged,
     // and the next key is handled. Once it is back, the key works again.
@@ -113,7 +101,7 @@ TEST_F(Demo, ThePowerKeyWalksThePowerStatesWithTheFilterAndThePowerManagerMayDie
     box.startSimulator("HUX");
     box.press("Power");
     ASSERT_TRUE(awaitPowerRequest(box, "3", before + 1));
-    ASSERT_TRUE(awaitPowerState(box, "3"));
+    ASSERT_TRUE(box.awaitPowerState("3"));
 }
 
 TEST_F(Demo, WithPowerDemoTheDemonstrationKeysTakeThePowerKeysPlace)

@@ -2,9 +2,10 @@
 // holding the project's launch scripts and a holder certificate, the
 // server's bus endpoint that programs dial, the media and power simulators
 // and a token-hearing service started by a service manager, the
-// authorization manager with test-time keys, and a MasterWindowManager with
-// the real process factory. Time is the test clock; the garbage collection
-// runs when a test calls collect().
+// authorization manager with test-time keys, the input driver reading a FIFO
+// that press() writes key records into, and a MasterWindowManager with the
+// real process factory. Time is the test clock; the garbage collection runs
+// when a test calls collect().
 #pragma once
 
 #include "AuthorizationFixture.h"
@@ -390,6 +391,17 @@ public:
     bool simulatorLogged(std::string const& line)
     {
         return awaitFile(sandbox.root / "sim.log", [&](Lines const& lines) { return contains(lines, line); });
+    }
+    // Waits until the manager has taken `state` as the last power state reported.
+    bool awaitPowerState(std::string const& state)
+    {
+        for (;;) {
+            Lines const states = windows->powerStates();
+            if (!states.empty() && states.back() == state)
+                return true;
+            if (!windows->reported.waitFor(static_cast<int>(states.size()) + 1))
+                return false;
+        }
     }
     // Makes the simulator of `endpoint` crash, and waits until its process has ended.
     void crashSimulator(std::string const& endpoint)
