@@ -61,16 +61,18 @@ int MasterWindowManager::onWakeUp(unsigned int const& reason)
 
 void MasterWindowManager::uninit()
 {
-    if (inputDriver) {
+    if (inputDriver)
         inputDriver->removeListener(this);
-        delete inputDriver; // gives the singleton's reference back
-        inputDriver = nullptr;
-    }
     if (powerClient)
         powerClient->removeListener(this);
     if (mediaClient)
         mediaClient->removeListener(this);
     WindowManager::uninit();
+    // The thread has ended: no command uses the driver any more.
+    if (inputDriver) {
+        delete inputDriver; // gives the singleton's reference back
+        inputDriver = nullptr;
+    }
 }
 
 template <class Client>

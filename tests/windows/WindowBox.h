@@ -349,6 +349,7 @@ public:
         windows->removeListener(&journal);
         windows->uninit();
         windows.reset();
+        services.uninit(); // its thread may still be following a simulator's end
         // The box's reference and the one the driver's creation counts: the
         // next box reads its own FIFO.
         delete input;
