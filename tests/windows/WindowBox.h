@@ -322,6 +322,7 @@ public:
         oldPath = std::getenv("PATH") ? std::getenv("PATH") : "";
         setenv("PATH", (bin.string() + ":" + VELMORA_TEST_APP_DIR + ":" + VELMORA_SIM_DIR + ":" + oldPath).c_str(), 1);
         setenv("VELMORA_SIM_LOG", (sandbox.root / "sim.log").c_str(), 1);
+        setenv("VELMORA_TEST_APP_KEYS", "1", 1);
         installProgram();
         host.init();
         services.init();
@@ -358,6 +359,7 @@ public:
         delete authorization; // getInstance() and the constructor each hold a reference
         delete authorization;
         unsetenv("VELMORA_SIM_LOG");
+        unsetenv("VELMORA_TEST_APP_KEYS");
         unsetenv("VELMORA_APP_PROGRAM");
         unsetenv("VELMORA_RUNTIME_DIR");
         setenv("PATH", oldPath.c_str(), 1);
