@@ -3,22 +3,77 @@
 #include "frame/DebugPrint.h"
 #include "frame/Exception.h"
 #include "rpc/RPCClient.h"
+#include "rpc/RuntimeDirectory.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/inotify.h>
 
 namespace Velmora {
 
 static char const MODULE[] = "ServiceEndpointClient";
 
+namespace {
+
+// A service's socket appears at bind, a moment before it accepts: a dial
+// refused right after the socket appeared is tried again this often, this
+// many times, before the wait for the next appearance goes on.
+constexpr int REFUSED_RETRY_MS = 20;
+constexpr int REFUSED_RETRIES = 50;
+
+} // namespace
+
 ServiceEndpointClient::ServiceEndpointClient(Client::Type type, std::string endpoint)
-    : type(type), endpoint(std::move(endpoint)), mutex(MODULE)
+    : type(type), endpoint(std::move(endpoint)), stopSignal(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), mutex(MODULE)
 {
 }
 
-ServiceEndpointClient::~ServiceEndpointClient() = default;
+ServiceEndpointClient::~ServiceEndpointClient() { stopDelivery(); }
+
+void ServiceEndpointClient::stopDelivery()
+{
+    {
+        std::lock_guard lock(queueMutex);
+        stopping = true;
+        queued.notify_all();
+    }
+    uint64_t const one = 1;
+    [[maybe_unused]] ssize_t const written = ::write(stopSignal.get(), &one, sizeof(one));
+    if (courier.joinable())
+        courier.join();
+}
 
 void ServiceEndpointClient::init()
 {
     if (!connection())
         throwException(MODULE, __LINE__, "init", ReturnGenericFailure);
+}
+
+void ServiceEndpointClient::addListener(IListener* listener)
+{
+    {
+        std::lock_guard lock(listenerMutex);
+        if (std::find(listeners.begin(), listeners.end(), listener) == listeners.end())
+            listeners.push_back(listener);
+    }
+    std::lock_guard lock(queueMutex);
+    if (!courier.joinable() && !stopping)
+        courier = std::thread([this] { run(); });
+}
+
+void ServiceEndpointClient::removeListener(IListener* listener)
+{
+    std::lock_guard delivery(deliveryMutex);
+    std::lock_guard lock(listenerMutex);
+    std::erase(listeners, listener);
+}
+
+bool ServiceEndpointClient::hasListeners()
+{
+    std::lock_guard lock(listenerMutex);
+    return !listeners.empty();
 }
 
 std::shared_ptr<RPCClient> ServiceEndpointClient::connection()
@@ -27,15 +82,31 @@ std::shared_ptr<RPCClient> ServiceEndpointClient::connection()
     if (client && client->isConnected())
         return client;
     client.reset();
+    client = dial();
+    return client;
+}
+
+std::shared_ptr<RPCClient> ServiceEndpointClient::dial()
+{
     auto dialled = std::make_shared<RPCClient>(1);
+    dialled->setNotificationHandler([this](std::string const& name, Json::Value const& params) {
+        enqueue({name, params});
+    });
+    dialled->setClosedHandler([this] { enqueue({}); });
     try {
         dialled->connect(endpoint);
+        std::vector<std::string> const names = events();
+        if (!names.empty()) {
+            Json::Value subscription(Json::objectValue);
+            for (std::string const& name : names)
+                subscription["events"].append(name);
+            dialled->callOrThrow("RPC.subscribe", subscription);
+        }
     } catch (Exception const&) {
         VLOG(DebugLevelError, "connection(): service %s is not reachable\n", endpoint.c_str());
         return nullptr;
     }
-    client = dialled;
-    return client;
+    return dialled;
 }
 
 Json::Value ServiceEndpointClient::call(char const* method, Json::Value const& params)
@@ -49,6 +120,80 @@ Json::Value ServiceEndpointClient::call(char const* method, Json::Value const& p
         throwException(MODULE, __LINE__, method, ReturnGenericFailure);
     }
     return std::move(reply.result);
+}
+
+void ServiceEndpointClient::deliver(IListener&, std::string const& name, Json::Value const&)
+{
+    VLOG(DebugLevelWarning, "deliver(): %s sent the unknown notice %s\n", endpoint.c_str(), name.c_str());
+}
+
+void ServiceEndpointClient::enqueue(Notice notice)
+{
+    std::lock_guard lock(queueMutex);
+    if (stopping)
+        return;
+    notices.push_back(std::move(notice));
+    queued.notify_all();
+}
+
+void ServiceEndpointClient::run()
+{
+    for (;;) {
+        Notice notice;
+        {
+            std::unique_lock lock(queueMutex);
+            queued.wait(lock, [this] { return stopping || !notices.empty(); });
+            if (stopping)
+                return;
+            notice = std::move(notices.front());
+            notices.pop_front();
+        }
+        if (notice.name.empty()) {
+            redial();
+            continue;
+        }
+        std::lock_guard delivery(deliveryMutex);
+        std::vector<IListener*> const current = [this] {
+            std::lock_guard lock(listenerMutex);
+            return listeners;
+        }();
+        for (IListener* listener : current)
+            runLoggingExceptions(MODULE, __LINE__, "deliver", [&] { deliver(*listener, notice.name, notice.params); });
+    }
+}
+
+void ServiceEndpointClient::redial()
+{
+    if (!hasListeners())
+        return;
+    std::string const directory = RuntimeDirectory::path();
+    std::string const socketName = endpoint + ".sock";
+    FileDescriptor watch(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+    if (!watch.valid() || ::inotify_add_watch(watch.get(), directory.c_str(), IN_CREATE | IN_MOVED_TO) < 0) {
+        VLOG(DebugLevelError, "redial(): cannot watch %s for %s\n", directory.c_str(), endpoint.c_str());
+        return;
+    }
+    VLOG(DebugLevelNotice, "redial(): waiting for service %s\n", endpoint.c_str());
+    int retries = 0;
+    while (!connection()) {
+        pollfd waits[] = {{watch.get(), POLLIN, 0}, {stopSignal.get(), POLLIN, 0}};
+        int const ready = ::poll(waits, 2, retries > 0 ? REFUSED_RETRY_MS : -1);
+        if (ready < 0 && errno != EINTR)
+            return;
+        if (waits[1].revents != 0)
+            return;
+        if (retries > 0)
+            --retries;
+        alignas(inotify_event) char buffer[4096];
+        for (ssize_t length; (length = ::read(watch.get(), buffer, sizeof buffer)) > 0;)
+            for (ssize_t offset = 0; offset < length;) {
+                auto const* event = reinterpret_cast<inotify_event const*>(buffer + offset);
+                offset += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
+                if (event->len > 0 && socketName == event->name)
+                    retries = REFUSED_RETRIES;
+            }
+    }
+    VLOG(DebugLevelNotice, "redial(): service %s is back\n", endpoint.c_str());
 }
 
 } // namespace Velmora

@@ -5,6 +5,7 @@
 //   VELMORA_TEST_APP_ON_TERMINATE exit (default), crash, or ignore
 //   VELMORA_TEST_APP_HANG         a method ("ILifecycleManagement.getState") that never answers
 //   VELMORA_TEST_APP_LOG          a file that gets one line per call or token received
+//   VELMORA_TEST_APP_KEYS=1       the log also gets "key <code> <0|1>" after the "event" of a key
 #include "AppConnection.h"
 #include "frame/Exception.h"
 
@@ -70,8 +71,11 @@ int main()
     });
     app.onFocus([](bool focus) { logLine(std::string("focus ") + (focus ? "1" : "0")); });
     app.onVisibility([](bool visible) { logLine(std::string("visible ") + (visible ? "1" : "0")); });
-    app.onEvent([](Json::Value const&) {
+    bool const logKeys = environment("VELMORA_TEST_APP_KEYS") == "1";
+    app.onEvent([logKeys](Json::Value const& event) {
         logLine("event");
+        if (logKeys && event.isMember("code"))
+            logLine("key " + std::to_string(event["code"].asUInt()) + (event["pressed"].asBool() ? " 1" : " 0"));
         return true;
     });
     app.onToken([](std::string const& method, Json::Value const& params) {

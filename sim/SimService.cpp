@@ -87,9 +87,27 @@ std::string SimService::emit(IRPC::RPCSynchronousMethodObject const& method)
     std::string const event = params["event"].asString();
     if (event.empty())
         return IRPC::RPCErrorObject(method.getMethod(), "Invalid parameter").serialize();
-    record("emit " + event);
-    handleRPCNotification(IRPC::RPCNotificationObject(event, IRPC::write(params["params"])));
+    send(event, params["params"]);
     return answer(method);
+}
+
+void SimService::inject(std::string const& command, std::string const& event)
+{
+    injections["Sim." + command] = event;
+    interfaces["Sim"][command] = static_cast<RPCMethod>(&SimService::injected);
+}
+
+std::string SimService::injected(IRPC::RPCSynchronousMethodObject const& method)
+{
+    Json::Value const params = paramsOf(method);
+    send(injections.at(method.getMethod()), params.isObject() ? params : Json::Value(Json::objectValue));
+    return answer(method);
+}
+
+void SimService::send(std::string const& event, Json::Value const& params)
+{
+    record("emit " + event);
+    handleRPCNotification(IRPC::RPCNotificationObject(event, IRPC::write(params)));
 }
 
 std::string SimService::die(IRPC::RPCSynchronousMethodObject const& method)

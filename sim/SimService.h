@@ -10,6 +10,8 @@
 //              abort, exit with status 1 (neither reports), or report
 //              TERMINATED and exit with status 0
 //   Sim.record {}  the lines recorded so far
+// and the injections a subclass names (inject()): Sim.<command> with the
+// event's own parameters sends the notification <event> with them.
 // The first recorded line is "up <endpoint> <pid>". Recorded lines also go
 // to the file named by VELMORA_SIM_LOG, one a line.
 //
@@ -20,6 +22,7 @@
 #include "rpc/RPCServer.h"
 
 #include <condition_variable>
+#include <map>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -35,6 +38,10 @@ public:
     int run();
 
 protected:
+    // Makes Sim.<command> send the notification `event` with the command's parameters.
+    void inject(std::string const& command, std::string const& event);
+    // Sends a notification to the endpoint's subscribers and records "emit <event>".
+    void send(std::string const& event, Json::Value const& params);
     void record(std::string const& line);
     static Json::Value paramsOf(IRPC::RPCSynchronousMethodObject const& method);
     static std::string answer(IRPC::RPCSynchronousMethodObject const& method);
@@ -42,6 +49,7 @@ protected:
 
 private:
     std::string emit(IRPC::RPCSynchronousMethodObject const& method);
+    std::string injected(IRPC::RPCSynchronousMethodObject const& method);
     std::string die(IRPC::RPCSynchronousMethodObject const& method);
     std::string getRecord(IRPC::RPCSynchronousMethodObject const& method);
     void finish(int status);
@@ -52,6 +60,7 @@ private:
     bool done = false;
     int exitStatus = 0;
     std::vector<std::string> lines;
+    std::map<std::string, std::string> injections; // "Sim.<command>" -> event, set before run()
 };
 
 } // namespace Velmora

@@ -1,8 +1,9 @@
-// The power manager of a box without hardware (endpoint "HUX"). It keeps the
-// power state the server asks for and records the clients unregistered
-// ("unregisterClient <uid>"); power-key
-// transitions and wake-ups are injected with Sim.emit
-// ("IPowerManager::onPowerStateChange", ...).
+// The power manager of a box without hardware (endpoint "HUX"). It takes the
+// power state the server asks for at once and reports it
+// ("IPowerManager::onPowerStateChange"), records each request
+// ("setPowerState <n>") and the clients unregistered ("unregisterClient
+// <uid>"). Injections: Sim.powerStateChange {"state"},
+// Sim.powerChangeRequest {"state"}, Sim.wakeUp {"reason"}.
 #include "SimService.h"
 
 #include <atomic>
@@ -18,6 +19,9 @@ public:
         interfaces["IPowerManager"]["setPowerState"] = static_cast<RPCMethod>(&PowerManagerSim::setPowerState);
         interfaces["IPowerManager"]["getPowerState"] = static_cast<RPCMethod>(&PowerManagerSim::getPowerState);
         interfaces["IPowerManager"]["unregisterClient"] = static_cast<RPCMethod>(&PowerManagerSim::unregisterClient);
+        inject("powerStateChange", "IPowerManager::onPowerStateChange");
+        inject("powerChangeRequest", "IPowerManager::onPowerChangeRequest");
+        inject("wakeUp", "IPowerManager::onWakeUp");
     }
 
 private:
@@ -25,6 +29,9 @@ private:
     {
         state = paramsOf(method)["state"].asUInt();
         record("setPowerState " + std::to_string(state.load()));
+        Json::Value reported(Json::objectValue);
+        reported["state"] = state.load();
+        send("IPowerManager::onPowerStateChange", reported);
         return answer(method);
     }
     std::string getPowerState(IRPC::RPCSynchronousMethodObject const& method)

@@ -1,6 +1,11 @@
 // The media engine of a box without hardware (endpoint "QEN"). It answers
-// the DMS status (VELMORA_SIM_DMS=1: true) and records released clients;
-// renderer, Bluetooth and wireless notices are injected with Sim.emit.
+// the DMS status (VELMORA_SIM_DMS=1: true) and records released clients
+// ("releaseClient <name>"). Injections, each with the notice's parameters:
+//   Sim.renderer  {"event", "text"}            IRenderer::onRendererEvent
+//   Sim.animationFinished {"uid"}             ISurfaceAnimation::onAnimationFinished
+//   Sim.speak     {"transcript"}               IBluetooth::onHidVoiceRecDone
+//   Sim.attach    {"result", "services"}       IBluetooth::onAttachDone
+//   Sim.connectPeer {"ipAddress", "miraCast", "rtspPort"}  IWireless::onWiFiDirectConnect
 #include "SimService.h"
 
 #include <cstdlib>
@@ -16,6 +21,11 @@ public:
     {
         interfaces["IMediaEngine"]["getDmsStatus"] = static_cast<RPCMethod>(&MediaEngineSim::getDmsStatus);
         interfaces["IMediaEngine"]["releaseClient"] = static_cast<RPCMethod>(&MediaEngineSim::releaseClient);
+        inject("renderer", "IRenderer::onRendererEvent");
+        inject("animationFinished", "ISurfaceAnimation::onAnimationFinished");
+        inject("speak", "IBluetooth::onHidVoiceRecDone");
+        inject("attach", "IBluetooth::onAttachDone");
+        inject("connectPeer", "IWireless::onWiFiDirectConnect");
     }
 
 private:

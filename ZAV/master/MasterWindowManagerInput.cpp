@@ -1,47 +1,164 @@
-// Start-up of the session, the dispatch of events to windows and the power
-// notices.
+// Start-up of the session, the dispatch of events to windows with the key
+// tables, the power key and the power notices.
 #include "MasterWindowManager.h"
 
 #include "frame/DebugPrint.h"
 #include "frame/Exception.h"
+#include "MultiInputDriver.h"
+
+#include <cstdlib>
 
 namespace Velmora {
 
 static char const MODULE[] = "MasterWindowManager";
 
+using KeyEvent = IWindowEvent::KeyEvent;
+
+namespace {
+
+// Whether VELMORA_DEMO exists, whatever its value: read once per process, at
+// the first key of any session.
+bool isDemoMode()
+{
+    static bool const demoMode = std::getenv("VELMORA_DEMO") != nullptr;
+    return demoMode;
+}
+
+} // namespace
+
 void MasterWindowManager::onBootComplete() { queueStartUp(); }
 
 void MasterWindowManager::onServiceFailure(std::string const& name)
 {
-    VLOG(DebugLevelNotice, "onServiceFailure(): %s\n", name.c_str());
+    VLOG(DebugLevelInfo, "Service %s failed, killing running application\n", name.c_str());
+    terminate(SINGLETON_UID);
 }
 
 void MasterWindowManager::onServiceListChange(VectorObject<std::string> const&) {}
 
+void MasterWindowManager::onInputEvent(InputEvent const& event) { dispatchEvent(event); }
+
+int MasterWindowManager::onPowerStateChange(unsigned int const& state)
+{
+    VLOG(DebugLevelInfo, "%s: state changed to: %d\n", "onPowerStateChange", static_cast<int>(state));
+    queuePowerStateChange(state);
+    return 0;
+}
+
+int MasterWindowManager::onPowerChangeRequest(unsigned int const& state)
+{
+    VLOG(DebugLevelInfo, "%s: state change request to: %d\n", "onPowerChangeRequest", static_cast<int>(state));
+    queuePowerChangeRequest(state);
+    return 0;
+}
+
+int MasterWindowManager::onWakeUp(unsigned int const& reason)
+{
+    VLOG(DebugLevelInfo, "%s: reason is: %u\n", "onWakeUp", reason);
+    queueWakeUp(reason);
+    return 0;
+}
+
+void MasterWindowManager::uninit()
+{
+    if (inputDriver)
+        inputDriver->removeListener(this);
+    if (powerClient)
+        powerClient->removeListener(this);
+    if (mediaClient)
+        mediaClient->removeListener(this);
+    WindowManager::uninit();
+    // The thread has ended: no command uses the driver any more.
+    if (inputDriver) {
+        delete inputDriver; // gives the singleton's reference back
+        inputDriver = nullptr;
+    }
+}
+
 template <class Client>
-Client* MasterWindowManager::connectClient(char const* what)
+Client* MasterWindowManager::connectClient()
 {
     Client* client = Client::create(getClientType(), std::string());
-    try {
-        client->init();
-    } catch (Exception const& e) {
-        // Kept all the same: each call dials again.
-        VLOG(DebugLevelError, "_startup(): the %s is not reachable: %s\n", what, e.what());
-    }
+    client->addListener(this);
     return client;
 }
 
 void MasterWindowManager::_startup()
 {
-    if (!mediaClient)
-        mediaClient = connectClient<QENClient>("media engine");
+    if (!inputDriver) {
+        inputDriver = Singleton<InputDriver>::getInstance<MultiInputDriver>();
+        inputDriver->addListener(this, sessionIndex);
+    }
     if (!powerClient)
-        powerClient = connectClient<HUXClient>("power manager");
+        powerClient = connectClient<HUXClient>();
+    if (!mediaClient)
+        mediaClient = connectClient<QENClient>();
+    for (ServiceEndpointClient* client : {static_cast<ServiceEndpointClient*>(powerClient),
+                                          static_cast<ServiceEndpointClient*>(mediaClient)}) {
+        try {
+            client->init();
+        } catch (Exception const& e) {
+            // Kept all the same: each call dials again, and so does a repeated start-up.
+            VLOG(DebugLevelError, "_startup(): service %s is not reachable: %s\n", client->getEndpoint().c_str(),
+                 e.what());
+        }
+    }
     scanStartupOptions();
     _createMaster();
 }
 
+bool MasterWindowManager::consumedInDemoMode(KeyEvent const& key)
+{
+    bool const act = key.getPressed();
+    switch (key.getKeyCode()) {
+    case KeyEvent::KEY_POWER:
+        if (!powerDemo && act)
+            _handlePowerKey(KeyEvent::KEY_POWER);
+        return true;
+    case KeyEvent::KEY_MASTER_TOGGLE:
+    case KeyEvent::KEY_MASTER_TOGGLE_CLIENT: {
+        bool const mine = clientMode == (key.getKeyCode() == KeyEvent::KEY_MASTER_TOGGLE_CLIENT);
+        if (mine && act)
+            _toggleMasterWindow();
+        return mine;
+    }
+    case KeyEvent::KEY_POWER_DEMO_DMS:
+    case KeyEvent::KEY_POWER_DEMO: {
+        bool const mine = (key.getKeyCode() == KeyEvent::KEY_POWER_DEMO_DMS) == dmsEnabled;
+        if (powerDemo && mine && act)
+            _handlePowerKey(key.getKeyCode());
+        return powerDemo;
+    }
+    default:
+        return false;
+    }
+}
+
+bool MasterWindowManager::consumedByKeyTables(KeyEvent const& key)
+{
+    if (isDemoMode())
+        return consumedInDemoMode(key);
+    KeyEvent::Code const code = key.getKeyCode();
+    if (code != KeyEvent::KEY_SYSTEM && code != KeyEvent::KEY_SYSTEM_ALT && code != KeyEvent::KEY_POWER)
+        return false;
+    if (ApplicationMapEntry* master = _getApplicationEntry(masterUid))
+        reachWindow(*master, "_dispatchEvent", [&] { eventsOf(*master).handleEvent(masterUid, key); });
+    return true;
+}
+
 void MasterWindowManager::_dispatchEvent(Event* event)
+{
+    if (event->getObjectType() == KeyEvent::TYPE_NAME) {
+        auto const* key = dynamic_cast<KeyEvent const*>(event);
+        if (key && consumedByKeyTables(*key))
+            return;
+    }
+    routeEvent(event);
+    if (slaveClient && slaveAppSupport == APPLICATION_TYPE_ANDROID)
+        slaveClient->dispatchEvent(*event);
+}
+
+void MasterWindowManager::routeEvent(Event* event)
 {
     if (event->isFocusEvent()) {
         if (ApplicationMapEntry* focused = _getApplicationEntry(focusedUid))
@@ -54,20 +171,58 @@ void MasterWindowManager::_dispatchEvent(Event* event)
     }
 }
 
+void MasterWindowManager::_handlePowerKey(KeyEvent::Code code)
+{
+    unsigned int target = 4;
+    bool filtered = false;
+    if (powerState == 0) {
+        if (dmsEnabled && mediaClient->getDmsStatus()) {
+            target = 1;
+        } else {
+            target = dmsEnabled ? 2 : 3;
+            inputDriver->enableIrFilter(code);
+            filtered = true;
+        }
+    } else if (powerState == 1) {
+        target = 0;
+    }
+    if (target != 0) {
+        try {
+            for (auto const& window : applications)
+                mediaClient->releaseClient(window.first);
+        } catch (...) {
+            VLOG(DebugLevelError, "_handlePowerKey(): the media engine did not release every window\n");
+        }
+    }
+    try {
+        powerClient->setPowerState(target);
+    } catch (...) {
+        // The box stays awake: it must not stay deaf to every key but one.
+        if (filtered)
+            inputDriver->disableIrFilter();
+        throw;
+    }
+}
+
+void MasterWindowManager::_powerStateChange(unsigned int state) { powerState = state; }
+
+void MasterWindowManager::_powerChangeRequest(unsigned int)
+{
+    if (powerState != 1)
+        return;
+    KeyEvent::Code code = KeyEvent::KEY_POWER;
+    if (powerDemo)
+        code = dmsEnabled ? KeyEvent::KEY_POWER_DEMO_DMS : KeyEvent::KEY_POWER_DEMO;
+    inputDriver->enableIrFilter(code);
+    powerClient->setPowerState(2);
+}
+
 void MasterWindowManager::_wakeUp(unsigned int reason)
 {
-    VLOG(DebugLevelNotice, "_wakeUp(): reason %u\n", reason);
-}
-
-void MasterWindowManager::_powerStateChange(unsigned int state)
-{
-    VLOG(DebugLevelNotice, "_powerStateChange(): %u\n", state);
-    powerState = state;
-}
-
-void MasterWindowManager::_powerChangeRequest(unsigned int state)
-{
-    VLOG(DebugLevelNotice, "_powerChangeRequest(): %u\n", state);
+    if (powerState == 0 || reason >= 4)
+        return;
+    powerClient->setPowerState(reason == 1 ? 1 : 0);
+    inputDriver->disableIrFilter();
 }
 
 } // namespace Velmora

@@ -2,12 +2,18 @@
 // holding the project's launch scripts and a holder certificate, the
 // server's bus endpoint that programs dial, the media and power simulators
 // and a token-hearing service started by a service manager, the
-// authorization manager with test-time keys, and a MasterWindowManager with
-// the real process factory. Time is the test clock; the garbage collection
-// runs when a test calls collect().
+// authorization manager with test-time keys, the input driver reading a FIFO
+// that press() writes key records into, and a MasterWindowManager with the
+// real process factory. Time is the test clock; the garbage collection runs
+// when a test calls collect().
 #pragma once
 
 #include "AuthorizationFixture.h"
+#include "FileDescriptor.h"
+#include "KeyNames.h"
+#include "MultiInputDriver.h"
+#include "NullWindowManagerListener.h"
+#include "Signal.h"
 #include "frame/FunctionCommand.h"
 #include "HWPApplicationFactory.h"
 #include "MasterWindowManager.h"
@@ -32,7 +38,10 @@
 #include <vector>
 
 #include <csignal>
+#include <fcntl.h>
 #include <poll.h>
+#include <sys/inotify.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -52,13 +61,44 @@ inline Lines readLines(fs::path const& path)
     return lines;
 }
 
-// Polls `condition` every 10 ms for up to 30 s; the bound only catches hangs.
+// For conditions that no notice announces, such as a table that empties
+// only as real processes die and the garbage collection is run again: tries
+// `condition` every 10 ms for up to 30 s; the bound only catches hangs.
 template <class Condition>
 bool eventually(Condition condition)
 {
     for (int i = 0; i < 3000 && !condition(); ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     return condition();
+}
+
+// Waits until `condition` holds for the file at `path`, which another process
+// writes: wakes on every change in the file's folder (inotify), for up to 30 s.
+template <class Condition>
+bool awaitFile(fs::path const& path, Condition condition)
+{
+    Velmora::FileDescriptor watch(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+    if (!watch.valid() ||
+        ::inotify_add_watch(watch.get(), path.parent_path().c_str(), IN_CREATE | IN_MODIFY | IN_CLOSE_WRITE) < 0)
+        return condition(readLines(path));
+    auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (!condition(readLines(path))) {
+        auto const left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        if (left.count() <= 0)
+            return false;
+        pollfd ready{watch.get(), POLLIN, 0};
+        if (::poll(&ready, 1, static_cast<int>(left.count())) > 0) {
+            char buffer[4096];
+            while (::read(watch.get(), buffer, sizeof buffer) > 0)
+                ;
+        }
+    }
+    return true;
+}
+
+inline long countOf(Lines const& lines, std::string const& line)
+{
+    return std::count(lines.begin(), lines.end(), line);
 }
 
 inline bool contains(Lines const& lines, std::string const& line)
@@ -81,12 +121,9 @@ inline int zombieChildren()
 
 // What the window manager tells its listeners, one line each:
 // "focus <old>><new>", "error <uid>:<text>", "layout <old>><new>".
-class Journal : public IWindowManager::IWindowManagerListener {
+class Journal : public VelmoraTest::NullWindowManagerListener {
 public:
-    void onKeepAlive(std::string const&, std::string const&) override {}
-    void onStateChange(std::string const&, std::string const&, std::string const&) override {}
     void onError(std::string const& uid, std::string const& type) override { add("error " + uid + ":" + type); }
-    void onWindowListChange(IWindowManager&, Velmora::VectorObject<std::string> const&) override {}
     void onFocusChange(IWindowManager&, std::string const& oldFocus, std::string const& newFocus) override
     {
         add("focus " + oldFocus + ">" + newFocus);
@@ -95,21 +132,25 @@ public:
     {
         add("layout " + oldLayout + ">" + newLayout);
     }
-    using IWindowCompositingListener::onLocationChange;
-    using IWindowCompositingListener::onOpacityChange;
-    using IWindowCompositingListener::onVisibilityChange;
-    using IWindowCompositingListener::onZOrderChange;
-    void onVisibilityChange(std::string const&, bool const&, bool const&) override {}
-    void onOpacityChange(std::string const&, unsigned int const&, unsigned int const&) override {}
-    void onZOrderChange(std::string const&, unsigned int const&, unsigned int const&) override {}
-    void onLocationChange(std::string const&, Velmora::ISurfaceCompositing::Rect const&,
-                          Velmora::ISurfaceCompositing::Rect const&) override {}
 
-    // Waits until `line` has been told; the lines told so far, from the next one on.
-    bool await(std::string const& line)
+    // Waits until a line told satisfies `condition`; that line, or empty after the deadline.
+    template <class Condition>
+    std::string awaitLine(Condition condition, std::chrono::milliseconds deadline = std::chrono::seconds(30))
     {
         std::unique_lock lock(mutex);
-        return changed.wait_for(lock, std::chrono::seconds(30), [&] { return contains(lines, line); });
+        std::string found;
+        changed.wait_for(lock, deadline, [&] {
+            auto const match = std::find_if(lines.begin(), lines.end(), condition);
+            if (match != lines.end())
+                found = *match;
+            return match != lines.end();
+        });
+        return found;
+    }
+    // Waits until `line` has been told.
+    bool await(std::string const& line)
+    {
+        return !awaitLine([&](std::string const& told) { return told == line; }).empty();
     }
     Lines all()
     {
@@ -201,6 +242,13 @@ public:
         onThread([&] { count = pendingLaunches.size(); });
         return count;
     }
+    // The power states reported so far, in order; `reported` rises with each.
+    Lines powerStates()
+    {
+        std::lock_guard lock(powerMutex);
+        return reportedStates;
+    }
+    VelmoraTest::Signal reported;
     std::string pidOf(std::string const& uid)
     {
         std::string pid;
@@ -210,6 +258,21 @@ public:
         });
         return pid;
     }
+
+protected:
+    void _powerStateChange(unsigned int state) override
+    {
+        MasterWindowManager::_powerStateChange(state);
+        {
+            std::lock_guard lock(powerMutex);
+            reportedStates.push_back(std::to_string(state));
+        }
+        reported.raise();
+    }
+
+private:
+    std::mutex powerMutex;
+    Lines reportedStates;
 };
 
 // A service manager whose services hear every new token.
@@ -259,6 +322,7 @@ public:
         oldPath = std::getenv("PATH") ? std::getenv("PATH") : "";
         setenv("PATH", (bin.string() + ":" + VELMORA_TEST_APP_DIR + ":" + VELMORA_SIM_DIR + ":" + oldPath).c_str(), 1);
         setenv("VELMORA_SIM_LOG", (sandbox.root / "sim.log").c_str(), 1);
+        setenv("VELMORA_TEST_APP_KEYS", "1", 1);
         installProgram();
         host.init();
         services.init();
@@ -266,9 +330,13 @@ public:
             ScopedEnvironment log("VELMORA_TEST_APP_LOG", (sandbox.root / "service.log").string());
             services.start("velmora-test-app");
         }
-        services.start("VelmoraQENExec");
-        services.start("velmora-hux");
-        EXPECT_TRUE(eventually([&] { return simulatorUp("QEN") && simulatorUp("HUX"); }));
+        startSimulator("QEN");
+        startSimulator("HUX");
+        ::mkfifo(keys.c_str(), 0600);
+        setenv("VELMORA_INPUT_DEVICES", keys.c_str(), 1);
+        input = Velmora::Singleton<Velmora::InputDriver>::getInstance<Velmora::MultiInputDriver>();
+        input->enableIr();
+        keyWriter = Velmora::FileDescriptor(::open(keys.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
         authorization = Velmora::AuthorizationAttributesManager::getInstance();
         authorization->initialize(sandbox.issuerCertificate, sandbox.issuerKey, &services);
         windows = std::make_unique<Windows>(0, &factory, static_cast<int>(argv.size()), argv.data());
@@ -282,9 +350,16 @@ public:
         windows->removeListener(&journal);
         windows->uninit();
         windows.reset();
+        services.uninit(); // its thread may still be following a simulator's end
+        // The box's reference and the one the driver's creation counts: the
+        // next box reads its own FIFO.
+        delete input;
+        delete input;
+        unsetenv("VELMORA_INPUT_DEVICES");
         delete authorization; // getInstance() and the constructor each hold a reference
         delete authorization;
         unsetenv("VELMORA_SIM_LOG");
+        unsetenv("VELMORA_TEST_APP_KEYS");
         unsetenv("VELMORA_APP_PROGRAM");
         unsetenv("VELMORA_RUNTIME_DIR");
         setenv("PATH", oldPath.c_str(), 1);
@@ -302,7 +377,64 @@ public:
     fs::path logOf(std::string const& url) const { return sandbox.root / (url + ".log"); }
     bool appLogged(std::string const& url, std::string const& line) const
     {
-        return eventually([&] { return contains(readLines(logOf(url)), line); });
+        return awaitFile(logOf(url), [&](Lines const& lines) { return contains(lines, line); });
+    }
+    // Presses a key of the remote through the input driver's FIFO; a Linux
+    // key code of any value, or a name of KeyNames.
+    void press(unsigned short linuxCode) { ASSERT_TRUE(Velmora::KeyNames::writePress(keyWriter.get(), linuxCode)); }
+    void press(std::string const& name) { press(Velmora::KeyNames::linuxCode(name).value()); }
+    // Sends Sim.<command> to a simulator; false when it failed the call.
+    bool inject(std::string const& endpoint, std::string const& command, Json::Value const& params)
+    {
+        Velmora::RPCClient client(1);
+        client.connect(endpoint);
+        return client.call("Sim." + command, params).ok;
+    }
+    // Waits until the simulators' shared log holds `line`.
+    bool simulatorLogged(std::string const& line)
+    {
+        return awaitFile(sandbox.root / "sim.log", [&](Lines const& lines) { return contains(lines, line); });
+    }
+    // Waits until the manager has taken `state` as the last power state reported.
+    bool awaitPowerState(std::string const& state)
+    {
+        for (;;) {
+            Lines const states = windows->powerStates();
+            if (!states.empty() && states.back() == state)
+                return true;
+            if (!windows->reported.waitFor(static_cast<int>(states.size()) + 1))
+                return false;
+        }
+    }
+    // Makes the simulator of `endpoint` crash, and waits until its process has ended.
+    void crashSimulator(std::string const& endpoint)
+    {
+        Lines const log = readLines(sandbox.root / "sim.log");
+        auto const up = std::find_if(log.rbegin(), log.rend(), [&](std::string const& line) {
+            return line.rfind("up " + endpoint + " ", 0) == 0;
+        });
+        ASSERT_NE(up, log.rend());
+        pid_t const process = static_cast<pid_t>(std::stol(up->substr(endpoint.size() + 4)));
+        Velmora::FileDescriptor watch(static_cast<int>(::syscall(SYS_pidfd_open, process, 0)));
+        ASSERT_TRUE(watch.valid());
+        Json::Value how(Json::objectValue);
+        how["how"] = "crash";
+        ASSERT_TRUE(inject(endpoint, "die", how));
+        pollfd ended{watch.get(), POLLIN, 0};
+        ASSERT_EQ(::poll(&ended, 1, 30000), 1);
+    }
+    // Starts the simulator of `endpoint` ("QEN", "HUX") as a service and waits until it serves.
+    void startSimulator(std::string const& endpoint)
+    {
+        auto const ups = [&](Lines const& lines) {
+            return std::count_if(lines.begin(), lines.end(), [&](std::string const& line) {
+                return line.rfind("up " + endpoint + " ", 0) == 0;
+            });
+        };
+        fs::path const log = sandbox.root / "sim.log";
+        long const before = ups(readLines(log));
+        services.start(endpoint == "QEN" ? "VelmoraQENExec" : "velmora-hux");
+        EXPECT_TRUE(awaitFile(log, [&](Lines const& lines) { return ups(lines) > before; })) << endpoint;
     }
     // What a simulator was asked, by its own record.
     Lines simulatorRecord(std::string const& endpoint)
@@ -333,6 +465,9 @@ public:
     PatientFactory factory;
     Services services{&factory};
     Velmora::AuthorizationAttributesManager* authorization = nullptr;
+    fs::path const keys = sandbox.root / "keys";
+    Velmora::InputDriver* input = nullptr;
+    Velmora::FileDescriptor keyWriter;
     Journal journal;
     std::unique_ptr<Windows> windows;
 
@@ -363,14 +498,6 @@ private:
                                << "exec velmora-test-app\n";
         fs::permissions(program, fs::perms::owner_all);
         setenv("VELMORA_APP_PROGRAM", program.c_str(), 1);
-    }
-    bool simulatorUp(std::string const& endpoint)
-    {
-        try {
-            return !simulatorRecord(endpoint).empty();
-        } catch (Velmora::Exception const&) {
-            return false;
-        }
     }
 };
 

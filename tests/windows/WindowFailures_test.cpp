@@ -25,6 +25,7 @@ public:
         interfaces["IWindowManager"]["launch"] = static_cast<RPCMethod>(&FakeSlave::launch);
         interfaces["IWindowManager"]["handleFocus"] = static_cast<RPCMethod>(&FakeSlave::note);
         interfaces["IWindowManager"]["setVisibility"] = static_cast<RPCMethod>(&FakeSlave::note);
+        interfaces["IWindowManager"]["dispatchEvent"] = static_cast<RPCMethod>(&FakeSlave::note);
     }
     ~FakeSlave() override
     {
@@ -50,6 +51,7 @@ public:
         hang = false;
         released.notify_all();
     }
+    VelmoraTest::Signal called; // rises with each call recorded
     Lines calls()
     {
         std::lock_guard lock(mutex);
@@ -62,14 +64,18 @@ private:
         std::unique_lock lock(mutex);
         seen.push_back("launch " + params["applicationType"].asString() + " " +
                        std::to_string(params["compositingParameters"]["zOrder"].asUInt()));
+        called.raise();
         released.wait(lock, [this] { return !hang; });
         return IRPC::RPCResultObject(method.getMethod(), Json::Value(uid)).serialize();
     }
     std::string note(IRPC::RPCSynchronousMethodObject const& method)
     {
         Json::Value const params = IRPC::parse(method.getParameters());
-        std::lock_guard lock(mutex);
-        seen.push_back(method.getMethod() + " " + params["uid"].asString());
+        {
+            std::lock_guard lock(mutex);
+            seen.push_back(method.getMethod() + " " + params["uid"].asString());
+        }
+        called.raise();
         return IRPC::RPCReturnObject(method.getMethod()).serialize();
     }
 
@@ -99,8 +105,7 @@ TEST(WindowFailures, LaunchesThatCannotStartReportAnErrorAndLeaveNothingBehind)
     }
     // Each failure tells the focused window with the synthetic key; the focus stays.
     EXPECT_EQ(box.journal.all(), expected);
-    EXPECT_TRUE(eventually([&] {
-        Lines const home = readLines(box.logOf("home"));
+    EXPECT_TRUE(awaitFile(box.logOf("home"), [](Lines const& home) {
         return std::count(home.begin(), home.end(), "event") == 5;
     }));
     EXPECT_EQ(openDescriptorCount(), descriptors);
@@ -166,7 +171,7 @@ TEST(WindowFailures, AndroidWindowsLiveOnTheSlaveWhichMayBeDownOrHang)
     EXPECT_TRUE(box.windows->getWindowList().empty());
     slave->report(android, ILifecycleManagement::STATE_RUNNING);
     ASSERT_TRUE(box.journal.await("focus >" + android));
-    EXPECT_TRUE(eventually([&] { return slave->calls().size() == 3; }));
+    EXPECT_TRUE(slave->called.waitFor(3));
     EXPECT_EQ(slave->calls(), (Lines{"launch ANDROID 12", "IWindowManager.handleFocus " + android,
                                      "IWindowManager.setVisibility " + android}));
     // Its end comes from the slave; there is no process of ours to reap.
@@ -174,6 +179,10 @@ TEST(WindowFailures, AndroidWindowsLiveOnTheSlaveWhichMayBeDownOrHang)
     slave->report(android, ILifecycleManagement::STATE_TERMINATED);
     ASSERT_TRUE(box.journal.await("focus >"));
     EXPECT_EQ(box.windows->windowCount(), 0u);
+    // A key with the focus empty reaches no window here, yet the slave mirrors it: press and release.
+    box.press("OK");
+    EXPECT_TRUE(slave->called.waitFor(5));
+    EXPECT_EQ(countOf(slave->calls(), "IWindowManager.dispatchEvent "), 2);
 
     // A slave that hangs costs the caller one bus deadline, then an error.
     slave->hangLaunches();

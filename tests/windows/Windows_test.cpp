@@ -16,8 +16,6 @@ namespace {
 
 using Entry = ApplicationManager::ApplicationMapEntry;
 
-long countOf(Lines const& lines, std::string const& line) { return std::count(lines.begin(), lines.end(), line); }
-
 } // namespace
 
 TEST(Windows, ALaunchIsAuthorizedFocusedAndEndsBackOnTheMasterWindow)
@@ -100,7 +98,7 @@ TEST(Windows, AFullTableEvictsTheOldestAndStartsOnlyTheLatestWaitingLaunch)
     EXPECT_EQ(box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "second"), "");
     EXPECT_EQ(box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "third"), "");
     EXPECT_EQ(box.windows->pending(), 1u);
-    EXPECT_TRUE(eventually([&] { return countOf(readLines(box.logOf("stubborn")), "terminate") == 2; }));
+    EXPECT_TRUE(awaitFile(box.logOf("stubborn"), [](Lines const& lines) { return countOf(lines, "terminate") == 2; }));
     EXPECT_EQ(box.windows->windowCount(), 2u);
 
     // It ignored both requests: the collection ends it, and the waiting launch starts.

@@ -1,0 +1,71 @@
+// velmora-key [--fifo PATH] NAME...: presses the remote's keys by name, as a
+// receiver would, by writing input records into the FIFO that the input
+// driver reads: PATH, else the first entry of VELMORA_INPUT_DEVICES.
+// Exit status: 0 pressed, 1 the FIFO could not be written, 2 bad usage.
+#include "KeyNames.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+using Velmora::KeyNames;
+
+namespace {
+
+int usage()
+{
+    std::fprintf(stderr, "usage: velmora-key [--fifo PATH] NAME...\nnames:");
+    for (KeyNames::Key const& key : KeyNames::all())
+        std::fprintf(stderr, " %.*s", static_cast<int>(key.name.size()), key.name.data());
+    std::fprintf(stderr, "\n");
+    return 2;
+}
+
+// The first source of VELMORA_INPUT_DEVICES, without its "@session".
+std::string configuredFifo()
+{
+    char const* list = std::getenv("VELMORA_INPUT_DEVICES");
+    std::string first = list ? std::string(list).substr(0, std::string(list).find(':')) : "";
+    return first.substr(0, first.rfind('@'));
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    std::string fifo = configuredFifo();
+    std::vector<unsigned short> codes;
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--fifo") == 0 && i + 1 < argc) {
+            fifo = argv[++i];
+            continue;
+        }
+        auto const code = KeyNames::linuxCode(argv[i]);
+        if (!code) {
+            std::fprintf(stderr, "velmora-key: unknown key %s\n", argv[i]);
+            return usage();
+        }
+        codes.push_back(*code);
+    }
+    if (codes.empty() || fifo.empty())
+        return usage();
+    int const fd = ::open(fifo.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) {
+        std::fprintf(stderr, "velmora-key: %s: %s\n", fifo.c_str(), std::strerror(errno));
+        return 1;
+    }
+    int status = 0;
+    for (unsigned short code : codes)
+        if (!KeyNames::writePress(fd, code)) {
+            std::fprintf(stderr, "velmora-key: %s: %s\n", fifo.c_str(), std::strerror(errno));
+            status = 1;
+            break;
+        }
+    ::close(fd);
+    return status;
+}
