@@ -33,10 +33,16 @@
 #include "ZAVServer.h"
 #include "rpc/RPCServer.h"
 
+#include <functional>
+#include <initializer_list>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Velmora {
+
+class ApplicationManager;
+class Deserializer;
 
 class ZAVRPCServer : public ZAVServer, public RPCServer {
 public:
@@ -68,7 +74,8 @@ public:
     void onVisibilityChange(std::string const& uid, bool const& oldValue, bool const& newValue) override;
     void onOpacityChange(std::string const& uid, unsigned int const& oldValue, unsigned int const& newValue) override;
     void onZOrderChange(std::string const& uid, unsigned int const& oldValue, unsigned int const& newValue) override;
-    void onLocationChange(std::string const& uid, Rect const& oldValue, Rect const& newValue) override;
+    void onLocationChange(std::string const& uid, ISurfaceCompositing::Rect const& oldValue,
+                          ISurfaceCompositing::Rect const& newValue) override;
     void onWindowListChange(IWindowManager& manager, VectorObject<std::string> const& list) override;
     void onFocusChange(IWindowManager& manager, std::string const& oldFocus, std::string const& newFocus) override;
     void onLayoutChange(IWindowManager& manager, std::string const& oldLayout, std::string const& newLayout) override;
@@ -124,10 +131,28 @@ public:
     virtual std::string notify(Request const& request);
 
 private:
+    using Body = std::function<std::string(Deserializer& parameters)>;
+    using WindowBody = std::function<std::string(WindowManager& manager, std::string const& uid, Deserializer& parameters)>;
+    using SessionBody = std::function<std::string(WindowManager& manager, Deserializer& parameters)>;
+
+    // Runs `body` over the request's parameters: the guarded block that turns
+    // every exception into an error reply with a log line.
+    static std::string guarded(Request const& request, Body const& body);
+    // guarded(), after choosing the window manager whose list holds "uid"; "invalid uid" when none.
+    std::string withWindow(Request const& request, WindowBody const& body);
+    // guarded(), after choosing the window manager of session "proxy"; "invalid proxy" when none.
+    std::string withSession(Request const& request, SessionBody const& body);
+    static std::string error(Request const& request, std::string const& text);
+    static std::string done(Request const& request);
+    static std::string result(Request const& request, SerialObject const& value);
+    static std::string result(Request const& request, std::string const& value);
+
     // The first window manager whose window list holds `uid`, else null.
     WindowManager* getWindowManager(std::string const& uid);
     // The window manager of session `proxy`, else null.
     WindowManager* getWindowManager(unsigned int proxy);
+    // A window manager holding `uid`, else the service manager when its list does, else null.
+    ApplicationManager* getApplicationManager(std::string const& uid);
     // Sends an object of string members, in the order given, as notification `name`.
     void notifyObject(std::string const& name, std::initializer_list<std::pair<char const*, std::string>> members);
 
