@@ -22,6 +22,7 @@
 #include "frame/Exception.h"
 #include "rpc/RPCClient.h"
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -29,6 +30,9 @@
 namespace RpcTest {
 
 using namespace Velmora;
+
+// Takes the line of each manager call.
+using Recorder = std::function<void(std::string line)>;
 
 // One line of compact JSON.
 inline std::string text(SerialObject const& object) { return IRPC::write(IRPC::toJson(object)); }
@@ -38,8 +42,8 @@ inline std::string text(SerialObject const& object) { return IRPC::write(IRPC::t
 class ScriptedWindows : public WindowManager {
 public:
     ScriptedWindows(unsigned int session, ApplicationFactory* factory, std::vector<std::string> windows,
-                    BusTest::Log& calls)
-        : WindowManager(session, factory, 0, nullptr), windows(std::move(windows)), calls(calls)
+                    Recorder record)
+        : WindowManager(session, factory, 0, nullptr), windows(std::move(windows)), record(std::move(record))
     {
     }
     ~ScriptedWindows() override { uninit(); }
@@ -105,16 +109,16 @@ protected:
 
 private:
     static std::string flag(bool value) { return value ? "1" : "0"; }
-    void log(std::string line) { calls.add(std::move(line)); }
+    void log(std::string line) { record(std::move(line)); }
     std::vector<std::string> windows;
-    BusTest::Log& calls;
+    Recorder record;
 };
 
 // One service, "svc", that takes tokens.
 class ScriptedServices : public ServiceManager {
 public:
-    ScriptedServices(ApplicationFactory* factory, BusTest::Log& calls)
-        : ServiceManager(factory, 0, nullptr), calls(calls)
+    ScriptedServices(ApplicationFactory* factory, Recorder record)
+        : ServiceManager(factory, 0, nullptr), record(std::move(record))
     {
     }
     ~ScriptedServices() override { uninit(); }
@@ -125,15 +129,15 @@ protected:
     std::string _getState(std::string const& uid) override { return "STARTED " + uid; }
     void _authorizationTokenCreation(unsigned int token, Rights rights) override
     {
-        calls.add("tokenCreation " + std::to_string(token) + " " + text(rights));
+        record("tokenCreation " + std::to_string(token) + " " + text(rights));
     }
     void _authorizationTokenDeletion(unsigned int token) override
     {
-        calls.add("tokenDeletion " + std::to_string(token));
+        record("tokenDeletion " + std::to_string(token));
     }
 
 private:
-    BusTest::Log& calls;
+    Recorder record;
 };
 
 // Ends every request at once: an install with `force` succeeds, anything
@@ -154,18 +158,21 @@ protected:
 };
 
 // The managers and the server; `stub` builds the stub instance (no window
-// manager, the stub service manager).
+// manager, the stub service manager). Manager calls go to `calls` unless a
+// recorder is given.
 class RpcWorld {
 public:
-    explicit RpcWorld(bool stub = false)
+    explicit RpcWorld(bool stub = false, Recorder record = {})
     {
+        if (!record)
+            record = [this](std::string line) { calls.add(std::move(line)); };
         if (stub) {
             stubServices = std::make_unique<StubServiceManager>(&factory);
             services = stubServices.get();
         } else {
-            sessions.push_back(std::make_unique<ScriptedWindows>(0, &factory, std::vector<std::string>{"a0", "gone"}, calls));
-            sessions.push_back(std::make_unique<ScriptedWindows>(1, &factory, std::vector<std::string>{"b1", "c1"}, calls));
-            scriptedServices = std::make_unique<ScriptedServices>(&factory, calls);
+            sessions.push_back(std::make_unique<ScriptedWindows>(0, &factory, std::vector<std::string>{"a0", "gone"}, record));
+            sessions.push_back(std::make_unique<ScriptedWindows>(1, &factory, std::vector<std::string>{"b1", "c1"}, record));
+            scriptedServices = std::make_unique<ScriptedServices>(&factory, record);
             services = scriptedServices.get();
         }
         std::vector<WindowManager*> windowManagers;
