@@ -13,7 +13,11 @@
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, std::size_t size)
 {
     // Built once and never destroyed: its threads outlive every input.
-    static RpcTest::RpcWorld* const world = new RpcTest::RpcWorld(false, [](std::string) {});
+    static RpcTest::RpcWorld* const world = [] {
+        auto* built = new RpcTest::RpcWorld(false, [](std::string) {});
+        built->gate.open(); // no launch is held
+        return built;
+    }();
     std::string const reply =
         world->server->handleRPCSynchronousMethodPayload(std::string(reinterpret_cast<char const*>(data), size));
     if (!reply.empty() && !Velmora::IRPC::parse(reply).isObject())

@@ -22,8 +22,10 @@
 #include "frame/Exception.h"
 #include "rpc/RPCClient.h"
 
+#include <condition_variable>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -37,13 +39,38 @@ using Recorder = std::function<void(std::string line)>;
 // One line of compact JSON.
 inline std::string text(SerialObject const& object) { return IRPC::write(IRPC::toJson(object)); }
 
+// Holds every launch of the URL "wait" until opened: a manager that is busy
+// for as long as a test likes.
+class Gate {
+public:
+    void open()
+    {
+        {
+            std::lock_guard lock(mutex);
+            opened = true;
+        }
+        changed.notify_all();
+    }
+    void pass()
+    {
+        std::unique_lock lock(mutex);
+        changed.wait(lock, [this] { return opened; });
+    }
+
+private:
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool opened = false;
+};
+
 // A session whose window list is fixed; "gone" is listed but has no entry, as
 // a window that ended between the list and the call.
 class ScriptedWindows : public WindowManager {
 public:
     ScriptedWindows(unsigned int session, ApplicationFactory* factory, std::vector<std::string> windows,
-                    Recorder record)
-        : WindowManager(session, factory, 0, nullptr), windows(std::move(windows)), record(std::move(record))
+                    Recorder record, Gate& gate)
+        : WindowManager(session, factory, 0, nullptr), windows(std::move(windows)), record(std::move(record)),
+          gate(gate)
     {
     }
     ~ScriptedWindows() override { uninit(); }
@@ -94,6 +121,8 @@ protected:
     unsigned int _getZOrder(std::string const&) override { return 7; }
     std::string _launch(LaunchParameters const& parameters) override
     {
+        if (parameters.getApplicationURL() == "wait")
+            gate.pass();
         log("launch " + std::to_string(getSessionIndex()) + " " + text(parameters));
         return "new-" + parameters.getApplicationURL();
     }
@@ -112,6 +141,7 @@ private:
     void log(std::string line) { record(std::move(line)); }
     std::vector<std::string> windows;
     Recorder record;
+    Gate& gate;
 };
 
 // One service, "svc", that takes tokens.
@@ -170,8 +200,8 @@ public:
             stubServices = std::make_unique<StubServiceManager>(&factory);
             services = stubServices.get();
         } else {
-            sessions.push_back(std::make_unique<ScriptedWindows>(0, &factory, std::vector<std::string>{"a0", "gone"}, record));
-            sessions.push_back(std::make_unique<ScriptedWindows>(1, &factory, std::vector<std::string>{"b1", "c1"}, record));
+            sessions.push_back(std::make_unique<ScriptedWindows>(0, &factory, std::vector<std::string>{"a0", "gone"}, record, gate));
+            sessions.push_back(std::make_unique<ScriptedWindows>(1, &factory, std::vector<std::string>{"b1", "c1"}, record, gate));
             scriptedServices = std::make_unique<ScriptedServices>(&factory, record);
             services = scriptedServices.get();
         }
@@ -192,6 +222,7 @@ public:
     }
     ~RpcWorld()
     {
+        gate.open();
         server->shutdown();
         server.reset();
     }
@@ -213,6 +244,7 @@ public:
 
     BusTest::RuntimeDir runtime;
     BusTest::Log calls;
+    Gate gate;
     HWPApplicationFactory factory;
     std::vector<std::unique_ptr<WindowManager>> sessions;
     std::unique_ptr<ScriptedServices> scriptedServices;

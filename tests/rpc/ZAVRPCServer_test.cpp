@@ -254,6 +254,33 @@ TEST(RPCSurface, BadInputGetsAnErrorAndTheConnectionServesOn)
     EXPECT_EQ(IRPC::parse(peer.ask(R"({"jsonrpc":"2.0","id":2,"method":"RPC.ping"})"))["result"], true);
 }
 
+TEST(RPCSurface, ABusyManagerHoldsOnlyItsOwnCallersWhileHundredsOfOthersAreServed)
+{
+    RpcWorld world;
+    std::string const held = R"({"jsonrpc":"2.0","id":1,"method":"IWindowManager.launch","params":{"proxy":0,"applicationURL":"wait"}})";
+    // One caller leaves while its launch is held, another waits for it.
+    {
+        RawPeer leaving(world.runtime.socket("ZAV"));
+        ASSERT_TRUE(leaving.send(held + "\n"));
+    }
+    RawPeer waiting(world.runtime.socket("ZAV"));
+    ASSERT_TRUE(waiting.send(held + "\n"));
+
+    std::vector<std::unique_ptr<RawPeer>> peers;
+    for (int i = 0; i < 300; ++i) {
+        peers.push_back(std::make_unique<RawPeer>(world.runtime.socket("ZAV")));
+        char const* const request = i % 2 ? R"({"jsonrpc":"2.0","id":2,"method":"IWindowManager.getWindowList","params":{"proxy":1}})"
+                                          : R"({"jsonrpc":"2.0","id":2,"method":"IServiceManager.getServiceList"})";
+        ASSERT_TRUE(peers.back()->send(std::string(request) + "\n"));
+    }
+    for (int i = 0; i < 300; ++i)
+        EXPECT_TRUE(IRPC::parse(peers[i]->readLine(30000))["result"].isArray()) << i;
+    // Session 0 answers again once its launch goes on, for the caller still there.
+    world.gate.open();
+    EXPECT_EQ(IRPC::parse(waiting.readLine(30000))["result"], "new-wait");
+    EXPECT_EQ(IRPC::parse(waiting.ask(R"({"jsonrpc":"2.0","id":3,"method":"IWindowManager.getWindowList","params":{"proxy":0}})"))["result"].size(), 2u);
+}
+
 namespace {
 
 // The status code of an HTTP request with `origin` ("" for none) sent to the loopback port.
