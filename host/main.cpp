@@ -295,13 +295,12 @@ public:
 
     unsigned short port() const { return rpcServer->getPort(); }
 
-    // WATCHDOG=1 every `periodMs` or so, while every manager runs.
+    // WATCHDOG=1 every `periodMs` or so, while every manager runs. (The
+    // packager's processor runs no thread of its own: its work runs on callers.)
     void watch(unsigned int periodMs)
     {
         std::vector<CommandProcessor*> processors{stateManager.get(), packageManager.get(), packageInstaller.get(),
                                                   settingsDB, serviceManager.get()};
-        if (packager)
-            processors.push_back(packager.get());
         for (auto& windows : windowManagers)
             processors.push_back(windows.get());
         watchdog = std::make_unique<ManagerWatchdog>(processors, periodMs, [] { sd_notify(0, "WATCHDOG=1"); });
