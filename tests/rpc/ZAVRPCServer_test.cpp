@@ -217,9 +217,14 @@ TEST(RPCSurface, SubscribersHearTheChangesThatBecomeNotificationsAndNothingElse)
     }));
 }
 
-TEST(RPCSurface, TheStubInstanceOffersNoWindowsAndEmptyAnswers)
+TEST(RPCSurface, TheStubInstanceOffersNoWindowsAndEmptyAnswersAndKeepsItsName)
 {
     RpcWorld world(true);
+    {
+        // A second server on the same name fails to start and, once gone, leaves the first serving.
+        ZAVRPCServer second({}, nullptr, world.services, nullptr, nullptr, nullptr, nullptr, "ZAV");
+        EXPECT_THROW(second.init(), Exception);
+    }
     runTable(world, {
         {"IWindowManager.getWindowList", R"({"proxy":0})", "error:Method not found"},
         {"IWindowManager.notify", R"({"event":"X"})", "error:Method not found"},
