@@ -49,7 +49,7 @@ TEST_P(HostLifecycle, ReadyWhenServingAndSigtermEndsEveryChild)
     std::vector<std::string> arguments{"--velmora:masterType", "OTHER", "--velmora:masterURL", "home"};
     if (*GetParam())
         arguments.push_back(GetParam());
-    ServerProcess server(world, arguments);
+    HostServer server(world, arguments);
     ASSERT_TRUE(world.notify.awaitMessage("READY=1")) << server.log();
     Velmora::RPCClient client(1);
     connectWatching(client);
@@ -76,7 +76,7 @@ INSTANTIATE_TEST_SUITE_P(Classes, HostLifecycle, ::testing::Values("", "--stub")
 TEST(Host, WedgedManagerStopsTheWatchdogUntilItRunsAgain)
 {
     HostWorld world;
-    ServerProcess server(world, {},
+    HostServer server(world, {},
                          {{"WATCHDOG_USEC", "200000"},
                           {"VELMORA_RPC_TIMEOUT_MS", "60000"},
                           {"VELMORA_TEST_APP_HANG", "ILifecycleManagement.getState"}});
@@ -111,10 +111,10 @@ TEST(Host, WedgedManagerStopsTheWatchdogUntilItRunsAgain)
 TEST(Host, SecondServerOnTheSameEndpointFailsAndLeavesTheFirst)
 {
     HostWorld world;
-    ServerProcess first(world, {});
+    HostServer first(world, {});
     ASSERT_TRUE(world.notify.awaitMessage("READY=1")) << first.log();
 
-    ServerProcess second(world, {});
+    HostServer second(world, {});
     EXPECT_EQ(1, second.stop(0));
     EXPECT_NE(std::string::npos, second.log().find("the endpoint ZAV is served by another process")) << second.log();
 

@@ -19,7 +19,7 @@ protected:
         connectWatching(watcher);
     }
     HostWorld world;
-    ServerProcess server{world, {}};
+    HostServer server{world, {}};
     Velmora::RPCClient watcher{1}; // wakes waitFor() when a window list changes
 };
 
