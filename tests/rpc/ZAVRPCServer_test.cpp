@@ -57,13 +57,15 @@ void runTable(RpcWorld& world, std::vector<Row> const& rows)
         Json::Value const reply = IRPC::parse(peer.ask(request));
         EXPECT_EQ(reply["id"].asInt(), id);
         std::string const expect = row.expect;
-        if (expect.rfind("error:", 0) == 0)
+        if (expect.rfind("error:", 0) == 0) {
             EXPECT_EQ(reply["error"]["message"].asString(), expect.substr(6)) << IRPC::write(reply);
-        else
+        } else {
             EXPECT_TRUE(matches(IRPC::parse(expect), reply["result"])) << IRPC::write(reply);
-        if (*row.call)
+        }
+        if (*row.call) {
             EXPECT_TRUE(waitFor([&] { return called(world, row.call); }))
                 << row.call << " not in\n" << ::testing::PrintToString(world.calls.all());
+        }
     }
     EXPECT_EQ(IRPC::parse(peer.ask(R"({"jsonrpc":"2.0","id":0,"method":"RPC.ping"})"))["result"], true);
 }
