@@ -38,8 +38,9 @@ public:
     bool isPortAllocated(unsigned int port);
 
 private:
+    // The registry's state stands ready for assignment, which nothing does yet.
     std::map<std::string, IPortMapper::PortInfo> services;
-    unsigned int nextPort = 5681;
+    [[maybe_unused]] unsigned int nextPort = 5681;
     Mutex mutex{"PortMapper"};
 };
 
