@@ -10,14 +10,23 @@
 #include <cstdlib>
 #include <string>
 
+namespace {
+
+RpcTest::RpcWorld* world = nullptr;
+
+void endWorld() { delete world; }
+
+} // namespace
+
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, std::size_t size)
 {
-    // Built once and never destroyed: its threads outlive every input.
-    static RpcTest::RpcWorld* const world = [] {
-        auto* built = new RpcTest::RpcWorld(false, [](std::string) {});
-        built->gate.open(); // no launch is held
-        return built;
-    }();
+    // Built at the first input and ended at exit, before the statics that its
+    // threads use are destroyed.
+    if (!world) {
+        world = new RpcTest::RpcWorld(false, [](std::string) {});
+        world->gate.open(); // no launch is held
+        std::atexit(endWorld);
+    }
     std::string const reply =
         world->server->handleRPCSynchronousMethodPayload(std::string(reinterpret_cast<char const*>(data), size));
     if (!reply.empty() && !Velmora::IRPC::parse(reply).isObject())
