@@ -57,6 +57,7 @@ TEST(LaunchOverTheBus, TheCallerHearsItsWindowListedAndFocusedThenTheMasterWindo
 {
     WindowBox box;
     std::string const master = box.windows->master();
+    ASSERT_TRUE(box.journal.await("focus >" + master)); // a settled box: the master window runs
     ZAVRPCServer server({box.windows.get()}, nullptr, &box.services, nullptr, nullptr, nullptr, nullptr, "");
     server.init();
     BusTest::RawPeer peer(box.runtime / "ZAV.sock");
