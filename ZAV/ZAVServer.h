@@ -54,11 +54,6 @@ protected:
     // is inside a call into this object (but the state manager, which never calls).
     void unsubscribe();
 
-    // Calls visit(manager) for every manager but the port mapper, in the
-    // order of subscription, skipping null pointers.
-    template <class Visit>
-    void visitManagers(Visit visit);
-
     std::vector<WindowManager*> windowManagers;
     PortMapper* portMapper;
     ServiceManager* serviceManager;
@@ -66,6 +61,12 @@ protected:
     PackageManager* packageManager;
     PackageInstaller* packageInstaller;
     SettingsDB* settingsDB;
+
+private:
+    // Calls visit(manager) for every manager but the port mapper, in the
+    // order of subscription, skipping null pointers.
+    template <class Visit>
+    void visitManagers(Visit visit);
 };
 
 } // namespace Velmora
