@@ -267,8 +267,7 @@ public:
             serviceManager->removeListener(it->get());
             (*it)->uninit();
         }
-        // The services outlive the windows that use them; the windows go first.
-        windowManagers.clear();
+        windowManagers.clear(); // before the services that the windows use
         if (authorization) {
             delete authorization; // getInstance() and the constructor each hold a reference
             delete authorization;
@@ -285,14 +284,6 @@ public:
     Instance(Instance const&) = delete;
     Instance& operator=(Instance const&) = delete;
 
-    template <class T>
-    SettingsDB* own(std::unique_ptr<T> created)
-    {
-        SettingsDB* const database = created.get();
-        settings = std::move(created);
-        return database;
-    }
-
     unsigned short port() const { return rpcServer->getPort(); }
 
     // WATCHDOG=1 every `periodMs` or so, while every manager runs. (The
@@ -307,6 +298,15 @@ public:
     }
 
 private:
+    // Takes over the settings database that `created` holds.
+    template <class T>
+    SettingsDB* own(std::unique_ptr<T> created)
+    {
+        SettingsDB* const database = created.get();
+        settings = std::move(created);
+        return database;
+    }
+
     HWPApplicationFactory factory;
     std::unique_ptr<PortMapper> portMapper;
     std::unique_ptr<StateManager> stateManager;
