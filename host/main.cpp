@@ -43,7 +43,7 @@
 #include <string>
 #include <vector>
 
-#include <fcntl.h>
+#include <pthread.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -157,35 +157,26 @@ void prepareEnvironment(Options const& options)
     ::setenv("PATH", (programs + (path && *path ? ":" + std::string(path) : std::string())).c_str(), 1);
 }
 
-// SIGTERM and SIGINT write a byte into a pipe that the main thread reads; the
-// handlers go back to their defaults in every exec'd child.
-int stopPipe[2] = {-1, -1};
+// SIGTERM and SIGINT are blocked in every thread (each inherits the mask of
+// main) and taken by sigwait in main; a forked child unblocks them again
+// before it execs, so that programs started by the factory can be stopped.
+sigset_t stopSignals;
 
-void onStopSignal(int)
-{
-    int const saved = errno;
-    char const byte = 1;
-    [[maybe_unused]] ssize_t const written = ::write(stopPipe[1], &byte, 1);
-    errno = saved;
-}
+void unblockStopSignals() { ::pthread_sigmask(SIG_UNBLOCK, &stopSignals, nullptr); }
 
-void catchStopSignals()
+void blockStopSignals()
 {
-    if (::pipe2(stopPipe, O_CLOEXEC) != 0)
-        throwException(MODULE, __LINE__, "catchStopSignals", ReturnGenericFailure);
-    struct sigaction action {};
-    action.sa_handler = onStopSignal;
-    action.sa_flags = SA_RESTART;
-    ::sigemptyset(&action.sa_mask);
-    ::sigaction(SIGTERM, &action, nullptr);
-    ::sigaction(SIGINT, &action, nullptr);
+    ::sigemptyset(&stopSignals);
+    ::sigaddset(&stopSignals, SIGTERM);
+    ::sigaddset(&stopSignals, SIGINT);
+    ::pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+    ::pthread_atfork(nullptr, nullptr, unblockStopSignals);
 }
 
 void waitForStopSignal()
 {
-    char byte = 0;
-    while (::read(stopPipe[0], &byte, 1) < 0 && errno == EINTR)
-        ;
+    int signal = 0;
+    ::sigwait(&stopSignals, &signal);
 }
 
 // True when a live endpoint answers under `name`: then this instance must not
@@ -336,12 +327,12 @@ int main(int argc, char** argv)
     for (std::string& word : words)
         managerArgv.push_back(word.data());
 
+    blockStopSignals();
     if (endpointTaken(options.endpoint)) {
         VLOG(DebugLevelError, "the endpoint %s is served by another process; not starting\n", options.endpoint.c_str());
         return 1;
     }
     try {
-        catchStopSignals();
         Instance instance;
         instance.start(options, managerArgv);
         VLOG(DebugLevelNotice, "serving %s on 127.0.0.1:%u with %u session(s)%s\n", options.endpoint.c_str(),
