@@ -13,27 +13,18 @@
 // The last two are measured once per run (their own benchmark time carries
 // the figure). Run pinned to one core (taskset -c 0), the ratio is the
 // _1core figure.
-#include "AuthorizationFixture.h"
 #include "FigureReporter.h"
-#include "frame/FunctionCommand.h"
-#include "HWPApplicationFactory.h"
-#include "MasterWindowManager.h"
-#include "rpc/RPCClient.h"
-#include "rpc/RPCServer.h"
+#include "WindowBenchBox.h"
 #include "rpc/RuntimeDirectory.h"
-#include "ServiceManager.h"
 
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
 #include <cstring>
 #include <chrono>
-#include <condition_variable>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <mutex>
-#include <thread>
 
 #include <csignal>
 #include <sys/socket.h>
@@ -42,131 +33,10 @@
 #include <unistd.h>
 
 using namespace Velmora;
+using namespace VelmoraBench;
 namespace fs = std::filesystem;
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
-
-// Waits, without polling, for the focus to name a window.
-class FocusWaiter : public IWindowManager::IWindowManagerListener {
-public:
-    void onKeepAlive(std::string const&, std::string const&) override {}
-    void onStateChange(std::string const&, std::string const&, std::string const&) override {}
-    void onError(std::string const&, std::string const&) override {}
-    void onWindowListChange(IWindowManager&, VectorObject<std::string> const&) override {}
-    void onLayoutChange(IWindowManager&, std::string const&, std::string const&) override {}
-    using IWindowCompositingListener::onLocationChange;
-    using IWindowCompositingListener::onOpacityChange;
-    using IWindowCompositingListener::onVisibilityChange;
-    using IWindowCompositingListener::onZOrderChange;
-    void onVisibilityChange(std::string const&, bool const&, bool const&) override {}
-    void onOpacityChange(std::string const&, unsigned int const&, unsigned int const&) override {}
-    void onZOrderChange(std::string const&, unsigned int const&, unsigned int const&) override {}
-    void onLocationChange(std::string const&, ISurfaceCompositing::Rect const&,
-                          ISurfaceCompositing::Rect const&) override {}
-    void onFocusChange(IWindowManager&, std::string const&, std::string const& newFocus) override
-    {
-        std::lock_guard lock(mutex);
-        focus = newFocus;
-        changed.notify_all();
-    }
-    void waitFor(std::string const& uid)
-    {
-        std::unique_lock lock(mutex);
-        changed.wait(lock, [&] { return focus == uid; });
-    }
-
-private:
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::string focus;
-};
-
-class Services : public ServiceManager {
-public:
-    explicit Services(ApplicationFactory* factory) : ServiceManager(factory, 0, nullptr) {}
-    Client::Type getClientType() override { return Client::Master; }
-    void start(std::string const& program)
-    {
-        FunctionCommand::run(*this, [&] { _createApplication(program, "{}"); });
-    }
-};
-
-// One session of a box with its services, made once per process.
-class BenchBox {
-public:
-    static BenchBox& get()
-    {
-        static BenchBox* box = new BenchBox;
-        return *box;
-    }
-
-    // One launch to its focus, in seconds; the window is gone again on return.
-    double cycle()
-    {
-        auto const start = Clock::now();
-        std::string const uid = windows->launch(
-            IWindowManager::LaunchParameters("", IWindowManager::APPLICATION_TYPE_OTHER, "bench", "", {}, false, false));
-        waiter.waitFor(uid);
-        double const seconds = std::chrono::duration<double>(Clock::now() - start).count();
-        windows->terminate(uid);
-        waiter.waitFor("");
-        windows->getWindowList(); // queued behind the end of the window
-        return seconds;
-    }
-
-    std::string const program = VELMORA_TEST_APP;
-
-private:
-    BenchBox()
-    {
-        fs::create_directories(sandbox.root / "usr/local/bin");
-        fs::create_directories(sandbox.root / "usr/local/etc/velmora");
-        for (auto const& script : fs::directory_iterator(VELMORA_LAUNCH_SCRIPTS))
-            fs::copy_file(script.path(), sandbox.root / "usr/local/bin" / script.path().filename());
-        VelmoraTest::writeFile(sandbox.root / "usr/local/etc/velmora/DORICProtected.crt",
-                               VelmoraTest::toPem(VelmoraTest::TestPki::get().doricHolder.get()));
-        setenv("VELMORA_RUNTIME_DIR", (sandbox.root / "run").c_str(), 1);
-        std::string const path = std::getenv("PATH") ? std::getenv("PATH") : "";
-        setenv("PATH",
-               ((sandbox.root / "usr/local/bin").string() + ":" + fs::path(program).parent_path().string() + ":" +
-                VELMORA_SIM_DIR + ":" + path)
-                   .c_str(),
-               1);
-        host.init();
-        services.init();
-        services.start("VelmoraQENExec");
-        services.start("velmora-hux");
-        for (char const* endpoint : {"QEN", "HUX"})
-            while (!reachable(endpoint))
-                std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        AuthorizationAttributesManager::getInstance()->initialize(sandbox.issuerCertificate, sandbox.issuerKey,
-                                                                  &services);
-        windows = std::make_unique<MasterWindowManager>(0, &factory, 0, nullptr);
-        windows->addListener(&waiter);
-        windows->init();
-        windows->onBootComplete();
-        windows->getWindowList(); // after the start-up
-    }
-    static bool reachable(char const* endpoint)
-    {
-        try {
-            RPCClient client(1);
-            client.connect(endpoint);
-            return true;
-        } catch (Exception const&) {
-            return false;
-        }
-    }
-
-    VelmoraTest::Sandbox sandbox;
-    RPCServer host{"Host"};
-    HWPApplicationFactory factory;
-    Services services{&factory};
-    FocusWaiter waiter;
-    std::unique_ptr<MasterWindowManager> windows;
-};
 
 // The plain way: fork, exec the program, and read its first message on a Unix socket.
 double rawStart(std::string const& program)

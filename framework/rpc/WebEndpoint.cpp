@@ -8,8 +8,12 @@
 #include <boost/beast/http.hpp>
 #include <boost/beast/websocket.hpp>
 
+#include <algorithm>
+#include <cstdlib>
 #include <deque>
 #include <optional>
+#include <regex>
+#include <sstream>
 
 namespace Velmora {
 
@@ -148,8 +152,9 @@ bool WebSocketConnection::handlerAccepts() { return opener.handleOpened(shared_f
 class HttpSession : public std::enable_shared_from_this<HttpSession> {
 public:
     HttpSession(std::shared_ptr<RPCIoContext::Impl> loop, tcp::socket socket, RPCConnection::IHandler& handler,
-                WebEndpoint::PayloadHandler payload)
-        : loop(std::move(loop)), stream(std::move(socket)), handler(handler), payload(std::move(payload))
+                WebEndpoint::PayloadHandler payload, std::shared_ptr<std::vector<std::string> const> allowedOrigins)
+        : loop(std::move(loop)), stream(std::move(socket)), handler(handler), payload(std::move(payload)),
+          allowedOrigins(std::move(allowedOrigins))
     {
     }
 
@@ -170,6 +175,11 @@ private:
         if (error)
             return hangUp();
         http::request<http::string_body> request = parser->release();
+        if (std::string const origin(request[http::field::origin]);
+            !WebEndpoint::isOriginAllowed(origin, *allowedOrigins)) {
+            VLOG(DebugLevelWarning, "onRead(): refusing a request from the origin %s\n", origin.c_str());
+            return respond(http::status::forbidden, "", false);
+        }
         if (websocket::is_upgrade(request))
             return upgrade(std::move(request));
         if (request.method() != http::verb::post)
@@ -218,16 +228,37 @@ private:
     std::optional<http::request_parser<http::string_body>> parser;
     RPCConnection::IHandler& handler;
     WebEndpoint::PayloadHandler payload;
+    std::shared_ptr<std::vector<std::string> const> allowedOrigins;
 };
 
+std::vector<std::string> readAllowedOrigins()
+{
+    std::vector<std::string> origins;
+    char const* const text = std::getenv("VELMORA_ALLOWED_ORIGINS");
+    std::istringstream list(text ? text : "");
+    for (std::string origin; std::getline(list, origin, ',');)
+        if (!origin.empty())
+            origins.push_back(origin);
+    return origins;
+}
+
 } // namespace
+
+bool WebEndpoint::isOriginAllowed(std::string const& origin, std::vector<std::string> const& allowed)
+{
+    static std::regex const loopback(R"(https?://(127\.0\.0\.1|localhost|\[::1\])(:[0-9]{1,5})?)",
+                                     std::regex::icase);
+    return origin.empty() || origin == "null" || origin == "file://" || std::regex_match(origin, loopback) ||
+           std::find(allowed.begin(), allowed.end(), origin) != allowed.end();
+}
 
 std::shared_ptr<RPCListener> WebEndpoint::listen(RPCIoContext& context, std::string const& host, unsigned short port,
                                                  RPCConnection::IHandler& handler, PayloadHandler payload)
 {
     std::shared_ptr<RPCIoContext::Impl> loop = context.impl();
-    auto listener = std::make_shared<RPCAcceptor<tcp>>(loop, [loop, &handler, payload](tcp::socket socket) {
-        std::make_shared<HttpSession>(loop, std::move(socket), handler, payload)->readNext();
+    auto const allowed = std::make_shared<std::vector<std::string> const>(readAllowedOrigins());
+    auto listener = std::make_shared<RPCAcceptor<tcp>>(loop, [loop, &handler, payload, allowed](tcp::socket socket) {
+        std::make_shared<HttpSession>(loop, std::move(socket), handler, payload, allowed)->readNext();
     });
     try {
         listener->open(tcp::endpoint(asio::ip::make_address(host), port));

@@ -1,97 +1,286 @@
-// velmoractl [--endpoint NAME] [--json] call <Interface.method> [params-json]
-// velmoractl [--endpoint NAME] [--json] watch [event...]
-// Exit status: 0 on success, 1 for a failed call, 2 for bad usage or no server.
+// velmoractl: drives a running server from the shell. One subcommand per
+// remote method (launch, windows, focus, state, terminate, params, services,
+// packages, package, install, remove, notify), `call` for any method, `watch`
+// to follow notifications, and `key` to press a remote-control key through the
+// input FIFO that the server reads. `velmoractl <subcommand> --help` tells each.
+//
+// Output is readable (strings bare, lists one item a line, null as "ok") or,
+// with --json, the raw JSON: {"result":...} or {"error":{...}}.
+// Exit status: 0 done, 1 the call failed, 2 bad usage or no server.
+#include "KeyNames.h"
+#include "frame/DebugPrint.h"
 #include "frame/Exception.h"
 #include "interfaces/IRPC.h"
 #include "rpc/RPCClient.h"
 
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
 #include <chrono>
+#include <condition_variable>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
-#include <thread>
+#include <functional>
+#include <mutex>
+#include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <unistd.h>
 
 using namespace Velmora;
 
 namespace {
 
+int const CALL_FAILED = 1;
+int const BAD_USAGE = 2;
+
 struct Options {
     std::string endpoint = "ZAV";
     bool json = false;
-    std::vector<std::string> words;
 };
 
-int usage()
-{
-    std::fprintf(stderr, "usage: velmoractl [--endpoint NAME] [--json] call <Interface.method> [params-json]\n"
-                         "       velmoractl [--endpoint NAME] [--json] watch [event...]\n");
-    return 2;
-}
+// Thrown for bad usage that only shows once the arguments are read.
+struct UsageError {
+    std::string text;
+};
 
-std::string pretty(Json::Value const& value)
+std::string styled(Json::Value const& value)
 {
-    if (value.isString())
-        return value.asString();
-    if (value.isNull())
-        return "ok";
     std::string text = value.toStyledString();
     while (!text.empty() && text.back() == '\n')
         text.pop_back();
     return text;
 }
 
-int call(RPCClient& client, Options const& options)
+// Strings bare, null as "ok", lists of strings one a line, package records as
+// "name version-release", anything else as indented JSON.
+std::string readable(Json::Value const& value)
 {
-    if (options.words.size() < 2 || options.words.size() > 3)
-        return usage();
-    Json::Value params(Json::objectValue);
-    if (options.words.size() == 3) {
-        params = IRPC::parse(options.words[2]);
-        if (!params.isObject() && !params.isArray()) {
-            std::fprintf(stderr, "velmoractl: the parameters must be a JSON object or array\n");
-            return 2;
-        }
+    if (value.isString())
+        return value.asString();
+    if (value.isNull())
+        return "ok";
+    if (!value.isArray())
+        return styled(value);
+    std::string text;
+    for (Json::Value const& item : value) {
+        if (item.isString())
+            text += item.asString();
+        else if (item.isObject() && item["name"].isString())
+            text += item["name"].asString() + " " + item["version"].asString() + "-" + item["release"].asString();
+        else
+            text += IRPC::write(item);
+        text += "\n";
     }
-    RPCConnection::Reply const reply = client.call(options.words[1], params);
+    if (!text.empty())
+        text.pop_back();
+    return text;
+}
+
+Json::Value parseJson(std::string const& text, char const* what)
+{
+    Json::Value value = IRPC::parse(text);
+    if (!value.isObject())
+        throw UsageError{std::string(what) + " must be a JSON object"};
+    return value;
+}
+
+int report(Options const& options, std::string const& method, RPCConnection::Reply const& reply)
+{
     if (options.json) {
         Json::Value message;
-        if (reply.ok)
+        if (reply.ok) {
             message["result"] = reply.result;
-        else {
+        } else {
             message["error"]["code"] = reply.code;
             message["error"]["message"] = reply.message;
         }
         std::printf("%s\n", IRPC::write(message).c_str());
     } else if (reply.ok) {
-        std::printf("%s\n", pretty(reply.result).c_str());
+        std::printf("%s\n", readable(reply.result).c_str());
     } else {
-        std::fprintf(stderr, "velmoractl: %s failed: %s (%d)\n", options.words[1].c_str(), reply.message.c_str(),
-                     reply.code);
+        std::fprintf(stderr, "velmoractl: %s failed: %s (%d)\n", method.c_str(), reply.message.c_str(), reply.code);
     }
-    return reply.ok ? 0 : 1;
+    return reply.ok ? 0 : CALL_FAILED;
 }
 
-volatile std::sig_atomic_t stopRequested = 0;
+// Notifications, the end of the connection and stop signals, for the
+// commands that wait for them.
+class Events {
+public:
+    void add(std::string const& name, Json::Value const& params)
+    {
+        std::lock_guard lock(mutex);
+        received.push_back({name, params});
+        changed.notify_all();
+    }
+    void close()
+    {
+        std::lock_guard lock(mutex);
+        closed = true;
+        changed.notify_all();
+    }
+    // The first notification that `match` accepts, or nothing when the
+    // connection ends or `timeout` passes first.
+    std::optional<Json::Value> await(std::function<bool(std::string const&, Json::Value const&)> const& match,
+                                     std::chrono::seconds timeout)
+    {
+        std::unique_lock lock(mutex);
+        std::optional<Json::Value> found;
+        changed.wait_for(lock, timeout, [&] {
+            for (auto const& [name, params] : received)
+                if (match(name, params))
+                    found = params;
+            return found || closed;
+        });
+        return found;
+    }
 
-void stop(int) { stopRequested = 1; }
+private:
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<std::pair<std::string, Json::Value>> received;
+    bool closed = false;
+};
 
-int watch(RPCClient& client, Options const& options)
+// Prints each notification as it comes: "<name> <params>", or with --json
+// {"event":...,"params":...}.
+void printNotification(Options const& options, std::string const& name, Json::Value const& params)
 {
-    Json::Value events(Json::arrayValue);
-    for (std::size_t i = 1; i < options.words.size(); ++i)
-        events.append(options.words[i]);
-    if (events.empty())
-        events.append("*");
+    if (options.json) {
+        Json::Value message;
+        message["event"] = name;
+        message["params"] = params;
+        std::printf("%s\n", IRPC::write(message).c_str());
+    } else {
+        std::printf("%s %s\n", name.c_str(), IRPC::write(params).c_str());
+    }
+    std::fflush(stdout);
+}
+
+// Subscribes to `events` and prints what comes until SIGINT or SIGTERM (0) or
+// the end of the connection (1). The signals were blocked before any thread
+// started; the end of the connection raises SIGUSR1 for the same wait.
+int watch(RPCClient& client, std::vector<std::string> const& names)
+{
     Json::Value params;
-    params["events"] = events;
+    params["events"] = Json::Value(Json::arrayValue);
+    for (std::string const& name : names)
+        params["events"].append(name);
+    if (names.empty())
+        params["events"].append("*");
     client.callOrThrow("RPC.subscribe", params);
-    std::signal(SIGINT, stop);
-    std::signal(SIGTERM, stop);
-    while (!stopRequested && client.isConnected())
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    return client.isConnected() ? 0 : 1;
+    sigset_t stops;
+    sigemptyset(&stops);
+    sigaddset(&stops, SIGINT);
+    sigaddset(&stops, SIGTERM);
+    sigaddset(&stops, SIGUSR1);
+    int signal = 0;
+    sigwait(&stops, &signal);
+    return signal == SIGUSR1 ? CALL_FAILED : 0;
+}
+
+// packageInstall or packageRemove, then the wait for its onRequestEnd; fails
+// with the request's result.
+int packageRequest(RPCClient& client, Events& events, Options const& options, std::string const& method,
+                   std::string const& action, std::vector<std::string> const& packages, bool force,
+                   unsigned int timeoutSeconds)
+{
+    Json::Value subscription;
+    subscription["events"].append("IPackageInstaller::onRequestEnd");
+    client.callOrThrow("RPC.subscribe", subscription);
+    Json::Value params;
+    params["packages"] = Json::Value(Json::arrayValue);
+    for (std::string const& package : packages)
+        params["packages"].append(package);
+    params["force"] = force;
+    RPCConnection::Reply const reply = client.call(method, params);
+    if (!reply.ok)
+        return report(options, method, reply);
+    auto const end = events.await(
+        [&](std::string const&, Json::Value const& end) {
+            return end["action"] == action && end["packages"] == params["packages"];
+        },
+        std::chrono::seconds(timeoutSeconds));
+    if (!end) {
+        std::fprintf(stderr, "velmoractl: the %s request did not end (connection closed or %u s passed)\n",
+                     action.c_str(), timeoutSeconds);
+        return CALL_FAILED;
+    }
+    int const result = (*end)["result"].asInt();
+    if (options.json)
+        std::printf("%s\n", IRPC::write(*end).c_str());
+    else if (result == 0)
+        std::printf("ok\n");
+    else
+        std::fprintf(stderr, "velmoractl: %s failed: %s (%d)\n", action.c_str(),
+                     Exception(static_cast<ReturnCode>(result)).what(), result);
+    return result == 0 ? 0 : CALL_FAILED;
+}
+
+// The input FIFO of `session`: the first entry of VELMORA_INPUT_DEVICES
+// ("path" or "path@session") for that session.
+std::string inputDevice(unsigned int session)
+{
+    char const* list = std::getenv("VELMORA_INPUT_DEVICES");
+    std::string entries = list ? list : "";
+    for (std::size_t start = 0; start < entries.size();) {
+        std::size_t const end = std::min(entries.find(':', start), entries.size());
+        std::string entry = entries.substr(start, end - start);
+        start = end + 1;
+        unsigned int entrySession = 0;
+        if (auto const at = entry.rfind('@'); at != std::string::npos) {
+            entrySession = static_cast<unsigned int>(std::strtoul(entry.c_str() + at + 1, nullptr, 10));
+            entry.resize(at);
+        }
+        if (!entry.empty() && entrySession == session)
+            return entry;
+    }
+    throw UsageError{"no input device for session " + std::to_string(session) +
+                     ": give --device or set VELMORA_INPUT_DEVICES"};
+}
+
+int pressKeys(std::vector<std::string> const& names, std::string device, unsigned int session)
+{
+    std::vector<unsigned short> codes;
+    for (std::string const& name : names) {
+        auto const code = KeyNames::linuxCode(name);
+        if (!code)
+            throw UsageError{"unknown key " + name};
+        codes.push_back(*code);
+    }
+    if (device.empty())
+        device = inputDevice(session);
+    // Non-blocking: a FIFO that nobody reads fails at once instead of waiting.
+    int const fd = ::open(device.c_str(), O_WRONLY | O_NONBLOCK | O_APPEND | O_CLOEXEC);
+    if (fd < 0) {
+        std::fprintf(stderr, "velmoractl: cannot open %s: %s\n", device.c_str(), std::strerror(errno));
+        return BAD_USAGE;
+    }
+    int status = 0;
+    for (unsigned short code : codes) {
+        if (!KeyNames::writePress(fd, code)) {
+            std::fprintf(stderr, "velmoractl: writing to %s failed: %s\n", device.c_str(), std::strerror(errno));
+            status = CALL_FAILED;
+            break;
+        }
+    }
+    ::close(fd);
+    return status;
+}
+
+std::string keyList()
+{
+    std::string text;
+    for (KeyNames::Key const& key : KeyNames::all())
+        text += (text.empty() ? "" : " ") + std::string(key.name);
+    return text;
 }
 
 } // namespace
@@ -99,37 +288,189 @@ int watch(RPCClient& client, Options const& options)
 int main(int argc, char** argv)
 {
     Options options;
-    for (int i = 1; i < argc; ++i) {
-        std::string const word = argv[i];
-        if (word == "--endpoint" && i + 1 < argc)
-            options.endpoint = argv[++i];
-        else if (word == "--json")
-            options.json = true;
-        else if (word == "--help" || word == "-h")
-            return usage();
-        else
-            options.words.push_back(word);
-    }
-    if (options.words.empty() || (options.words[0] != "call" && options.words[0] != "watch"))
-        return usage();
+    CLI::App app("Drives a running velmora-server: calls its remote methods and follows its notifications.\n"
+                 "Exit status: 0 done, 1 the call failed, 2 bad usage or no server.",
+                 "velmoractl");
+    app.add_option("--endpoint", options.endpoint, "Server endpoint name")->capture_default_str();
+    app.add_flag("--json", options.json, "Print raw JSON replies and notifications");
+    app.require_subcommand(1);
 
-    RPCClient client(1);
-    client.setNotificationHandler([&](std::string const& name, Json::Value const& params) {
-        if (options.json) {
-            Json::Value message;
-            message["event"] = name;
-            message["params"] = params;
-            std::printf("%s\n", IRPC::write(message).c_str());
-        } else {
-            std::printf("%s %s\n", name.c_str(), IRPC::write(params).c_str());
+    // What the chosen subcommand asks: a method and its parameters, or an action of its own.
+    std::string method;
+    Json::Value params(Json::objectValue);
+    std::function<int(RPCClient&, Events&)> action;
+    auto simple = [&](char const* name, char const* help, char const* remote) {
+        CLI::App* command = app.add_subcommand(name, help);
+        // Before the subcommand's own final callback, which may pick a twin method.
+        command->parse_complete_callback([&method, remote] { method = remote; });
+        return command;
+    };
+
+    unsigned int session = 0;
+    std::string type, url, launchParameters, uid, state, package, event, eventParams, device;
+    std::vector<std::string> names;
+    bool release = false, extended = false, manifest = false, force = false;
+    unsigned int timeout = 600;
+
+    CLI::App* launch = simple("launch", "Launch an application; prints its uid", "IWindowManager.launch");
+    launch->add_option("type", type, "Application type (WEB_APPLICATION, AIR_APPLICATION, OTHER, ...)")->required();
+    launch->add_option("url", url, "Application URL")->required();
+    launch->add_option("--parameters", launchParameters, "Application parameters text");
+    launch->add_option("--session", session, "Display session")->capture_default_str();
+    launch->final_callback([&] {
+        params["proxy"] = session;
+        params["applicationType"] = type;
+        params["applicationURL"] = url;
+        params["applicationParameters"] = launchParameters;
+    });
+
+    CLI::App* windows = simple("windows", "List the uids of a session's windows", "IWindowManager.getWindowList");
+    windows->add_option("--session", session, "Display session")->capture_default_str();
+    windows->final_callback([&] { params["proxy"] = session; });
+
+    CLI::App* focus = simple("focus", "Give a window the focus (or take it with --release)", "IWindowManager.handleFocus");
+    focus->add_option("uid", uid, "Window uid")->required();
+    focus->add_flag("--release", release, "Take the focus away instead");
+    focus->final_callback([&] {
+        params["uid"] = uid;
+        params["obtained"] = !release;
+    });
+
+    CLI::App* stateCommand = simple("state", "Print an application's state, or request a new one",
+                                    "IApplicationManager.getState");
+    stateCommand->add_option("uid", uid, "Application or service uid")->required();
+    stateCommand->add_option("state", state, "Requested state (e.g. RUNNING, SUSPENDED)");
+    stateCommand->final_callback([&] {
+        params["uid"] = uid;
+        if (!state.empty()) {
+            method = "IApplicationManager.setState";
+            params["requestedState"] = state;
         }
-        std::fflush(stdout);
+    });
+
+    CLI::App* terminate = simple("terminate", "Ask an application to end", "IApplicationManager.terminate");
+    terminate->add_option("uid", uid, "Application or service uid")->required();
+    terminate->final_callback([&] { params["uid"] = uid; });
+
+    CLI::App* launchParams = simple("params", "Print a window's launch parameters", "IWindowManager.getLaunchParameters");
+    launchParams->add_option("uid", uid, "Window uid")->required();
+    launchParams->final_callback([&] { params["uid"] = uid; });
+
+    simple("services", "List the uids of the running services", "IServiceManager.getServiceList");
+
+    CLI::App* packages = simple("packages", "List the installed packages", "IPackageManager.getPackageInfoList");
+    packages->add_option("--group", names, "Only packages of this group (repeatable)");
+    CLI::Option* packagesExtended = packages->add_flag("--extended", extended, "Records with dependencies and groups");
+    packages->add_flag("--manifest", manifest, "The repository's packages instead")->excludes(packagesExtended);
+    packages->final_callback([&] {
+        method = extended ? "IPackageManager.getExtendedPackageInfoList"
+                 : manifest ? "IPackageManager.getManifestPackageInfoList"
+                            : "IPackageManager.getPackageInfoList";
+        params["listRequest"]["groups"] = Json::Value(Json::arrayValue);
+        for (std::string const& group : names)
+            params["listRequest"]["groups"].append(group);
+    });
+
+    CLI::App* packageCommand = simple("package", "Print one package's record", "IPackageManager.getPackageInfo");
+    packageCommand->add_option("name", package, "Package name")->required();
+    CLI::Option* packageExtended = packageCommand->add_flag("--extended", extended, "The extended record");
+    packageCommand->add_flag("--manifest", manifest, "The repository's record")->excludes(packageExtended);
+    packageCommand->final_callback([&] {
+        method = extended ? "IPackageManager.getExtendedPackageInfo"
+                 : manifest ? "IPackageManager.getManifestPackageInfo"
+                            : "IPackageManager.getPackageInfo";
+        params["package"] = package;
+    });
+
+    for (auto [name, help, remote, verb] :
+         {std::tuple{"install", "Install packages and wait for the end of the request", "IPackageInstaller.packageInstall",
+                     "install"},
+          std::tuple{"remove", "Remove packages and wait for the end of the request", "IPackageInstaller.packageRemove",
+                     "remove"}}) {
+        CLI::App* command = app.add_subcommand(name, help);
+        command->add_option("packages", names, "Package files (install) or names (remove)")->required();
+        command->add_flag("--force", force, "Ignore dependencies");
+        command->add_option("--timeout", timeout, "Seconds to wait for the end of the request")->capture_default_str();
+        command->callback([&, remote = std::string(remote), verb = std::string(verb)] {
+            action = [&, remote, verb](RPCClient& client, Events& events) {
+                return packageRequest(client, events, options, remote, verb, names, force, timeout);
+            };
+        });
+    }
+
+    CLI::App* notify = simple("notify", "Send a notification to every subscriber", "IWindowManager.notify");
+    notify->add_option("event", event, "Notification name")->required();
+    notify->add_option("params", eventParams, "Further members, as a JSON object");
+    notify->final_callback([&] {
+        if (!eventParams.empty())
+            params = parseJson(eventParams, "the notification's members");
+        params["event"] = event;
+    });
+
+    CLI::App* watchCommand = app.add_subcommand("watch", "Print notifications as they come, until interrupted");
+    watchCommand->add_option("events", names, "Notification names (all when none)");
+    watchCommand->callback([&] { action = [&](RPCClient& client, Events&) { return watch(client, names); }; });
+
+    CLI::App* call = app.add_subcommand("call", "Call any method: <Interface.method> [params-json]");
+    call->add_option("method", method, "Method, as Interface.method")->required();
+    call->add_option("params", eventParams, "Parameters, as a JSON object");
+    call->final_callback([&] {
+        if (!eventParams.empty())
+            params = parseJson(eventParams, "the parameters");
+    });
+
+    CLI::App* key = app.add_subcommand("key", "Press remote-control keys by name: " + keyList());
+    key->add_option("names", names, "Key names")->required();
+    key->add_option("--device", device, "Input FIFO (default: VELMORA_INPUT_DEVICES' entry for the session)");
+    key->add_option("--session", session, "Display session")->capture_default_str();
+
+    try {
+        app.parse(argc, argv);
+        if (key->parsed())
+            return pressKeys(names, device, session);
+    } catch (CLI::ParseError const& e) {
+        return app.exit(e) == 0 ? 0 : BAD_USAGE;
+    } catch (UsageError const& e) {
+        std::fprintf(stderr, "velmoractl: %s\n", e.text.c_str());
+        return BAD_USAGE;
+    }
+
+    // Stop signals wait for `watch` in sigwait; blocked before the client's threads start.
+    sigset_t stops;
+    sigemptyset(&stops);
+    sigaddset(&stops, SIGINT);
+    sigaddset(&stops, SIGTERM);
+    sigaddset(&stops, SIGUSR1);
+    if (watchCommand->parsed())
+        pthread_sigmask(SIG_BLOCK, &stops, nullptr);
+
+    // The library's own log lines would repeat the one message printed here.
+    if (!std::getenv("VELMORA_DEBUG"))
+        velmoraSetDebugLevel(0);
+    Events events;
+    RPCClient client(1);
+    client.setNotificationHandler([&](std::string const& name, Json::Value const& notification) {
+        events.add(name, notification);
+        if (watchCommand->parsed())
+            printNotification(options, name, notification);
+    });
+    client.setClosedHandler([&] {
+        events.close();
+        if (watchCommand->parsed())
+            ::kill(::getpid(), SIGUSR1);
     });
     try {
         client.connect(options.endpoint);
-        return options.words[0] == "call" ? call(client, options) : watch(client, options);
     } catch (Exception const& e) {
         std::fprintf(stderr, "velmoractl: cannot reach endpoint %s: %s\n", options.endpoint.c_str(), e.what());
-        return 2;
+        return BAD_USAGE;
+    }
+    try {
+        if (action)
+            return action(client, events);
+        return report(options, method, client.call(method, params));
+    } catch (Exception const& e) {
+        std::fprintf(stderr, "velmoractl: %s\n", e.what());
+        return CALL_FAILED;
     }
 }

@@ -1,0 +1,94 @@
+// The world of a real velmora-server process to test against: a private
+// sysroot holding the project's launch scripts, a private runtime directory, a
+// supervisor's notification socket (NOTIFY_SOCKET) that collects what the
+// server tells it, and velmoractl run as a shell would run it. The launch scripts start the
+// SDK's test program, whose behaviour the server's environment picks.
+#pragma once
+
+#include "BusTestSupport.h"
+#include "rpc/RPCClient.h"
+#include "ServerProcess.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace HostTest {
+
+// The sysroot, runtime directory and notification socket of one test.
+class HostWorld {
+public:
+    HostWorld()
+    {
+        fs::create_directories(sysroot / "usr/local/bin");
+        for (auto const& script : fs::directory_iterator(VELMORA_LAUNCH_SCRIPTS))
+            fs::copy_file(script.path(), sysroot / "usr/local/bin" / script.path().filename());
+    }
+
+    // What a server is started with on top of the test's own environment.
+    std::map<std::string, std::string> environment() const
+    {
+        std::string const path = std::getenv("PATH") ? std::getenv("PATH") : "/usr/bin:/bin";
+        return {{"VELMORA_RUNTIME_DIR", runtime.path},
+                {"NOTIFY_SOCKET", notify.path.string()},
+                {"PATH", std::string(VELMORA_TEST_APP_DIR) + ":" + path},
+                {"VELMORA_TEST_APP_LOG", (base / "apps.log").string()}};
+    }
+
+    // Runs velmoractl with `arguments` (shell words) against this world's endpoints.
+    BusTest::Output ctl(std::string const& arguments) const
+    {
+        std::string const command = std::string(VELMORA_CTL) + " " + arguments + " 2>&1";
+        return BusTest::finish(::popen(command.c_str(), "r"));
+    }
+
+    BusTest::RuntimeDir runtime; // also sets VELMORA_RUNTIME_DIR for this process
+    fs::path const base = runtime.path;
+    fs::path const sysroot = base / "box";
+    NotifySocket notify{base / "notify"};
+};
+
+// A velmora-server in a HostWorld, with this world's sysroot and environment.
+class HostServer : public ServerProcess {
+public:
+    HostServer(HostWorld const& world, std::vector<std::string> arguments,
+               std::map<std::string, std::string> extraEnvironment = {})
+        : ServerProcess(VELMORA_SERVER, withSysroot(world, std::move(arguments)),
+                        withExtra(world.environment(), std::move(extraEnvironment)),
+                        world.base / ("server" + std::to_string(++count) + ".log"))
+    {
+    }
+
+private:
+    static std::vector<std::string> withSysroot(HostWorld const& world, std::vector<std::string> arguments)
+    {
+        arguments.insert(arguments.begin(), {"--sysroot", world.sysroot.string()});
+        return arguments;
+    }
+    static std::map<std::string, std::string> withExtra(std::map<std::string, std::string> environment,
+                                                        std::map<std::string, std::string> extra)
+    {
+        extra.merge(environment); // the extra values win
+        return extra;
+    }
+    static inline int count = 0;
+};
+
+// Connects `client` to the server and has it wake waitFor() at every change
+// of a window list.
+inline void connectWatching(Velmora::RPCClient& client)
+{
+    client.setNotificationHandler([](std::string const&, Json::Value const&) { BusTest::notifyChanged(); });
+    client.connect("ZAV"); // no retry: READY=1 comes after the endpoint opened
+    Json::Value events;
+    events["events"].append("IWindowManager::onWindowListChange");
+    client.callOrThrow("RPC.subscribe", events);
+}
+
+// True once no process `pid` exists (it has ended and been reaped).
+inline bool processGone(pid_t pid) { return ::kill(pid, 0) < 0 && errno == ESRCH; }
+
+} // namespace HostTest

@@ -1,0 +1,141 @@
+#include "HostWorld.h"
+
+#include "frame/Exception.h"
+#include "interfaces/IRPC.h"
+#include "rpc/RPCClient.h"
+#include "rpc/RuntimeDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+using namespace HostTest;
+
+namespace {
+
+Json::Value launchParams(std::string const& url)
+{
+    Json::Value params;
+    params["proxy"] = 0;
+    params["applicationType"] = "OTHER";
+    params["applicationURL"] = url;
+    return params;
+}
+
+// The uid of a launched window once it is in the window list (it has reported a state).
+std::string launchRunning(Velmora::RPCClient& client, std::string const& url)
+{
+    std::string const uid = client.callOrThrow("IWindowManager.launch", launchParams(url)).asString();
+    Json::Value session;
+    session["proxy"] = 0;
+    EXPECT_TRUE(BusTest::waitFor(
+        [&] {
+            for (Json::Value const& listed : client.callOrThrow("IWindowManager.getWindowList", session))
+                if (listed.asString() == uid)
+                    return true;
+            return false;
+        },
+        30000));
+    return uid;
+}
+
+class HostLifecycle : public ::testing::TestWithParam<char const*> {};
+
+} // namespace
+
+// Ready only once the endpoint accepts; SIGTERM with windows running ends
+// every child, removes the socket and exits 0. Master and stub classes alike.
+TEST_P(HostLifecycle, ReadyWhenServingAndSigtermEndsEveryChild)
+{
+    HostWorld world;
+    std::vector<std::string> arguments{"--velmora:masterType", "OTHER", "--velmora:masterURL", "home"};
+    if (*GetParam())
+        arguments.push_back(GetParam());
+    HostServer server(world, arguments);
+    ASSERT_TRUE(world.notify.awaitMessage("READY=1")) << server.log();
+    Velmora::RPCClient client(1);
+    connectWatching(client);
+
+    launchRunning(client, "one");
+    std::vector<pid_t> children; // the master window too, where there is one
+    Json::Value session;
+    session["proxy"] = 0;
+    for (Json::Value const& uid : client.callOrThrow("IWindowManager.getWindowList", session))
+        children.push_back(std::stoi(uid.asString()));
+    EXPECT_EQ(*GetParam() ? 1u : 2u, children.size());
+    client.disconnect();
+
+    EXPECT_EQ(0, server.stop(SIGTERM)) << server.log();
+    for (pid_t child : children)
+        EXPECT_TRUE(processGone(child)) << child;
+    EXPECT_FALSE(fs::exists(Velmora::RuntimeDirectory::endpointPath("ZAV")));
+}
+
+INSTANTIATE_TEST_SUITE_P(Classes, HostLifecycle, ::testing::Values("", "--stub"));
+
+// A window manager blocked in a call to a program that never answers stops
+// the watchdog pings; they come again once the call ends.
+TEST(Host, WedgedManagerStopsTheWatchdogUntilItRunsAgain)
+{
+    HostWorld world;
+    HostServer server(world, {},
+                         {{"WATCHDOG_USEC", "200000"},
+                          {"VELMORA_RPC_TIMEOUT_MS", "60000"},
+                          {"VELMORA_TEST_APP_HANG", "ILifecycleManagement.getState"}});
+    ASSERT_TRUE(world.notify.awaitMessage("READY=1")) << server.log();
+    ASSERT_TRUE(world.notify.awaitMessage("WATCHDOG=1")) << server.log();
+
+    Velmora::RPCClient client(1);
+    connectWatching(client);
+    std::string const uid = launchRunning(client, "stuck");
+    Json::Value params;
+    params["uid"] = uid;
+    // Our side gives up at once; the server's call to the program waits a minute.
+    EXPECT_THROW(client.call("IApplicationManager.getState", params, 100), Velmora::Exception);
+    Json::Value session;
+    session["proxy"] = 0;
+    bool wedged = false; // once the window manager no longer answers
+    for (int attempt = 0; attempt < 60 && !wedged; ++attempt) {
+        try {
+            client.call("IWindowManager.getWindowList", session, 500);
+        } catch (Velmora::Exception const&) {
+            wedged = true;
+        }
+    }
+    ASSERT_TRUE(wedged);
+
+    // The pings sent so far wait in the socket; a round stamped before the
+    // wedge may still end in one more. A live server pings every 50 ms, some
+    // forty times in the next two seconds.
+    while (!world.notify.receive(0).empty())
+        ;
+    int pings = 0;
+    auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+    for (auto now = std::chrono::steady_clock::now(); now < end; now = std::chrono::steady_clock::now()) {
+        auto const left = std::chrono::duration_cast<std::chrono::milliseconds>(end - now).count();
+        pings += world.notify.receive(static_cast<int>(left)).find("WATCHDOG=1") != std::string::npos;
+    }
+    EXPECT_LE(pings, 1);
+
+    ::kill(std::stoi(uid), SIGKILL); // the server's call fails at once
+    EXPECT_TRUE(world.notify.awaitMessage("WATCHDOG=1")) << server.log();
+    EXPECT_EQ(0, server.stop(SIGTERM)) << server.log();
+}
+
+// A second server on a live endpoint's name fails with a clear message before
+// starting anything, and the first goes on serving.
+TEST(Host, SecondServerOnTheSameEndpointFailsAndLeavesTheFirst)
+{
+    HostWorld world;
+    HostServer first(world, {});
+    ASSERT_TRUE(world.notify.awaitMessage("READY=1")) << first.log();
+
+    HostServer second(world, {});
+    EXPECT_EQ(1, second.stop(0));
+    EXPECT_NE(std::string::npos, second.log().find("the endpoint ZAV is served by another process")) << second.log();
+
+    BusTest::Output const ping = world.ctl("call RPC.ping");
+    EXPECT_EQ(0, ping.status);
+    EXPECT_EQ("true\n", ping.text);
+    EXPECT_EQ(0, first.stop(SIGINT)) << first.log();
+}

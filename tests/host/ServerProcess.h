@@ -1,0 +1,149 @@
+// A velmora-server process, as a supervisor starts it, and the datagram socket
+// (NOTIFY_SOCKET) on which a supervisor hears from it. For the host tests and
+// the server benchmarks. Each object belongs to one thread.
+#pragma once
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+extern char** environ;
+
+namespace HostTest {
+
+namespace fs = std::filesystem;
+
+// The datagram socket a supervisor listens on; each datagram is one message
+// such as "READY=1" or "WATCHDOG=1".
+class NotifySocket {
+public:
+    explicit NotifySocket(fs::path path) : path(std::move(path))
+    {
+        fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        this->path.string().copy(address.sun_path, sizeof(address.sun_path) - 1);
+        ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)); // a failure shows as silence
+    }
+    ~NotifySocket() { ::close(fd); }
+    NotifySocket(NotifySocket const&) = delete;
+    NotifySocket& operator=(NotifySocket const&) = delete;
+
+    // The next message, or empty when none comes within `timeoutMs`.
+    std::string receive(int timeoutMs = 30000)
+    {
+        pollfd poller{fd, POLLIN, 0};
+        if (::poll(&poller, 1, timeoutMs) <= 0)
+            return std::string();
+        char buffer[4096];
+        ssize_t const n = ::recv(fd, buffer, sizeof(buffer), 0);
+        return n > 0 ? std::string(buffer, static_cast<std::size_t>(n)) : std::string();
+    }
+    // Reads messages until one contains `text`; false when a wait times out.
+    bool awaitMessage(std::string const& text, int timeoutMs = 30000)
+    {
+        for (std::string message; !(message = receive(timeoutMs)).empty();)
+            if (message.find(text) != std::string::npos)
+                return true;
+        return false;
+    }
+
+    fs::path const path;
+
+private:
+    int fd = -1;
+};
+
+// One process of `program` (velmora-server) with `arguments`, this process's
+// environment with `environment` on top, and its output in the file `logFile`.
+// Ended with SIGKILL if its owner leaves it running.
+class ServerProcess {
+public:
+    ServerProcess(std::string const& program, std::vector<std::string> arguments,
+                  std::map<std::string, std::string> const& environment, fs::path logFile)
+        : output(std::move(logFile))
+    {
+        arguments.insert(arguments.begin(), program);
+        std::map<std::string, std::string> variables;
+        for (char** entry = environ; *entry; ++entry) {
+            std::string const text = *entry;
+            auto const equals = text.find('=');
+            variables[text.substr(0, equals)] = text.substr(equals + 1);
+        }
+        for (auto const& [name, value] : environment)
+            variables[name] = value;
+        std::vector<std::string> entries;
+        for (auto const& [name, value] : variables)
+            entries.push_back(name + "=" + value);
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
+        std::vector<char*> argv = pointers(arguments);
+        std::vector<char*> envp = pointers(entries);
+        if (::posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data()) != 0)
+            pid = -1;
+        posix_spawn_file_actions_destroy(&actions);
+    }
+    ~ServerProcess()
+    {
+        if (pid > 0) {
+            ::kill(pid, SIGKILL);
+            ::waitpid(pid, nullptr, 0);
+        }
+    }
+    ServerProcess(ServerProcess const&) = delete;
+    ServerProcess& operator=(ServerProcess const&) = delete;
+
+    // Sends `signal` (none: just waits) and gives the exit status, or -1 for a death by signal.
+    int stop(int signal = SIGTERM)
+    {
+        if (pid <= 0)
+            return -1;
+        if (signal)
+            ::kill(pid, signal);
+        int status = 0;
+        while (::waitpid(pid, &status, 0) < 0 && errno == EINTR)
+            ;
+        pid = -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+    std::string log() const
+    {
+        std::string text;
+        if (FILE* file = std::fopen(output.c_str(), "r")) {
+            char chunk[4096];
+            for (std::size_t n; (n = std::fread(chunk, 1, sizeof(chunk), file)) > 0;)
+                text.append(chunk, n);
+            std::fclose(file);
+        }
+        return text;
+    }
+
+    pid_t pid = -1;
+
+private:
+    static std::vector<char*> pointers(std::vector<std::string>& words)
+    {
+        std::vector<char*> result;
+        for (std::string& word : words)
+            result.push_back(word.data());
+        result.push_back(nullptr);
+        return result;
+    }
+    fs::path output;
+};
+
+} // namespace HostTest

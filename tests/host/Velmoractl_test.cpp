@@ -1,0 +1,104 @@
+#include "HostWorld.h"
+
+#include <gtest/gtest.h>
+
+#include <linux/input.h>
+#include <sys/stat.h>
+
+#include <tuple>
+
+using namespace HostTest;
+
+namespace {
+
+class VelmoractlTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(world.notify.awaitMessage("READY=1")) << server.log();
+        connectWatching(watcher);
+    }
+    HostWorld world;
+    HostServer server{world, {}};
+    Velmora::RPCClient watcher{1}; // wakes waitFor() when a window list changes
+};
+
+} // namespace
+
+// Readable output and exit status 0 for a result, 1 for a failed call (an
+// install included, whose failure comes only with its end), 2 for bad usage
+// or no server.
+TEST_F(VelmoractlTest, PrintsResultsAndFailuresWithTheirExitStatus)
+{
+    std::string const uid = world.ctl("launch OTHER first").text;
+    ASSERT_FALSE(uid.empty());
+    ASSERT_TRUE(BusTest::waitFor([&] { return world.ctl("windows").text == uid; }));
+
+    // Arguments, exit status, and the whole output or ("...") a part of it.
+    std::tuple<std::string, int, std::string> const cases[] = {
+        {"state " + uid, 0, "RUNNING\n"},
+        {"--json windows", 0, "{\"result\":[\"" + uid.substr(0, uid.size() - 1) + "\"]}\n"},
+        {"services", 0, "\n"},
+        {"params " + uid, 0, "...\"applicationURL\" : \"first\""},
+        {"windows --session 3", 1, "...invalid proxy"},
+        {"state 999999", 1, "velmoractl: IApplicationManager.getState failed: invalid interface (-32000)\n"},
+        {"--json focus 999999", 1, "{\"error\":{\"code\":-32000,\"message\":\"invalid uid\"}}\n"},
+        {"install /nowhere.rpm --timeout 60", 1, "velmoractl: install failed: Generic failure (7)\n"},
+        {"call INone.method", 1, "...Method not found"},
+        {"call RPC.ping 'not json'", 2, "...must be a JSON object"},
+        {"state", 2, "...uid is required"},
+        {"launch --help", 0, "...--session"},
+        {"--endpoint nobody services", 2, "velmoractl: cannot reach endpoint nobody: Generic failure\n"},
+    };
+    for (auto const& [arguments, status, text] : cases) {
+        BusTest::Output const output = world.ctl(arguments);
+        EXPECT_EQ(status, output.status) << arguments << ": " << output.text;
+        if (text.starts_with("..."))
+            EXPECT_NE(std::string::npos, output.text.find(text.substr(3))) << arguments << ": " << output.text;
+        else
+            EXPECT_EQ(text, output.text) << arguments;
+    }
+
+    EXPECT_EQ(0, world.ctl("terminate " + uid).status);
+    EXPECT_TRUE(BusTest::waitFor([&] { return world.ctl("windows").text == "\n"; }));
+}
+
+// watch prints the notifications asked for, one line each, and no others;
+// it ends with status 1 when the server goes.
+TEST_F(VelmoractlTest, WatchFollowsWhatItAskedForUntilTheServerGoes)
+{
+    FILE* watch = ::popen((std::string(VELMORA_CTL) + " watch IX::a").c_str(), "r");
+    // The watch's subscription can't be seen from here: send until it shows.
+    std::string line;
+    char buffer[256];
+    int const reader = ::fileno(watch);
+    for (int attempt = 0; attempt < 300 && line.empty(); ++attempt) {
+        world.ctl("notify IX::b");
+        world.ctl("notify IX::a '{\"n\":1}'");
+        pollfd poller{reader, POLLIN, 0};
+        if (::poll(&poller, 1, 100) > 0 && std::fgets(buffer, sizeof(buffer), watch))
+            line = buffer;
+    }
+    EXPECT_EQ("IX::a {\"event\":\"IX::a\",\"n\":1}\n", line);
+    EXPECT_EQ(0, server.stop(SIGTERM));
+    EXPECT_EQ(1, BusTest::finish(watch).status);
+}
+
+// key writes a press and a release, each with its synchronisation, into the
+// input FIFO; an unknown name or a FIFO nobody reads is bad usage.
+TEST_F(VelmoractlTest, KeyPressesGoIntoTheInputFifo)
+{
+    fs::path const fifo = world.base / "keys";
+    ASSERT_EQ(0, ::mkfifo(fifo.c_str(), 0600));
+    EXPECT_EQ(2, world.ctl("key OK --device " + fifo.string()).status);
+
+    int const reader = ::open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    BusTest::ScopedEnv devices("VELMORA_INPUT_DEVICES", "/nowhere@1:" + fifo.string());
+    EXPECT_EQ(2, world.ctl("key Sideways").status);
+    EXPECT_EQ(0, world.ctl("key ok").status);
+    input_event events[4];
+    EXPECT_EQ(static_cast<ssize_t>(sizeof(events)), ::read(reader, events, sizeof(events)));
+    EXPECT_EQ(std::make_tuple(EV_KEY, KEY_OK, 1), std::make_tuple(events[0].type, events[0].code, events[0].value));
+    EXPECT_EQ(std::make_tuple(EV_KEY, KEY_OK, 0), std::make_tuple(events[2].type, events[2].code, events[2].value));
+    ::close(reader);
+}
