@@ -38,10 +38,11 @@ public:
                 {"VELMORA_TEST_APP_LOG", (base / "apps.log").string()}};
     }
 
-    // Runs velmoractl with `arguments` (shell words) against this world's endpoints.
+    // Runs velmoractl with `arguments` (shell words) against this world's
+    // endpoints, as a user runs it: without the test run's debug level.
     BusTest::Output ctl(std::string const& arguments) const
     {
-        std::string const command = std::string(VELMORA_CTL) + " " + arguments + " 2>&1";
+        std::string const command = "env -u VELMORA_DEBUG " + std::string(VELMORA_CTL) + " " + arguments + " 2>&1";
         return BusTest::finish(::popen(command.c_str(), "r"));
     }
 
