@@ -3,7 +3,7 @@
 // the launch scripts and a holder certificate, the media and power
 // simulators started by a service manager, the authorization manager with
 // test keys, and a MasterWindowManager with the real process factory. Made
-// once per process; it sets VELMORA_RUNTIME_DIR, VELMORA_ROOT and PATH.
+// once per process and ended by release(); it sets VELMORA_RUNTIME_DIR, VELMORA_ROOT and PATH.
 // cycle() belongs to one thread at a time.
 #pragma once
 
@@ -11,6 +11,7 @@
 #include "frame/FunctionCommand.h"
 #include "HWPApplicationFactory.h"
 #include "MasterWindowManager.h"
+#include "NullWindowManagerListener.h"
 #include "rpc/RPCClient.h"
 #include "rpc/RPCServer.h"
 #include "ServiceManager.h"
@@ -31,22 +32,8 @@ namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
 // Waits, without polling, for the focus to name a window.
-class FocusWaiter : public Velmora::IWindowManager::IWindowManagerListener {
+class FocusWaiter : public VelmoraTest::NullWindowManagerListener {
 public:
-    void onKeepAlive(std::string const&, std::string const&) override {}
-    void onStateChange(std::string const&, std::string const&, std::string const&) override {}
-    void onError(std::string const&, std::string const&) override {}
-    void onWindowListChange(IWindowManager&, VectorObject<std::string> const&) override {}
-    void onLayoutChange(IWindowManager&, std::string const&, std::string const&) override {}
-    using IWindowCompositingListener::onLocationChange;
-    using IWindowCompositingListener::onOpacityChange;
-    using IWindowCompositingListener::onVisibilityChange;
-    using IWindowCompositingListener::onZOrderChange;
-    void onVisibilityChange(std::string const&, bool const&, bool const&) override {}
-    void onOpacityChange(std::string const&, unsigned int const&, unsigned int const&) override {}
-    void onZOrderChange(std::string const&, unsigned int const&, unsigned int const&) override {}
-    void onLocationChange(std::string const&, ISurfaceCompositing::Rect const&,
-                          ISurfaceCompositing::Rect const&) override {}
     void onFocusChange(IWindowManager&, std::string const&, std::string const& newFocus) override
     {
         std::lock_guard lock(mutex);
@@ -80,8 +67,16 @@ class BenchBox {
 public:
     static BenchBox& get()
     {
-        static BenchBox* box = new BenchBox;
-        return *box;
+        if (!box())
+            box().reset(new BenchBox);
+        return *box();
+    }
+    // Ends the windows and the simulators, so that none outlives the bench.
+    static void release()
+    {
+        if (box())
+            box()->windows->uninit();
+        box().reset();
     }
 
     // One launch to its focus, in seconds; the window is gone again on return.
@@ -148,6 +143,12 @@ private:
     Services services{&factory};
     FocusWaiter waiter;
     std::unique_ptr<MasterWindowManager> windows;
+
+    static std::unique_ptr<BenchBox>& box()
+    {
+        static std::unique_ptr<BenchBox> made;
+        return made;
+    }
 };
 
 } // namespace VelmoraBench

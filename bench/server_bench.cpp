@@ -280,11 +280,13 @@ int main(int argc, char** argv)
     // The server's box first: the in-process box's sysroot (VELMORA_ROOT) must win here.
     ServerBox::get();
     BenchBox::get();
-    return VelmoraBench::runFigures(
+    int const result = VelmoraBench::runFigures(
         argc, argv,
         {{"rpc_launch_to_focus_ratio", "BM_WebSocketLaunchToFocus/iterations:20/manual_time",
           "BM_InProcessLaunchToFocus/iterations:20/manual_time"},
          {"server_idle_rss_kib", "BM_ServerIdleRss/iterations:1/repeats:1/manual_time", "", 1.0},
          {"rpc_window_list_64_ratio", "BM_WindowList64/real_time/threads:64", "BM_RawUnixEcho64/real_time/threads:64",
           1.0, true}});
+    BenchBox::release();
+    return result;
 }

@@ -126,10 +126,12 @@ BENCHMARK(BM_LaunchCyclesRss)->UseManualTime()->Unit(benchmark::kNanosecond)->It
 
 int main(int argc, char** argv)
 {
-    return VelmoraBench::runFigures(
+    int const result = VelmoraBench::runFigures(
         argc, argv,
         {{"launch_to_focus_ratio", "BM_LaunchToFocus/iterations:20/manual_time",
           "BM_ForkExecFirstMessage/iterations:20/manual_time"},
          {"launch_to_focus_p99_ms", "BM_LaunchToFocusP99/iterations:1/repeats:1/manual_time", "", 1e-6},
          {"launch_cycles_rss_growth_kib", "BM_LaunchCyclesRss/iterations:1/repeats:1/manual_time", "", 1.0}});
+    BenchBox::release();
+    return result;
 }

@@ -146,7 +146,7 @@ TEST(EAVStoreProcess, AFullDiskFailsTheWriteAndKeepsTheStore)
     store.init();
     EXPECT_EQ(store.getValue("fill", "before"), "present");
     for (int i : written)
-        ASSERT_EQ(store.getValue("fill", "k" + std::to_string(i)).size(), 4096u) << i;
+        ASSERT_EQ(store.getValue("fill", std::string("k").append(std::to_string(i))).size(), 4096u) << i;
     // With room again, the store takes writes.
     store.setValue("fill", "after", "present");
     EXPECT_EQ(store.getValue("fill", "after"), "present");

@@ -59,7 +59,7 @@ int fill(std::string const& directory, unsigned long headroom)
     std::string const payload(4096, 'x');
     for (int i = 0; i < 10000; ++i) {
         try {
-            store.setValue("fill", "k" + std::to_string(i), payload);
+            store.setValue("fill", std::string("k").append(std::to_string(i)), payload);
         } catch (Exception const& e) {
             std::printf("full %d\n", static_cast<int>(e.getCode()));
             return 0;
