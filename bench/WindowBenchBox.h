@@ -18,6 +18,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -40,10 +41,15 @@ public:
         focus = newFocus;
         changed.notify_all();
     }
+    // A launch or an end that never shows in the focus ends the bench with a
+    // message, rather than hanging it.
     void waitFor(std::string const& uid)
     {
         std::unique_lock lock(mutex);
-        changed.wait(lock, [&] { return focus == uid; });
+        if (changed.wait_for(lock, std::chrono::minutes(1), [&] { return focus == uid; }))
+            return;
+        std::fprintf(stderr, "bench: the focus is \"%s\", never \"%s\"\n", focus.c_str(), uid.c_str());
+        std::abort();
     }
 
 private:
