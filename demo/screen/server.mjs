@@ -268,7 +268,7 @@ httpServer.on('error', (error) => {
   process.exit(1);
 });
 httpServer.listen(SCREEN_PORT, '127.0.0.1', () => {
-  console.log(`screen http://127.0.0.1:${SCREEN_PORT}/`);
+  console.log(`screen listening on http://127.0.0.1:${SCREEN_PORT}/`);
   watchCards();
   connectServer();
 });
