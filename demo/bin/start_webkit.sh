@@ -65,8 +65,9 @@ devtools=$VELMORA_BOX_RUN/devtools/$uid
 rm -rf "$profile"
 mkdir -p "$profile" "$VELMORA_BOX_RUN/devtools"
 
+# shellcheck disable=SC2054 # commas inside flags
 flags=(
-  --user-data-dir="$profile" --remote-debugging-port=0 --remote-allow-origins=http://127.0.0.1
+  --user-data-dir="$profile" --remote-debugging-port=0
   --no-first-run --no-default-browser-check --disable-sync --disable-extensions
   --disable-background-networking --disable-component-update --password-store=basic
   --disable-background-timer-throttling --disable-renderer-backgrounding
@@ -75,8 +76,8 @@ flags=(
   --window-size=1280,720
 )
 [ "$(id -u)" -eq 0 ] && flags+=(--no-sandbox)
-# An application window, without tabs or toolbar, so the page gets the whole
-# 1280x720 as on the box's screen.
+# An application window: no tabs, no toolbar, the page alone as on a TV.
+# shellcheck disable=SC2054
 flags+=(--app="$url" --window-position=0,0)
 [ -z "${DISPLAY:-}" ] && flags+=(--headless=new --hide-scrollbars)
 # shellcheck disable=SC2206 # the extra flags are words
