@@ -5,7 +5,7 @@
 # program, the SDK's test program runs, or the program VELMORA_APP_PROGRAM names.
 if [ -n "${VELMORA_BOX_RUN:-}" ]; then
   program=$(printf '%s' "${VELMORA_APP_PARAMETERS:-}" |
-    sed -n 's/.*"applicationURL" *: *"\([A-Za-z0-9._-]*\)".*/\1/p')
+    sed -n 's/.*"applicationURL" *: *"\([A-Za-z0-9._-]*\)[?"].*/\1/p')
   if [ -n "$program" ] && [ -x "${VELMORA_ROOT:-}/usr/local/bin/$program" ]; then
     exec "${VELMORA_ROOT:-}/usr/local/bin/$program"
   fi
