@@ -48,6 +48,10 @@ const env = {
   VELMORA_BUILD_DIR: build, VELMORA_BOX_DIR: box, VELMORA_BOX_PORT: String(ports.box),
   VELMORA_SCREEN_PORT: String(ports.screen), VELMORA_RUNTIME_DIR: path.join(box, 'run/bus'),
   VELMORA_INPUT_DEVICES: path.join(box, 'run/keys.fifo'),
+  // The box's keys as the demo has them (Home toggles the home screen, Power
+  // sleeps lightly and wakes), should scripts/demo not set them itself.
+  VELMORA_DEMO: process.env.VELMORA_DEMO ?? '1', client_enable_dms: process.env.client_enable_dms ?? 'y',
+  VELMORA_SIM_DMS: process.env.VELMORA_SIM_DMS ?? '1',
 };
 delete env.DISPLAY; // the browsers run headless in the test, whatever the desk has
 
@@ -267,8 +271,11 @@ async function crash() {
   const uid = top(shown).uid;
   // The launch script is the window's process: the parent of the browser of its profile.
   const browser = execFileSync('pgrep', ['-o', '-f', `user-data-dir=${path.join(box, 'run/chromium', uid)}`], { encoding: 'utf8' }).trim();
-  const script = fs.readFileSync(`/proc/${browser}/stat`, 'utf8').split(') ')[1].split(' ')[2];
+  const script = fs.readFileSync(`/proc/${browser}/stat`, 'utf8').split(') ')[1].split(' ')[1]; // state, ppid, ...
   process.kill(Number(script), 'SIGKILL');
+  // The server learns of a dead window when a call to it fails: the next key
+  // marks it, and its keep-alive running out removes it.
+  await press('OK');
   shown = await screen.waitFor('the home screen after the crash', (s) => onTop('Home')(s) && !s.windows.some((w) => w.uid === uid)
     && !(s.hidden ?? []).some((w) => w.uid === uid));
   assert.deepEqual(boxProcesses().filter((p) => p.includes(`chromium/${uid}`)), [], 'no browser outlives its window');

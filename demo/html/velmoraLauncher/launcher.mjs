@@ -5,7 +5,7 @@
 import { joinBox } from '../lib/box-page.mjs';
 
 const COLUMNS = 4;
-const EVENTS_SHOWN = 6;
+const EVENTS_SHOWN = 4;
 const TINTS = { WEBAPP: '#ffb547', WEBPAGE: '#7cc4ff', WEBGLAPP: '#c58bff', OTHER: '#5fe0a0', ANDROID: '#9be15d' };
 const EVENTS = [
   'IWindowManager::onFocusChange', 'IWindowManager::onWindowListChange', 'IApplicationManager::onStateChange',
@@ -90,11 +90,18 @@ async function loadApps() {
   renderApps();
 }
 
+// A window without a URL (the Wi-Fi Display player) is named by its type.
+function nameOfLaunch(launch) {
+  if (!launch) return '';
+  if (launch.applicationURL) return nameOfUrl(launch.applicationURL);
+  return launch.applicationType === 'WFDPLAYER' ? 'Wi-Fi Display player' : launch.applicationType;
+}
+
 async function loadWindows() {
   const uids = await box.app.call('IWindowManager.getWindowList', { proxy: 0 });
   const known = await Promise.all((uids ?? []).map(async (uid) => {
     const launch = await box.app.call('IWindowManager.getLaunchParameters', { uid }).catch(() => null);
-    return { uid, name: launch ? nameOfUrl(launch.applicationURL ?? '') : uid };
+    return { uid, name: nameOfLaunch(launch) || uid };
   }));
   windows = known;
   renderWindows();
@@ -141,8 +148,7 @@ function onNotification(name, params) {
   switch (name) {
     case 'IWindowManager::onFocusChange':
       focus = params.newFocus ?? '';
-      note(`focus → ${focus ? windowName(focus) : 'nobody'}`);
-      renderWindows();
+      loadWindows().catch(() => {}).then(() => note(`focus → ${focus ? windowName(focus) : 'nobody'}`));
       break;
     case 'IWindowManager::onWindowListChange':
       loadWindows().catch(() => {});
