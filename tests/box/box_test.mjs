@@ -9,7 +9,7 @@
 // Every wait follows the screen page's event stream or a process's end, with
 // a generous deadline. Exits 0 when every step held, else 1 naming the step.
 import assert from 'node:assert/strict';
-import { execFile, execFileSync } from 'node:child_process';
+import { execFile } from 'node:child_process';
 import fs from 'node:fs';
 import http from 'node:http';
 import net from 'node:net';
@@ -61,15 +61,35 @@ const press = (...keys) => tool('sim/velmora-key', '--fifo', env.VELMORA_INPUT_D
 const ctl = (...args) => tool('tools/velmoractl/velmoractl', ...args);
 const sim = (service, command, params) => tool('sim/velmora-sim', service, command, JSON.stringify(params));
 
-// Processes whose command line or profile names the box's folder.
-function boxProcesses() {
+function processes() {
   const found = [];
   for (const pid of fs.readdirSync('/proc').filter((name) => /^\d+$/.test(name))) {
-    let line = '';
-    try { line = fs.readFileSync(`/proc/${pid}/cmdline`, 'utf8').replaceAll('\0', ' '); } catch { continue; }
-    if (line.includes(box) && Number(pid) !== process.pid) found.push(`${pid} ${line.slice(0, 160)}`);
+    try {
+      found.push({ pid: Number(pid), line: fs.readFileSync(`/proc/${pid}/cmdline`, 'utf8').replaceAll('\0', ' ') });
+    } catch {
+      // ended meanwhile
+    }
   }
   return found;
+}
+
+// Processes whose command line names the box's folder (its server, its
+// browsers' profiles, its services).
+function boxProcesses() {
+  return processes().filter(({ pid, line }) => line.includes(box) && pid !== process.pid)
+    .map(({ pid, line }) => `${pid} ${line.slice(0, 160)}`);
+}
+
+// The window's own process: the launch script started with its uid.
+function windowProcess(uid) {
+  const launchedAs = (pid) => {
+    const entry = fs.readFileSync(`/proc/${pid}/environ`, 'utf8').split('\0')
+      .find((e) => e.startsWith('VELMORA_APP_PARAMETERS='));
+    return entry && JSON.parse(entry.slice(entry.indexOf('=') + 1)).authorizationToken;
+  };
+  const found = processes().filter(({ line, pid }) => line.includes('start_webkit.sh') && launchedAs(pid) === uid);
+  assert.equal(found.length, 1, `one process is window ${uid}`);
+  return found[0].pid;
 }
 
 // ---- The screen page's event stream ---------------------------------------------
@@ -153,9 +173,10 @@ async function screenshot(name, snapshot, topName) {
 
 // Runs `inPage` in a web window, over its browser's DevTools: first waits
 // (on the page's own changes) until it returns something true.
+const devtoolsOf = (uid) => fs.readFileSync(path.join(box, 'run/devtools', uid), 'utf8').trim();
+
 async function inWindow(uid, inPage, arg) {
-  const browserURL = fs.readFileSync(path.join(box, 'run/devtools', uid), 'utf8').trim();
-  const browser = await puppeteer.connect({ browserURL, defaultViewport: null });
+  const browser = await puppeteer.connect({ browserURL: devtoolsOf(uid), defaultViewport: null });
   try {
     const page = (await browser.pages()).find((p) => p.url().startsWith('file:'));
     return await (await page.waitForFunction(inPage, { polling: 'mutation', timeout: WAIT_MS }, arg)).jsonValue();
@@ -269,10 +290,11 @@ async function crash() {
   await launchFromHome('Clock');
   let shown = await screen.waitFor('the clock', onTop('Clock'));
   const uid = top(shown).uid;
-  // The launch script is the window's process: the parent of the browser of its profile.
-  const browser = execFileSync('pgrep', ['-o', '-f', `user-data-dir=${path.join(box, 'run/chromium', uid)}`], { encoding: 'utf8' }).trim();
-  const script = fs.readFileSync(`/proc/${browser}/stat`, 'utf8').split(') ')[1].split(' ')[1]; // state, ppid, ...
-  process.kill(Number(script), 'SIGKILL');
+  // The browser goes with its window's process: its DevTools link closes.
+  const browser = await puppeteer.connect({ browserURL: devtoolsOf(uid) });
+  const closed = new Promise((resolve) => browser.once('disconnected', resolve));
+  process.kill(windowProcess(uid), 'SIGKILL');
+  await closed;
   // The server learns of a dead window when a call to it fails: the next key
   // marks it, and its keep-alive running out removes it.
   await press('OK');
