@@ -48,10 +48,6 @@ const env = {
   VELMORA_BUILD_DIR: build, VELMORA_BOX_DIR: box, VELMORA_BOX_PORT: String(ports.box),
   VELMORA_SCREEN_PORT: String(ports.screen), VELMORA_RUNTIME_DIR: path.join(box, 'run/bus'),
   VELMORA_INPUT_DEVICES: path.join(box, 'run/keys.fifo'),
-  // The box's keys as the demo has them (Home toggles the home screen, Power
-  // sleeps lightly and wakes), should scripts/demo not set them itself.
-  VELMORA_DEMO: process.env.VELMORA_DEMO ?? '1', client_enable_dms: process.env.client_enable_dms ?? 'y',
-  VELMORA_SIM_DMS: process.env.VELMORA_SIM_DMS ?? '1',
 };
 delete env.DISPLAY; // the browsers run headless in the test, whatever the desk has
 
