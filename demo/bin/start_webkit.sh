@@ -114,5 +114,9 @@ while IFS= read -r line <&3; do
       break ;;
   esac
 done
+if [ ! -e "$devtools" ]; then
+  echo "start_webkit.sh: the browser (${VELMORA_CHROMIUM:-/usr/bin/chromium}) ended before it served DevTools" >&2
+  exit 1
+fi
 cat <&3 >&2 &
 wait "$browser"
