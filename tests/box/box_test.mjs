@@ -52,7 +52,7 @@ const env = {
 delete env.DISPLAY; // the browsers run headless in the test, whatever the desk has
 
 const demo = (...args) => run(path.join(project, 'scripts/demo'), args, { env, cwd: project, timeout: BOOT_MS });
-const tool = (program, ...args) => run(path.join(build, program), args, { env, timeout: WAIT_MS });
+const tool = (program, ...args) => run(path.join(build, program), args, { env, timeout: 3 * WAIT_MS });
 const press = (...keys) => tool('sim/velmora-key', '--fifo', env.VELMORA_INPUT_DEVICES, ...keys);
 const ctl = (...args) => tool('tools/velmoractl/velmoractl', ...args);
 const sim = (service, command, params) => tool('sim/velmora-sim', service, command, JSON.stringify(params));
