@@ -1,8 +1,15 @@
 #include "AppConnection.h"
 
+#include "frame/Exception.h"
 #include "interfaces/IRPC.h"
+#include "rpc/RuntimeDirectory.h"
 
+#include <chrono>
 #include <cstdlib>
+#include <filesystem>
+
+#include <poll.h>
+#include <sys/inotify.h>
 #include <unistd.h>
 
 namespace Velmora {
@@ -14,6 +21,43 @@ std::string environment(char const* name, char const* fallback)
     char const* value = std::getenv(name);
     return value && *value ? value : fallback;
 }
+
+// How long a program waits for the server's endpoint, and how soon it dials
+// again when the socket is there but refused (it appears at bind, a moment
+// before the server accepts).
+constexpr std::chrono::milliseconds ENDPOINT_WAIT{10000};
+constexpr int REFUSED_RETRY_MS = 20;
+
+// An inotify descriptor watching the runtime directory for new entries.
+class DirectoryWatch {
+public:
+    DirectoryWatch() : fd(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK))
+    {
+        if (fd >= 0)
+            ::inotify_add_watch(fd, RuntimeDirectory::path().c_str(), IN_CREATE | IN_MOVED_TO);
+    }
+    ~DirectoryWatch()
+    {
+        if (fd >= 0)
+            ::close(fd);
+    }
+    DirectoryWatch(DirectoryWatch const&) = delete;
+    DirectoryWatch& operator=(DirectoryWatch const&) = delete;
+
+    // Waits up to `milliseconds` for an entry to appear, and drains the events.
+    void await(int milliseconds) const
+    {
+        pollfd ready{fd, POLLIN, 0};
+        if (fd < 0 || ::poll(&ready, 1, milliseconds) <= 0)
+            return;
+        char buffer[4096];
+        while (::read(fd, buffer, sizeof buffer) > 0)
+            ;
+    }
+
+private:
+    int fd;
+};
 
 } // namespace
 
@@ -30,9 +74,27 @@ std::string AppConnection::uidFromEnvironment()
     return std::to_string(::getpid());
 }
 
+// The server starts its services during its first boot pass, before its own
+// endpoint accepts: a program waits for the endpoint's socket rather than fail.
 void AppConnection::connect()
 {
-    client.connect(environment("VELMORA_APP_HOSTNAME", "ZAV"));
+    std::string const server = environment("VELMORA_APP_HOSTNAME", "ZAV");
+    DirectoryWatch const watch; // before the first dial, so that no creation is missed
+    auto const deadline = std::chrono::steady_clock::now() + ENDPOINT_WAIT;
+    for (;;) {
+        try {
+            client.connect(server);
+            break;
+        } catch (Exception const&) {
+            auto const left = std::chrono::duration_cast<std::chrono::milliseconds>(
+                deadline - std::chrono::steady_clock::now());
+            if (left.count() <= 0)
+                throw;
+            bool const refused = std::filesystem::exists(RuntimeDirectory::endpointPath(server));
+            watch.await(refused ? std::min<int>(REFUSED_RETRY_MS, static_cast<int>(left.count()))
+                                : static_cast<int>(left.count()));
+        }
+    }
     Json::Value params;
     params["uid"] = uid;
     client.callOrThrow("RPC.register", params);

@@ -40,7 +40,8 @@ public:
     // Replaces or adds an answer to "<Interface>.<method>"; it may block.
     void setMethod(std::string const& name, RPCClient::Method method) { client.setMethod(name, std::move(method)); }
 
-    // Dials and registers; throws Exception when the server is not there.
+    // Dials and registers; waits up to 10 s for the server's endpoint to
+    // appear, then throws Exception when the server is not there.
     void connect();
     void reportState(std::string const& state);
     void keepAlive();

@@ -6,14 +6,22 @@
 //   VELMORA_TEST_APP_HANG         a method ("ILifecycleManagement.getState") that never answers
 //   VELMORA_TEST_APP_LOG          a file that gets one line per call or token received
 //   VELMORA_TEST_APP_KEYS=1       the log also gets "key <code> <0|1>" after the "event" of a key
+// In a demo box (VELMORA_BOX_RUN set) it is the native demo program: it keeps
+// $VELMORA_BOX_RUN/cards/<uid>.json, {"name", "state", "lastKey"}, up to date
+// for the screen page, with the name VELMORA_DEMO_APP_NAME, and removes it at
+// the end.
 #include "AppConnection.h"
+#include "KeyNames.h"
 #include "frame/Exception.h"
+#include "interfaces/IRPC.h"
 
 #include <chrono>
 #include <condition_variable>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <mutex>
 #include <sstream>
 #include <string>
@@ -40,6 +48,76 @@ void logLine(std::string const& line)
     }
 }
 
+// The window's card for the screen page; written whole and renamed into place,
+// so that a reader never sees half of it. Callers come from the connection's
+// threads and main.
+class Card {
+public:
+    Card()
+    {
+        std::string const run = environment("VELMORA_BOX_RUN");
+        if (!run.empty())
+            folder = std::filesystem::path(run) / "cards";
+        std::string const given = environment("VELMORA_DEMO_APP_NAME");
+        name = given.empty() ? "velmora-test-app" : given;
+    }
+    ~Card()
+    {
+        std::error_code ignored;
+        if (!path.empty())
+            std::filesystem::remove(path, ignored);
+    }
+    Card(Card const&) = delete;
+    Card& operator=(Card const&) = delete;
+
+    void open(std::string const& uid)
+    {
+        std::lock_guard lock(mutex);
+        if (!folder.empty())
+            path = folder / (uid + ".json");
+        write();
+    }
+    void setState(std::string const& value) { change(state, value); }
+    // A box code: 1 power, 30 home, 34 menu; 256 plus a Linux code for the rest.
+    void setKey(unsigned int code)
+    {
+        std::string const known = code == 1    ? "Power"
+                                  : code == 30 ? "Home"
+                                  : code == 34 ? "Menu"
+                                  : code >= 256 ? KeyNames::nameOf(static_cast<unsigned short>(code - 256))
+                                                : "";
+        change(lastKey, known.empty() ? std::to_string(code) : known);
+    }
+
+private:
+    void change(std::string& field, std::string const& value)
+    {
+        std::lock_guard lock(mutex);
+        field = value;
+        write();
+    }
+    void write() const
+    {
+        if (path.empty())
+            return;
+        Json::Value card;
+        card["name"] = name;
+        card["state"] = state;
+        card["lastKey"] = lastKey;
+        std::filesystem::path const staging = path.string() + ".new";
+        std::ofstream(staging) << IRPC::write(card);
+        std::error_code ignored;
+        std::filesystem::rename(staging, path, ignored);
+    }
+
+    std::mutex mutex;
+    std::filesystem::path folder;
+    std::filesystem::path path;
+    std::string name;
+    std::string state;
+    std::string lastKey;
+};
+
 std::mutex exitMutex;
 std::condition_variable exitSignal;
 bool exitRequested = false;
@@ -58,6 +136,7 @@ int main()
     if (auto const delay = environment("VELMORA_TEST_APP_DELAY_MS"); !delay.empty())
         std::this_thread::sleep_for(std::chrono::milliseconds(std::atoi(delay.c_str())));
 
+    Card card;
     AppConnection app;
     std::string const onTerminate = environment("VELMORA_TEST_APP_ON_TERMINATE");
     app.onTerminate([&] {
@@ -72,8 +151,10 @@ int main()
     app.onFocus([](bool focus) { logLine(std::string("focus ") + (focus ? "1" : "0")); });
     app.onVisibility([](bool visible) { logLine(std::string("visible ") + (visible ? "1" : "0")); });
     bool const logKeys = environment("VELMORA_TEST_APP_KEYS") == "1";
-    app.onEvent([logKeys](Json::Value const& event) {
+    app.onEvent([logKeys, &card](Json::Value const& event) {
         logLine("event");
+        if (event.isMember("code") && event["pressed"].asBool())
+            card.setKey(event["code"].asUInt());
         if (logKeys && event.isMember("code"))
             logLine("key " + std::to_string(event["code"].asUInt()) + (event["pressed"].asBool() ? " 1" : " 0"));
         return true;
@@ -95,11 +176,14 @@ int main()
         return 2;
     }
     logLine("registered " + app.getUid());
+    card.open(app.getUid());
     if (environment("VELMORA_TEST_APP_SILENT") != "1") {
         std::string states = environment("VELMORA_TEST_APP_STATES");
         std::istringstream list(states.empty() ? "RUNNING" : states);
-        for (std::string state; std::getline(list, state, ',');)
+        for (std::string state; std::getline(list, state, ',');) {
             app.reportState(state);
+            card.setState(state);
+        }
     }
     std::unique_lock lock(exitMutex);
     exitSignal.wait(lock, [] { return exitRequested; });

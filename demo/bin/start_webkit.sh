@@ -1,6 +1,122 @@
-#!/bin/sh
-# Starts a web page, web application or browser window. The program reads its
-# identity (VELMORA_APP_PARAMETERS) and the server's name (VELMORA_APP_HOSTNAME)
-# from the environment. Until the browser joins the box, the SDK's test
-# program stands in for the page; VELMORA_APP_PROGRAM names another program.
-exec "${VELMORA_APP_PROGRAM:-velmora-test-app}"
+#!/usr/bin/env bash
+# Starts a web page, web application or browser window in Chromium.
+#
+# The launch parameters (VELMORA_APP_PARAMETERS, JSON) give the URL and the
+# window's uid (its authorization token, else this process's id). A
+# "file:///usr/local/html_root/..." URL is mapped into the sysroot
+# ($VELMORA_ROOT); the page learns its uid and the server's WebSocket address
+# from the fragment "#uid=<uid>&ws=ws://127.0.0.1:<VELMORA_BOX_PORT>/".
+# The browser gets a fresh profile under $VELMORA_BOX_RUN/chromium/<uid>,
+# runs headless without $DISPLAY, and its DevTools address is written to
+# $VELMORA_BOX_RUN/devtools/<uid> while it runs.
+#
+# The server ends a window by ending this process: a signal ends the browser
+# first, and the browser is bound to die with this process (parent-death
+# signal) should this one be killed outright. VELMORA_BROWSER_FLAGS adds flags
+# (start_webkitGl.sh uses it).
+#
+# Outside a box (no VELMORA_BOX_RUN) the SDK's test program stands in for the
+# page, or the program that VELMORA_APP_PROGRAM names.
+set -u
+if [ -z "${VELMORA_BOX_RUN:-}" ]; then
+  exec "${VELMORA_APP_PROGRAM:-velmora-test-app}"
+fi
+# A window ends with the server that started it, however the server ends.
+if [ -z "${VELMORA_WINDOW_BOUND:-}" ]; then
+  VELMORA_WINDOW_BOUND=1 exec setpriv --pdeathsig TERM -- "$0" "$@"
+fi
+unset VELMORA_WINDOW_BOUND
+
+# Prints the URL and the uid, one a line.
+read_parameters() {
+  node -e '
+    let p = {};
+    try { p = JSON.parse(process.env.VELMORA_APP_PARAMETERS || "{}") || {}; } catch {}
+    const token = typeof p.authorizationToken === "string" ? p.authorizationToken : "";
+    console.log(String(p.applicationURL || "about:blank").replace(/\n/g, ""));
+    console.log(token !== "" ? token : process.argv[1]);
+  ' "$$"
+}
+{ read -r url; read -r uid; } < <(read_parameters)
+case "$uid" in
+  ''|*[!0-9A-Za-z_-]*) echo "start_webkit.sh: refused the uid '$uid'" >&2; exit 1 ;;
+esac
+
+html_root=file:///usr/local/html_root/
+if [ "${url#"$html_root"}" != "$url" ]; then
+  url="file://${VELMORA_ROOT:-}/usr/local/html_root/${url#"$html_root"}"
+fi
+# As a web server would: a folder's page is its index.html, and a name
+# without extension is its .html page (the search site's ".../search?q=").
+local_path=${url#file://}
+local_path=${local_path%%[?#]*}
+if [ "${url#file://}" != "$url" ]; then
+  rest=${url#file://"$local_path"}
+  if [ -d "$local_path" ]; then
+    url="file://${local_path%/}/index.html$rest"
+  elif [ ! -e "$local_path" ] && [ -f "$local_path.html" ]; then
+    url="file://$local_path.html$rest"
+  fi
+fi
+url="${url%%#*}#uid=${uid}&ws=ws://127.0.0.1:${VELMORA_BOX_PORT:-8700}/"
+
+profile=$VELMORA_BOX_RUN/chromium/$uid
+devtools=$VELMORA_BOX_RUN/devtools/$uid
+rm -rf "$profile"
+mkdir -p "$profile" "$VELMORA_BOX_RUN/devtools"
+
+# shellcheck disable=SC2054 # commas inside flags
+flags=(
+  --user-data-dir="$profile" --remote-debugging-port=0
+  --no-first-run --no-default-browser-check --disable-sync --disable-extensions
+  --disable-background-networking --disable-component-update --password-store=basic
+  --disable-background-timer-throttling --disable-renderer-backgrounding
+  --disable-backgrounding-occluded-windows --disable-dev-shm-usage --mute-audio --log-level=3
+  --allow-file-access-from-files --autoplay-policy=no-user-gesture-required
+  --window-size=1280,720
+)
+[ "$(id -u)" -eq 0 ] && flags+=(--no-sandbox)
+# An application window: no tabs, no toolbar, the page alone as on a TV.
+# shellcheck disable=SC2054
+flags+=(--app="$url" --window-position=0,0)
+[ -z "${DISPLAY:-}" ] && flags+=(--headless=new --hide-scrollbars)
+# shellcheck disable=SC2206 # the extra flags are words
+flags+=(${VELMORA_BROWSER_FLAGS:-})
+
+browser=
+finish() {
+  trap - TERM INT HUP EXIT
+  rm -f "$devtools"
+  if [ -n "$browser" ]; then
+    kill -TERM "$browser" 2>/dev/null
+    wait "$browser" 2>/dev/null
+  fi
+  rm -rf "$profile"
+}
+trap 'finish; exit 0' TERM INT HUP
+trap finish EXIT
+
+# The browser's own messages go to this script's output; the line that says
+# DevTools listens is the moment its port file is complete.
+events=$VELMORA_BOX_RUN/chromium/$uid.events
+rm -f "$events"
+mkfifo "$events"
+setpriv --pdeathsig KILL -- "${VELMORA_CHROMIUM:-/usr/bin/chromium}" "${flags[@]}" 2>"$events" &
+browser=$!
+exec 3<"$events"
+rm -f "$events"
+while IFS= read -r line <&3; do
+  printf '%s\n' "$line" >&2
+  case "$line" in
+    "DevTools listening on "*)
+      port=$(head -n 1 "$profile/DevToolsActivePort")
+      printf 'http://127.0.0.1:%s\n' "$port" > "$devtools.new" && mv "$devtools.new" "$devtools"
+      break ;;
+  esac
+done
+if [ ! -e "$devtools" ]; then
+  echo "start_webkit.sh: the browser (${VELMORA_CHROMIUM:-/usr/bin/chromium}) ended before it served DevTools" >&2
+  exit 1
+fi
+cat <&3 >&2 &
+wait "$browser"

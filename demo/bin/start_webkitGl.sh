@@ -1,5 +1,6 @@
 #!/bin/sh
 # Starts a web application that draws with GL (and every web type when
-# VELMORA_USE_NEW_WEBKIT is set). Until the browser joins the box, the SDK's
-# test program stands in for the page; VELMORA_APP_PROGRAM names another program.
-exec "${VELMORA_APP_PROGRAM:-velmora-test-app}"
+# VELMORA_USE_NEW_WEBKIT is set): the web launch script with WebGL drawn in
+# software, as a box without a GPU must.
+VELMORA_BROWSER_FLAGS="--use-angle=swiftshader --enable-unsafe-swiftshader --ignore-gpu-blocklist ${VELMORA_BROWSER_FLAGS:-}" \
+  exec start_webkit.sh

@@ -1,0 +1,1 @@
+../../../sdk/velmora-app.mjs

@@ -1,0 +1,72 @@
+#!/usr/bin/env bash
+# scripts/demo from the shell, against the build tree BUILD_DIR: a box booted
+# with --detach answers, a second --detach reuses it, a killed server's box is
+# cleaned up and booted anew, --stop leaves no process or socket (twice), and a
+# port in use is refused before anything starts. The master window is a
+# native program, so that no browser is needed here.
+#   tests/demo/demo_cli_test.sh BUILD_DIR
+set -euo pipefail
+project=$(cd "$(dirname "$0")/../.." && pwd)
+build=$(realpath "$1")
+box=$build/demo-cli-test
+rm -rf "$box"
+free_port() { python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])'; }
+export VELMORA_BUILD_DIR=$build VELMORA_BOX_DIR=$box VELMORA_BOX_PORT=$(free_port) VELMORA_SCREEN_PORT=$(free_port)
+export VELMORA_BOX_HOME_TYPE=OTHER VELMORA_BOX_HOME_URL=velmora-native-demo VELMORA_BOOT_TIMEOUT=60
+demo() { "$project/scripts/demo" "$@"; }
+ctl() { VELMORA_RUNTIME_DIR=$box/run/bus "$build/tools/velmoractl/velmoractl" "$@"; }
+check() {
+  if ! eval "$2"; then
+    echo "FAILED: $1" >&2
+    tail -n 20 "$box"/log/server.log >&2 || true
+    exit 1
+  fi
+}
+# The process groups that scripts/demo recorded, and whether any of their members live.
+groups() { cat "$box"/run/pids/* 2>/dev/null; }
+alive() {
+  local group
+  for group in "$@"; do
+    [ -n "$(ps -o pid= -g "$group" 2>/dev/null)" ] && return 0
+  done
+  return 1
+}
+trap 'demo --stop >/dev/null 2>&1 || true' EXIT
+
+expected="endpoint $box/run/bus/ZAV.sock
+port $VELMORA_BOX_PORT"
+check "--detach prints the endpoint and the port" '[ "$(demo --detach 2>"$box.err")" = "$expected" ]'
+check "the master window runs" '[ "$(ctl state "$(ctl windows | head -n 1)")" = RUNNING ]'
+check "the repository offers a package that is not installed yet" \
+  '! ctl packages | grep -q "^velmora-notes " && ctl install velmora-notes >/dev/null && ctl packages | grep -q "^velmora-notes "'
+server=$(cat "$box/run/pids/server")
+check "a second --detach reuses the box" \
+  '[ "$(demo --detach 2>/dev/null)" = "$expected" ] && [ "$(cat "$box/run/pids/server")" = "$server" ]'
+
+old=$(groups)
+kill -KILL "$server"
+check "--detach after the server was killed boots a new box" \
+  '[ "$(demo --detach 2>/dev/null)" = "$expected" ] && [ "$(cat "$box/run/pids/server")" != "$server" ]'
+check "nothing of the killed box is left" '! alive $old'
+check "the new box answers" 'ctl windows | grep -q .'
+
+new=$(groups)
+check "--stop ends the box" 'demo --stop 2>/dev/null'
+check "no process of the box is left" '! alive $new'
+check "no socket or FIFO is left" '[ ! -e "$box/run" ]'
+check "a second --stop is fine" 'demo --stop 2>/dev/null'
+
+# A port in use: refused with its number, before anything starts.
+exec 3< <(exec python3 -c 'import socket, sys, time
+s = socket.socket(); s.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+s.bind(("127.0.0.1", int(sys.argv[1]))); s.listen(); print("ready", flush=True); time.sleep(300)' \
+  "$VELMORA_BOX_PORT")
+holder=$!
+read -r _ <&3
+status=0
+output=$(demo --detach 2>&1) || status=$?
+kill "$holder"
+check "a port in use is refused by name" '[ $status -eq 1 ] && [[ $output == *"port $VELMORA_BOX_PORT is in use"* ]]'
+check "nothing was started" '[ ! -e "$box/run/pids/server" ]'
+rm -rf "$box" "$box.err"
+echo "demo_cli: all passed"
