@@ -345,6 +345,9 @@ int main(int argc, char** argv)
         waitForStopSignal();
         sd_notify(0, "STOPPING=1");
         VLOG(DebugLevelNotice, "stopping\n");
+    } catch (Exception const& e) {
+        VLOG(DebugLevelError, "cannot start: %s (the lines above name the cause)\n", e.what());
+        return 1;
     } catch (std::exception const& e) {
         VLOG(DebugLevelError, "cannot start: %s\n", e.what());
         return 1;

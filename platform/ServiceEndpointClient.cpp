@@ -1,5 +1,7 @@
 #include "ServiceEndpointClient.h"
 
+#include "EndpointWatch.h"
+
 #include "frame/DebugPrint.h"
 #include "frame/Exception.h"
 #include "rpc/RPCClient.h"
@@ -9,21 +11,10 @@
 #include <cerrno>
 #include <poll.h>
 #include <sys/eventfd.h>
-#include <sys/inotify.h>
 
 namespace Velmora {
 
 static char const MODULE[] = "ServiceEndpointClient";
-
-namespace {
-
-// A service's socket appears at bind, a moment before it accepts: a dial
-// refused right after the socket appeared is tried again this often, this
-// many times, before the wait for the next appearance goes on.
-constexpr int REFUSED_RETRY_MS = 20;
-constexpr int REFUSED_RETRIES = 50;
-
-} // namespace
 
 ServiceEndpointClient::ServiceEndpointClient(Client::Type type, std::string endpoint)
     : type(type), endpoint(std::move(endpoint)), stopSignal(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), mutex(MODULE)
@@ -166,32 +157,16 @@ void ServiceEndpointClient::redial()
 {
     if (!hasListeners())
         return;
-    std::string const directory = RuntimeDirectory::path();
-    std::string const socketName = endpoint + ".sock";
-    FileDescriptor watch(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
-    if (!watch.valid() || ::inotify_add_watch(watch.get(), directory.c_str(), IN_CREATE | IN_MOVED_TO) < 0) {
-        VLOG(DebugLevelError, "redial(): cannot watch %s for %s\n", directory.c_str(), endpoint.c_str());
+    EndpointWatch watch(endpoint);
+    if (!watch.valid()) {
+        VLOG(DebugLevelError, "redial(): cannot watch %s for %s\n", RuntimeDirectory::path().c_str(),
+             endpoint.c_str());
         return;
     }
     VLOG(DebugLevelNotice, "redial(): waiting for service %s\n", endpoint.c_str());
-    int retries = 0;
     while (!connection()) {
-        pollfd waits[] = {{watch.get(), POLLIN, 0}, {stopSignal.get(), POLLIN, 0}};
-        int const ready = ::poll(waits, 2, retries > 0 ? REFUSED_RETRY_MS : -1);
-        if (ready < 0 && errno != EINTR)
+        if (watch.await(-1, stopSignal.get()) != EndpointWatch::Result::Appeared)
             return;
-        if (waits[1].revents != 0)
-            return;
-        if (retries > 0)
-            --retries;
-        alignas(inotify_event) char buffer[4096];
-        for (ssize_t length; (length = ::read(watch.get(), buffer, sizeof buffer)) > 0;)
-            for (ssize_t offset = 0; offset < length;) {
-                auto const* event = reinterpret_cast<inotify_event const*>(buffer + offset);
-                offset += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
-                if (event->len > 0 && socketName == event->name)
-                    retries = REFUSED_RETRIES;
-            }
     }
     VLOG(DebugLevelNotice, "redial(): service %s is back\n", endpoint.c_str());
 }

@@ -1,15 +1,12 @@
 #include "AppConnection.h"
 
+#include "EndpointWatch.h"
+
 #include "frame/Exception.h"
 #include "interfaces/IRPC.h"
-#include "rpc/RuntimeDirectory.h"
 
-#include <chrono>
 #include <cstdlib>
-#include <filesystem>
 
-#include <poll.h>
-#include <sys/inotify.h>
 #include <unistd.h>
 
 namespace Velmora {
@@ -22,42 +19,8 @@ std::string environment(char const* name, char const* fallback)
     return value && *value ? value : fallback;
 }
 
-// How long a program waits for the server's endpoint, and how soon it dials
-// again when the socket is there but refused (it appears at bind, a moment
-// before the server accepts).
-constexpr std::chrono::milliseconds ENDPOINT_WAIT{10000};
-constexpr int REFUSED_RETRY_MS = 20;
-
-// An inotify descriptor watching the runtime directory for new entries.
-class DirectoryWatch {
-public:
-    DirectoryWatch() : fd(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK))
-    {
-        if (fd >= 0)
-            ::inotify_add_watch(fd, RuntimeDirectory::path().c_str(), IN_CREATE | IN_MOVED_TO);
-    }
-    ~DirectoryWatch()
-    {
-        if (fd >= 0)
-            ::close(fd);
-    }
-    DirectoryWatch(DirectoryWatch const&) = delete;
-    DirectoryWatch& operator=(DirectoryWatch const&) = delete;
-
-    // Waits up to `milliseconds` for an entry to appear, and drains the events.
-    void await(int milliseconds) const
-    {
-        pollfd ready{fd, POLLIN, 0};
-        if (fd < 0 || ::poll(&ready, 1, milliseconds) <= 0)
-            return;
-        char buffer[4096];
-        while (::read(fd, buffer, sizeof buffer) > 0)
-            ;
-    }
-
-private:
-    int fd;
-};
+// How long a program waits for the server's endpoint to appear.
+constexpr int ENDPOINT_WAIT_MS = 10000;
 
 } // namespace
 
@@ -79,21 +42,13 @@ std::string AppConnection::uidFromEnvironment()
 void AppConnection::connect()
 {
     std::string const server = environment("VELMORA_APP_HOSTNAME", "ZAV");
-    DirectoryWatch const watch; // before the first dial, so that no creation is missed
-    auto const deadline = std::chrono::steady_clock::now() + ENDPOINT_WAIT;
-    for (;;) {
-        try {
-            client.connect(server);
-            break;
-        } catch (Exception const&) {
-            auto const left = std::chrono::duration_cast<std::chrono::milliseconds>(
-                deadline - std::chrono::steady_clock::now());
-            if (left.count() <= 0)
-                throw;
-            bool const refused = std::filesystem::exists(RuntimeDirectory::endpointPath(server));
-            watch.await(refused ? std::min<int>(REFUSED_RETRY_MS, static_cast<int>(left.count()))
-                                : static_cast<int>(left.count()));
-        }
+    EndpointWatch watch(server); // before the first dial, so that no appearance is missed
+    try {
+        client.connect(server);
+    } catch (Exception const&) {
+        if (watch.await(ENDPOINT_WAIT_MS) != EndpointWatch::Result::Appeared)
+            throw;
+        client.connect(server);
     }
     Json::Value params;
     params["uid"] = uid;

@@ -5,6 +5,7 @@
 #include "rpc/RPCAcceptor.h"
 
 #include <cerrno>
+#include <cstring>
 #include <deque>
 #include <mutex>
 #include <sys/socket.h>
@@ -270,11 +271,24 @@ std::shared_ptr<RPCListener> UnixEndpoint::listen(RPCIoContext& context, std::st
         else
             connection->close();
     });
+    // Bound under a name of its own and linked into place once it listens:
+    // whoever sees the endpoint's name can dial it at once.
+    std::string const staging = path + "." + std::to_string(::getpid());
+    checkPathLength(staging, "listen");
+    ::unlink(staging.c_str());
     try {
-        acceptor->open(Protocol::endpoint(path));
+        acceptor->open(Protocol::endpoint(staging));
     } catch (boost::system::system_error const& e) {
-        VLOG(DebugLevelError, "listen(): %s: %s\n", path.c_str(), e.what());
+        VLOG(DebugLevelError, "listen(): %s: %s\n", staging.c_str(), e.what());
         throwException(MODULE, __LINE__, "listen", ReturnGenericFailure);
+    }
+    int const linked = ::link(staging.c_str(), path.c_str());
+    int const linkError = errno;
+    ::unlink(staging.c_str());
+    if (linked != 0) {
+        acceptor->close();
+        VLOG(DebugLevelError, "listen(): endpoint %s: %s\n", path.c_str(), std::strerror(linkError));
+        throwException(MODULE, __LINE__, "listen", linkError == EEXIST ? ReturnInvalidState : ReturnGenericFailure);
     }
     return std::make_shared<UnixListener>(acceptor, path);
 }

@@ -6,6 +6,7 @@
 #include "rpc/RPCClient.h"
 #include "rpc/RuntimeDirectory.h"
 
+#include <boost/asio/ip/tcp.hpp>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -132,8 +133,9 @@ TEST(Host, WedgedManagerStopsTheWatchdogUntilItRunsAgain)
 }
 
 // A second server on a live endpoint's name fails with a clear message before
-// starting anything, and the first goes on serving.
-TEST(Host, SecondServerOnTheSameEndpointFailsAndLeavesTheFirst)
+// starting anything; one on a taken TCP port fails cleanly too, leaving no
+// socket behind; the first goes on serving.
+TEST(Host, SecondServerOnATakenEndpointOrPortFailsAndLeavesTheFirst)
 {
     HostWorld world;
     HostServer first(world, {});
@@ -142,6 +144,13 @@ TEST(Host, SecondServerOnTheSameEndpointFailsAndLeavesTheFirst)
     HostServer second(world, {});
     EXPECT_EQ(1, second.stop(0));
     EXPECT_NE(std::string::npos, second.log().find("the endpoint ZAV is served by another process")) << second.log();
+
+    boost::asio::io_context io;
+    boost::asio::ip::tcp::acceptor taken(io, {boost::asio::ip::make_address("127.0.0.1"), 0});
+    HostServer third(world, {"--endpoint", "other", "--port", std::to_string(taken.local_endpoint().port())});
+    EXPECT_EQ(1, third.stop(0));
+    EXPECT_NE(std::string::npos, third.log().find("Address already in use")) << third.log();
+    EXPECT_FALSE(fs::exists(Velmora::RuntimeDirectory::endpointPath("other")));
 
     BusTest::Output const ping = world.ctl("call RPC.ping");
     EXPECT_EQ(0, ping.status);
