@@ -97,7 +97,7 @@ trap 'finish; exit 0' TERM INT HUP
 trap finish EXIT
 
 # The browser's own messages go to this script's output; the line that says
-# DevTools listens is the moment its port file is complete.
+# DevTools listens names its address (its port file may not be written yet).
 events=$VELMORA_BOX_RUN/chromium/$uid.events
 rm -f "$events"
 mkfifo "$events"
@@ -109,8 +109,8 @@ while IFS= read -r line <&3; do
   printf '%s\n' "$line" >&2
   case "$line" in
     "DevTools listening on "*)
-      port=$(head -n 1 "$profile/DevToolsActivePort")
-      printf 'http://127.0.0.1:%s\n' "$port" > "$devtools.new" && mv "$devtools.new" "$devtools"
+      address=${line#DevTools listening on ws://}
+      printf 'http://%s\n' "${address%%/*}" > "$devtools.new" && mv "$devtools.new" "$devtools"
       break ;;
   esac
 done
