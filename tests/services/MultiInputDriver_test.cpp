@@ -161,7 +161,7 @@ TEST_F(InputWorld, SourcesComeAndGo)
     EXPECT_EQ((Names{"56+", "56+", "56-"}), keys.all());
 
     driver->enableHotplug();
-    DirectoryWatch inputs(base / "dev/input");
+    DirectoryWatch inputs(base / "dev/input", DirectoryWatch::WRITES | IN_OPEN); // the driver opens what it adopts
     std::string const device = fifo("dev/input/event3");
     // The driver opens the device under the lock that the count takes.
     ASSERT_TRUE(inputs.waitFor([&] { return driver->getSourceCount() == 1; }));
