@@ -9,8 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -123,12 +121,11 @@ TEST_F(APPClientTest, ProgramRegistersReportsAndAnswersServerCalls)
     EXPECT_TRUE(waitFor([&] { return returnCodeOf([&] { app.getState("5001"); }) == ReturnGenericFailure; }));
 
     // The queued tokens go out as the registration is accepted, before its answer.
-    std::ifstream file(log);
     EXPECT_EQ("IServiceManager.authorizationTokenCreation 11\n"
               "IServiceManager.authorizationTokenDeletion 11\n"
               "IServiceManager.authorizationTokenCreation 12\n"
               "registered 5001\nfocus 1\nvisible 1\nevent\nterminate\n",
-              std::string(std::istreambuf_iterator<char>(file), {}));
+              contentsOf(log));
 }
 
 TEST_F(APPClientTest, AProgramThatCrashesWhileCalledFailsTheCall)

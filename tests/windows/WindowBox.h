@@ -14,6 +14,7 @@
 #include "KeyNames.h"
 #include "MultiInputDriver.h"
 #include "NullWindowManagerListener.h"
+#include "ScopedEnv.h"
 #include "Signal.h"
 #include "frame/FunctionCommand.h"
 #include "HWPApplicationFactory.h"
@@ -273,20 +274,7 @@ public:
     }
 };
 
-// Sets an environment variable for the scope: children forked meanwhile inherit it.
-class ScopedEnvironment {
-public:
-    ScopedEnvironment(std::string name, std::string const& value) : name(std::move(name))
-    {
-        setenv(this->name.c_str(), value.c_str(), 1);
-    }
-    ~ScopedEnvironment() { unsetenv(name.c_str()); }
-    ScopedEnvironment(ScopedEnvironment const&) = delete;
-    ScopedEnvironment& operator=(ScopedEnvironment const&) = delete;
-
-private:
-    std::string name;
-};
+using ScopedEnvironment = VelmoraTest::ScopedEnv;
 
 // Host options of a box without a master window.
 inline std::vector<std::string> const NO_MASTER;
