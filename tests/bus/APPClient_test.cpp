@@ -128,16 +128,6 @@ TEST_F(APPClientTest, ProgramRegistersReportsAndAnswersServerCalls)
               contentsOf(log));
 }
 
-TEST_F(APPClientTest, AProgramThatCrashesWhileCalledFailsTheCall)
-{
-    APPClient& app = client("5002");
-    pid_t const program = start("5002", {{"VELMORA_TEST_APP_ON_TERMINATE", "crash"}});
-    ASSERT_TRUE(waitFor([&] { return reports.has("5002 RUNNING"); }));
-    EXPECT_THROW(app.terminate("5002"), Exception);
-    EXPECT_TRUE(WIFSIGNALED(wait(program)));
-    EXPECT_TRUE(waitFor([&] { return returnCodeOf([&] { app.getState("5002"); }) == ReturnGenericFailure; }));
-}
-
 TEST_F(APPClientTest, AHungProgramMissesTheDeadlineAndOthersAreNotHeldUp)
 {
     BusTest::ScopedEnv timeout("VELMORA_RPC_TIMEOUT_MS", "300");
