@@ -6,15 +6,14 @@
 #include "FdCount.h"
 #include "HWPApplicationFactory.h"
 #include "ReturnCodeOf.h"
+#include "ScopedEnv.h"
+#include "ScratchDirectory.h"
 #include "frame/TestClock.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <cerrno>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -29,14 +28,6 @@ bool hasNoChildren()
 {
     int status;
     return waitpid(-1, &status, WNOHANG) == -1 && errno == ECHILD;
-}
-
-std::string readFile(std::string const& path)
-{
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
 }
 
 struct Launcher : testing::Test {
@@ -67,20 +58,21 @@ TEST_F(Launcher, AMissingExecutableGivesNoPidAndLogsFromBothSides)
 
 TEST_F(Launcher, TheChildGetsItsNameAnEmptyArgumentAndBothVariablesVerbatim)
 {
-    std::string path = testing::TempDir() + "velmora-echo-" + std::to_string(getpid());
-    std::string parameters = "echo:" + path;
-    setenv("VELMORA_APP_HOSTNAME", "inherited", 1);
-    std::string pid = factory.createApplication(VELMORA_TEST_CHILD, "Box \"quoted\"", parameters);
-    unsetenv("VELMORA_APP_HOSTNAME");
+    ScratchDirectory scratch;
+    std::string const parameters = "echo:" + scratch.file("echo");
+    std::string pid;
+    {
+        VelmoraTest::ScopedEnv inherited("VELMORA_APP_HOSTNAME", "inherited");
+        pid = factory.createApplication(VELMORA_TEST_CHILD, "Box \"quoted\"", parameters);
+    }
     ASSERT_FALSE(pid.empty());
     factory.destroyApplication(pid, false); // it exits by itself; the graceful wait reaps it
-    std::string echoed = readFile(path);
+    std::string const echoed = contentsOf(scratch.file("echo"));
     EXPECT_NE(echoed.find("argc=2\n"), std::string::npos) << echoed;
     EXPECT_NE(echoed.find(std::string("argv0=") + VELMORA_TEST_CHILD + "\n"), std::string::npos) << echoed;
     EXPECT_NE(echoed.find("argv1=\n"), std::string::npos) << echoed;
     EXPECT_NE(echoed.find("host=Box \"quoted\"\n"), std::string::npos) << echoed;
     EXPECT_NE(echoed.find("parameters=" + parameters + "\n"), std::string::npos) << echoed;
-    std::filesystem::remove(path);
 }
 
 TEST_F(Launcher, AProgramThatExitedAtOnceIsReapedByTheFirstWait)

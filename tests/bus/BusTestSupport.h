@@ -7,6 +7,8 @@
 
 #include "interfaces/IApplication.h"
 #include "Journal.h"
+#include "ScopedEnv.h"
+#include "ScratchDirectory.h"
 #include "rpc/RPCServer.h"
 
 #include <chrono>
@@ -28,36 +30,16 @@
 
 namespace BusTest {
 
-// Sets an environment variable for the life of the object, so that a failed
-// assertion can't leave it set for the tests that follow.
-class ScopedEnv {
-public:
-    ScopedEnv(char const* name, std::string const& value) : name(name) { ::setenv(name, value.c_str(), 1); }
-    ~ScopedEnv() { ::unsetenv(name); }
-    ScopedEnv(ScopedEnv const&) = delete;
-    ScopedEnv& operator=(ScopedEnv const&) = delete;
-
-private:
-    char const* name;
-};
+using VelmoraTest::ScopedEnv;
 
 // Points VELMORA_RUNTIME_DIR at a fresh directory for the life of the object.
 class RuntimeDir {
 public:
-    ~RuntimeDir()
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(path, ignored);
-    }
-    std::string socket(std::string const& name) const { return path + "/" + name + ".sock"; }
-    std::string const path = makeDirectory();
+    std::string socket(std::string const& name) const { return directory.file(name + ".sock"); }
+    ScratchDirectory const directory{"velmora-bus"};
+    std::string const path = directory.get();
 
 private:
-    static std::string makeDirectory()
-    {
-        char pattern[] = "/tmp/velmora-bus-XXXXXX";
-        return ::mkdtemp(pattern);
-    }
     ScopedEnv variable{"VELMORA_RUNTIME_DIR", path};
 };
 

@@ -19,7 +19,6 @@
 #include <vector>
 
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -30,7 +29,7 @@ using BusTest::waitFor;
 
 namespace {
 
-// A server with a few methods of its own, on the Unix endpoint and on TCP.
+// A server with a few methods of its own, on its Unix endpoint.
 class TestServer : public BusTest::Observed<> {
 public:
     explicit TestServer(std::string const& name = "T") : Observed(name)
@@ -42,7 +41,6 @@ public:
         interfaces["ITest"]["relay"] = static_cast<RPCMethod>(&TestServer::relay);
     }
     ~TestServer() override { shutdown(); }
-    std::string getFixedRPCAddress() override { return "127.0.0.1:0"; }
 
 private:
     std::string echo(IRPC::RPCSynchronousMethodObject const& method)
@@ -418,31 +416,6 @@ TEST_F(RPCServerTest, StaleSocketIsReplacedButALiveEndpointIsNotStolen)
     }
     EXPECT_TRUE(servesOn("S"));
     EXPECT_TRUE(servesOn("T"));
-}
-
-TEST_F(RPCServerTest, HttpPostIsAnsweredWithTheReply)
-{
-    ASSERT_NE(0, server.getPort());
-    int const fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(server.getPort());
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ASSERT_EQ(0, ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)));
-    std::string const body = R"({"jsonrpc":"2.0","id":9,"method":"ITest.echo","params":{"k":"v"}})";
-    std::string const post = "POST / HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n"
-                             "Content-Type: application/json\r\nContent-Length: " +
-                             std::to_string(body.size()) + "\r\n\r\n" + body;
-    ASSERT_EQ(static_cast<ssize_t>(post.size()), ::send(fd, post.data(), post.size(), MSG_NOSIGNAL));
-    std::string response;
-    char chunk[4096];
-    for (ssize_t n; (n = ::recv(fd, chunk, sizeof(chunk), 0)) > 0;)
-        response.append(chunk, static_cast<std::size_t>(n));
-    ::close(fd);
-    ASSERT_NE(std::string::npos, response.find("200 OK"));
-    Json::Value const reply = json(response.substr(response.find("\r\n\r\n") + 4));
-    EXPECT_EQ(9, reply["id"].asInt());
-    EXPECT_EQ("v", reply["result"]["k"].asString());
 }
 
 // The fixture's server has already started whatever the runtimes start once,

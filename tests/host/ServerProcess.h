@@ -3,9 +3,10 @@
 // the server benchmarks. Each object belongs to one thread.
 #pragma once
 
+#include "ScratchDirectory.h"
+
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <filesystem>
 #include <map>
 #include <string>
@@ -120,17 +121,7 @@ public:
         pid = -1;
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
-    std::string log() const
-    {
-        std::string text;
-        if (FILE* file = std::fopen(output.c_str(), "r")) {
-            char chunk[4096];
-            for (std::size_t n; (n = std::fread(chunk, 1, sizeof(chunk), file)) > 0;)
-                text.append(chunk, n);
-            std::fclose(file);
-        }
-        return text;
-    }
+    std::string log() const { return contentsOf(output); }
 
     pid_t pid = -1;
 

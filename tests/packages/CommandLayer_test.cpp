@@ -1,6 +1,6 @@
 // The package command layers and their null objects: calls reach the manager's
-// thread, failures come back as Exception, notifications reach listeners,
-// the installer stub never ends a request.
+// thread, failures come back as Exception, the installer stub never ends a
+// request. The listener walk itself is the ListenerList's, tested there.
 #include "frame/Exception.h"
 #include "ReturnCodeOf.h"
 #include "StubPackageInstaller.h"
@@ -27,19 +27,6 @@ public:
     std::thread::id caller;
 };
 
-struct ManifestRecorder : IPackageManager::IPackageManagerListener {
-    int onPackageInfoChanged() override { return ++info, 0; }
-    int onPackageManifestChanged(std::string const& e, std::string const& a, std::string const& v) override
-    {
-        last = e + "/" + a + "/" + v;
-        return 0;
-    }
-    int onPackageRepositoryChanged() override { return ++repository, 0; }
-    int info = 0;
-    int repository = 0;
-    std::string last;
-};
-
 struct EndRecorder : IPackageInstaller::IPackageInstallerListener {
     int onRequestEnd(VectorObject<std::string> const&, std::string const&, ReturnCode) override
     {
@@ -57,26 +44,6 @@ TEST(PackageManagerLayer, RunsOnItsThreadAndThrowsFailuresToTheCaller)
     EXPECT_EQ(ReturnInvalidParameter, returnCodeOf([&] { manager.getPackageInfo("bad"); }));
     // The processor survives a failed command.
     EXPECT_EQ("", manager.getPackageInfo("y").getName());
-}
-
-TEST(PackageManagerLayer, NotificationsReachEachListenerOnceAndOnlyItsFamily)
-{
-    StubPackageManager manager;
-    ManifestRecorder recorder;
-    EndRecorder stranger;
-    manager.addListener(&recorder);
-    manager.addListener(&recorder);
-    manager.addListener(&stranger);
-    manager.addListener(nullptr);
-    EXPECT_EQ(0, manager.onPackageManifestChanged("apple", "Path", "/r/apple.rpm"));
-    manager.onPackageInfoChanged();
-    manager.onPackageRepositoryChanged();
-    EXPECT_EQ("apple/Path//r/apple.rpm", recorder.last);
-    EXPECT_EQ(1, recorder.info);
-    EXPECT_EQ(1, recorder.repository);
-    manager.removeListener(&recorder);
-    manager.onPackageInfoChanged();
-    EXPECT_EQ(1, recorder.info);
 }
 
 TEST(PackageInstallerLayer, StubAcceptsAndDropsRequestsWithoutAnEnd)

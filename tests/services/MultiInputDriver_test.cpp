@@ -4,6 +4,8 @@
 #include "MultiInputDriver.h"
 #include "DirectoryWatch.h"
 #include "Journal.h"
+#include "ScopedEnv.h"
+#include "ScratchDirectory.h"
 
 #include <gtest/gtest.h>
 
@@ -69,22 +71,14 @@ struct InstanceSlot : Singleton<InputDriver> {
 // before the listeners it calls.
 class InputWorld : public testing::Test {
 protected:
-    InputWorld()
-    {
-        char pattern[] = "/tmp/velmora-input-XXXXXX";
-        base = ::mkdtemp(pattern);
-        std::filesystem::create_directories(base / "dev/input");
-        setenv("VELMORA_ROOT", base.c_str(), 1);
-    }
+    InputWorld() { std::filesystem::create_directories(base / "dev/input"); }
     ~InputWorld() override
     {
         if (driver) {
             driver.reset(); // destroyed, not deleted: a delete only drops a reference
             InstanceSlot::putBack(previous);
         }
-        unsetenv("VELMORA_ROOT");
         unsetenv("VELMORA_INPUT_DEVICES");
-        std::filesystem::remove_all(base);
     }
     MultiInputDriver& start(std::string const& devices)
     {
@@ -108,7 +102,9 @@ protected:
         ::close(fd);
     }
 
-    std::filesystem::path base;
+    ScratchDirectory const scratch{"velmora-input"};
+    std::filesystem::path const base = scratch.get();
+    VelmoraTest::ScopedEnv const root{"VELMORA_ROOT", scratch.get()};
     Keys keys, other, session1;
     std::optional<MultiInputDriver> driver;
     Singleton<InputDriver>* previous = nullptr;
@@ -161,7 +157,7 @@ TEST_F(InputWorld, SourcesComeAndGo)
     EXPECT_EQ((Names{"56+", "56+", "56-"}), keys.all());
 
     driver->enableHotplug();
-    DirectoryWatch inputs(base / "dev/input");
+    DirectoryWatch inputs(base / "dev/input", DirectoryWatch::WRITES | IN_OPEN); // the driver opens what it adopts
     std::string const device = fifo("dev/input/event3");
     // The driver opens the device under the lock that the count takes.
     ASSERT_TRUE(inputs.waitFor([&] { return driver->getSourceCount() == 1; }));

@@ -1,6 +1,7 @@
 // The store against failures of the process around it: a writer killed at
 // random moments, a disk that fills up, a directory the writer may not touch.
 #include "store/EAVStore.h"
+#include "IntegrityOf.h"
 #include "ScratchDirectory.h"
 
 #include <gtest/gtest.h>
@@ -20,7 +21,7 @@ namespace {
 // The writer child with its stdout on a pipe; killed if still running at the end.
 class Writer {
 public:
-    explicit Writer(std::vector<std::string> const& arguments, bool asNobody = false)
+    explicit Writer(std::vector<std::string> const& arguments)
     {
         int fds[2];
         if (pipe2(fds, O_CLOEXEC) != 0)

@@ -4,6 +4,7 @@
 #include "frame/Exception.h"
 #include "Journal.h"
 #include "ReturnCodeOf.h"
+#include "IntegrityOf.h"
 #include "ScratchDirectory.h"
 
 #include <gtest/gtest.h>

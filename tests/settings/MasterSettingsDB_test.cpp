@@ -4,13 +4,14 @@
 #include "frame/Exception.h"
 #include "MasterSettingsDB.h"
 #include "ReturnCodeOf.h"
+#include "IntegrityOf.h"
 #include "ScratchDirectory.h"
+#include "ScopedEnv.h"
 #include "serial/StringObject.h"
 #include "serial/UInt32Object.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 
 using namespace Velmora;
 using Pairs = VectorObject<ISettingsDB::AttributeValuePair>;
@@ -20,12 +21,7 @@ namespace {
 
 class MasterSettingsDBTest : public testing::Test {
 protected:
-    MasterSettingsDBTest() { setenv("VELMORA_ROOT", scratch.get().c_str(), 1); }
-    ~MasterSettingsDBTest() override
-    {
-        close();
-        unsetenv("VELMORA_ROOT");
-    }
+    ~MasterSettingsDBTest() override { close(); }
 
     MasterSettingsDB& open()
     {
@@ -49,6 +45,7 @@ protected:
     static std::string text(SerialObject const& object) { return object.serialize(); }
 
     ScratchDirectory scratch;
+    VelmoraTest::ScopedEnv root{"VELMORA_ROOT", scratch.get()};
     MasterSettingsDB* settings = nullptr;
 };
 

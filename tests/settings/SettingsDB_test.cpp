@@ -134,21 +134,3 @@ TEST(SettingsDB, ListenerWalkStopsAtTheFirstNonZeroAnswer)
     EXPECT_EQ(settings.onCurrentValuesChange("e", none), 0);
     EXPECT_EQ(later.heard, 1);
 }
-
-TEST(SettingsDB, RecordsSurviveTheirSerialForm)
-{
-    StringObject blue("blue");
-    ISettingsDB::CurrentValues values("ui", Pairs{ISettingsDB::AttributeValuePair("colour", blue),
-                                                  ISettingsDB::AttributeValuePair("size", UInt32Object(3))});
-    std::unique_ptr<SerialObject> copy(createSerialObject(values.serialize()));
-    ASSERT_NE(copy, nullptr);
-    EXPECT_TRUE(*copy == values);
-
-    ISettingsDB::EntityAttributeValueTriplet triplet("ui", "colour", blue);
-    std::unique_ptr<SerialObject> tripletCopy(createSerialObject(triplet.serialize()));
-    ASSERT_NE(tripletCopy, nullptr);
-    EXPECT_TRUE(*tripletCopy == triplet);
-
-    EXPECT_THROW(deserialize<ISettingsDB::AttributeValuePair>("{\"attribute\":\"a\"}"), Exception)
-        << "a pair without a value";
-}

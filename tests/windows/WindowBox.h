@@ -9,10 +9,12 @@
 #pragma once
 
 #include "AuthorizationFixture.h"
+#include "DirectoryWatch.h"
 #include "FileDescriptor.h"
 #include "KeyNames.h"
 #include "MultiInputDriver.h"
 #include "NullWindowManagerListener.h"
+#include "ScopedEnv.h"
 #include "Signal.h"
 #include "frame/FunctionCommand.h"
 #include "HWPApplicationFactory.h"
@@ -73,27 +75,11 @@ bool eventually(Condition condition)
 }
 
 // Waits until `condition` holds for the file at `path`, which another process
-// writes: wakes on every change in the file's folder (inotify), for up to 30 s.
+// writes: wakes on every change in the file's folder, for up to 30 s.
 template <class Condition>
 bool awaitFile(fs::path const& path, Condition condition)
 {
-    Velmora::FileDescriptor watch(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
-    if (!watch.valid() ||
-        ::inotify_add_watch(watch.get(), path.parent_path().c_str(), IN_CREATE | IN_MODIFY | IN_CLOSE_WRITE) < 0)
-        return condition(readLines(path));
-    auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while (!condition(readLines(path))) {
-        auto const left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-        if (left.count() <= 0)
-            return false;
-        pollfd ready{watch.get(), POLLIN, 0};
-        if (::poll(&ready, 1, static_cast<int>(left.count())) > 0) {
-            char buffer[4096];
-            while (::read(watch.get(), buffer, sizeof buffer) > 0)
-                ;
-        }
-    }
-    return true;
+    return VelmoraTest::DirectoryWatch(path.parent_path()).waitFor([&] { return condition(readLines(path)); });
 }
 
 inline long countOf(Lines const& lines, std::string const& line)
@@ -288,20 +274,7 @@ public:
     }
 };
 
-// Sets an environment variable for the scope: children forked meanwhile inherit it.
-class ScopedEnvironment {
-public:
-    ScopedEnvironment(std::string name, std::string const& value) : name(std::move(name))
-    {
-        setenv(this->name.c_str(), value.c_str(), 1);
-    }
-    ~ScopedEnvironment() { unsetenv(name.c_str()); }
-    ScopedEnvironment(ScopedEnvironment const&) = delete;
-    ScopedEnvironment& operator=(ScopedEnvironment const&) = delete;
-
-private:
-    std::string name;
-};
+using ScopedEnvironment = VelmoraTest::ScopedEnv;
 
 // Host options of a box without a master window.
 inline std::vector<std::string> const NO_MASTER;

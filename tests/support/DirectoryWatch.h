@@ -1,11 +1,14 @@
 // Waits for a condition that a change of files in one directory brings
 // about, without polling: the condition is tested anew after every inotify
-// event there (a file made, opened, written, closed, moved or removed). Made
-// before the action whose effect it waits for, it loses no event. The bound
-// is generous and only turns a hang into a failure.
+// event there. Made before the action whose effect it waits for, it loses no
+// event. The bound is generous and only turns a hang into a failure.
 //
-// For files written with write(2) (logs of other processes, FIFOs): a file
-// changed through a memory map, as a database's index, tells nothing.
+// By default it wakes on writes (a file made, written, closed after writing,
+// moved, removed or changed in its attributes), so that a condition may read
+// files in the directory without waking the watch itself; opens may be added
+// for a reader that waits for a FIFO to be opened. For files written with
+// write(2) (logs of other processes, FIFOs): a file changed through a memory
+// map, as a database's index, tells nothing.
 // Threads: one test thread.
 #pragma once
 
@@ -20,11 +23,13 @@ namespace VelmoraTest {
 
 class DirectoryWatch {
 public:
-    explicit DirectoryWatch(std::filesystem::path const& directory) : fd(inotify_init1(IN_CLOEXEC | IN_NONBLOCK))
+    static constexpr unsigned int WRITES =
+        IN_CREATE | IN_MODIFY | IN_CLOSE_WRITE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE | IN_ATTRIB;
+
+    explicit DirectoryWatch(std::filesystem::path const& directory, unsigned int events = WRITES)
+        : fd(inotify_init1(IN_CLOEXEC | IN_NONBLOCK))
     {
-        unsigned int const everything = IN_CREATE | IN_OPEN | IN_MODIFY | IN_CLOSE_WRITE | IN_CLOSE_NOWRITE |
-                                        IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE | IN_ATTRIB;
-        if (fd < 0 || inotify_add_watch(fd, directory.c_str(), everything) < 0)
+        if (fd < 0 || inotify_add_watch(fd, directory.c_str(), events) < 0)
             throw std::runtime_error("cannot watch " + directory.string());
     }
     ~DirectoryWatch() { close(fd); }

@@ -1,8 +1,6 @@
 // A fresh directory for one test, removed with everything in it at the end,
-// and the raw look at a store file that the tests compare against.
+// and whole files read and written as bytes, to compare against. One thread.
 #pragma once
-
-#include <sqlite3.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -12,9 +10,9 @@
 
 class ScratchDirectory {
 public:
-    ScratchDirectory()
+    explicit ScratchDirectory(std::string const& prefix = "velmora-test")
     {
-        std::string pattern = std::filesystem::temp_directory_path() / "velmora-store-XXXXXX";
+        std::string pattern = std::filesystem::temp_directory_path() / (prefix + "-XXXXXX");
         path = mkdtemp(pattern.data());
         // Readable by the unprivileged children of some tests.
         std::filesystem::permissions(path, std::filesystem::perms(0755));
@@ -35,25 +33,6 @@ public:
 private:
     std::string path;
 };
-
-// The answer of PRAGMA integrity_check on the file, through a connection of
-// its own ("ok" for a sound file).
-inline std::string integrityOf(std::string const& file)
-{
-    sqlite3* db = nullptr;
-    std::string verdict = "cannot open";
-    if (sqlite3_open_v2(file.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK) {
-        sqlite3_stmt* statement = nullptr;
-        if (sqlite3_prepare_v2(db, "PRAGMA integrity_check", -1, &statement, nullptr) == SQLITE_OK &&
-            sqlite3_step(statement) == SQLITE_ROW)
-            verdict = reinterpret_cast<char const*>(sqlite3_column_text(statement, 0));
-        else
-            verdict = sqlite3_errmsg(db);
-        sqlite3_finalize(statement);
-    }
-    sqlite3_close_v2(db);
-    return verdict;
-}
 
 inline std::string contentsOf(std::string const& file)
 {
