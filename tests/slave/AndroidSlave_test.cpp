@@ -1,0 +1,198 @@
+// The Android slave in its own process: a master window manager whose
+// Android windows it runs treats them like any other (table, focus, keys,
+// terminate, death), and the slave's own ends leave nothing behind.
+#include "WindowBox.h"
+#include "Journal.h"
+#include "frame/Exception.h"
+#include "rpc/RPCClient.h"
+
+#include <spawn.h>
+
+extern "C" char** environ;
+
+using namespace Velmora;
+using namespace WindowTest;
+
+namespace {
+
+std::vector<std::string> const SLAVE_OPTIONS = {"--velmora:masterType",       "OTHER",   "--velmora:masterURL",
+                                                "home",                       "--velmora:zavSlaveName", "android",
+                                                "--velmora:zavSlaveAppSupport", "ANDROID"};
+
+bool alive(pid_t pid) { return ::kill(pid, 0) == 0; }
+
+// Waits up to 30 s for `pid`, a child of this process, to end, and reaps it; its wait status, or -1.
+int awaitEnd(pid_t pid)
+{
+    FileDescriptor watch(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
+    pollfd ended{watch.get(), POLLIN, 0};
+    if (!watch.valid() || ::poll(&ended, 1, 30000) != 1)
+        return -1;
+    int status = 0;
+    return ::waitpid(pid, &status, 0) == pid ? status : -1;
+}
+
+// The slave as the box starts it, serving "android0" in `runtime`; its
+// applications log to `appLog`. Waits until the endpoint is there.
+class Slave {
+public:
+    Slave(fs::path const& runtime, fs::path const& appLog) : endpoint(runtime / "android0.sock")
+    {
+        ScopedEnvironment log("VELMORA_TEST_APP_LOG", appLog.string());
+        std::vector<std::string> words{VELMORA_ANDROID_SLAVE, "--name", "android", "--sessions", "1"};
+        std::vector<char*> argv;
+        for (std::string& word : words)
+            argv.push_back(word.data());
+        argv.push_back(nullptr);
+        EXPECT_EQ(::posix_spawn(&pid, VELMORA_ANDROID_SLAVE, nullptr, nullptr, argv.data(), environ), 0);
+        EXPECT_TRUE(awaitFile(endpoint, [&](Lines const&) { return fs::exists(endpoint); }));
+    }
+    ~Slave()
+    {
+        if (pid > 0) {
+            ::kill(pid, SIGKILL);
+            awaitEnd(pid);
+        }
+    }
+    // Ends the slave with SIGTERM; its wait status.
+    int stop()
+    {
+        ::kill(pid, SIGTERM);
+        return awaitEnd(std::exchange(pid, -1));
+    }
+    // The processes the slave started and that still run.
+    std::vector<pid_t> children() const
+    {
+        std::vector<pid_t> found;
+        for (auto const& entry : fs::directory_iterator("/proc")) {
+            std::ifstream stat(entry.path() / "stat");
+            std::string process, name, state, parent;
+            if (stat >> process >> name >> state >> parent && parent == std::to_string(pid) && state != "Z")
+                found.push_back(static_cast<pid_t>(std::stol(process)));
+        }
+        return found;
+    }
+
+    fs::path const endpoint;
+    pid_t pid = -1;
+};
+
+std::string launchAndroid(WindowBox& box, std::string const& url)
+{
+    return box.windows->launch(
+        IWindowManager::LaunchParameters("", IWindowManager::APPLICATION_TYPE_ANDROID, url, "", {}, false, false));
+}
+
+} // namespace
+
+TEST(AndroidSlave, AnAndroidWindowRunsTakesTheFocusHearsEachKeyOnceAndEndsOnTheMastersTerminate)
+{
+    WindowBox box(SLAVE_OPTIONS);
+    Slave slave(box.runtime, box.logOf("android"));
+    std::string const master = box.windows->master();
+    ASSERT_TRUE(box.journal.await("focus >" + master));
+
+    std::string const uid = launchAndroid(box, "com.example.droid");
+    ASSERT_FALSE(uid.empty());
+    ASSERT_TRUE(box.journal.await("focus >" + uid));
+    EXPECT_EQ(box.windows->windowCount(), 2u);
+    EXPECT_TRUE(box.appLogged("android", "registered " + uid)); // the launch's token is the program's uid
+    EXPECT_TRUE(box.appLogged("android", "focus 1"));
+    EXPECT_EQ(box.windows->getState(uid), "RUNNING");
+
+    // The focused window gets the key from the master, and the slave's mirror does not repeat it.
+    box.press("OK");
+    ASSERT_TRUE(box.appLogged("android", "key 608 0"));
+    EXPECT_EQ(countOf(readLines(box.logOf("android")), "key 608 1"), 1);
+
+    box.journal.clear();
+    box.windows->terminate(uid);
+    ASSERT_TRUE(box.journal.await("focus >" + master));
+    EXPECT_TRUE(box.appLogged("android", "terminate"));
+    EXPECT_EQ(box.windows->windowCount(), 1u);
+    EXPECT_TRUE(eventually([&] { return slave.children().empty(); }));
+}
+
+TEST(AndroidSlave, AKilledApplicationAndAnEndingSlaveTakeTheirWindowsOutOfTheMastersTable)
+{
+    WindowBox box(SLAVE_OPTIONS);
+    Slave slave(box.runtime, box.logOf("android"));
+    std::string const master = box.windows->master();
+    ASSERT_TRUE(box.journal.await("focus >" + master));
+
+    // An application killed outright is reported gone by the slave.
+    std::string const killed = launchAndroid(box, "com.example.killed");
+    ASSERT_TRUE(box.journal.await("focus >" + killed));
+    std::vector<pid_t> const first = slave.children();
+    ASSERT_EQ(first.size(), 1u);
+    box.journal.clear();
+    ::kill(first[0], SIGKILL);
+    ASSERT_TRUE(box.journal.await("focus >" + master));
+    EXPECT_EQ(box.windows->windowCount(), 1u);
+
+    // The slave ends while a window runs: the window goes, and so does every trace of the slave.
+    std::string const running = launchAndroid(box, "com.example.running");
+    ASSERT_TRUE(box.journal.await("focus >" + running));
+    std::vector<pid_t> const second = slave.children();
+    ASSERT_EQ(second.size(), 1u);
+    box.journal.clear();
+    int const status = slave.stop();
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    ASSERT_TRUE(box.journal.await("focus >" + master));
+    EXPECT_EQ(box.windows->windowCount(), 1u);
+    EXPECT_FALSE(fs::exists(slave.endpoint));
+    EXPECT_FALSE(alive(second[0]));
+
+    // Without a slave an Android launch fails at once, and keys still reach the master window.
+    EXPECT_ANY_THROW(launchAndroid(box, "com.example.late"));
+    box.press("OK");
+    EXPECT_TRUE(box.appLogged("home", "key 608 1"));
+}
+
+TEST(AndroidSlave, TheURLPicksTheProgramAStubbornOneIsKilledAfterTerminateAndNoneOutlivesTheSlave)
+{
+    VelmoraTest::Sandbox sandbox;
+    fs::path const runtime = sandbox.root / "run";
+    fs::path const bin = sandbox.root / "bin";
+    fs::create_directories(runtime);
+    fs::create_directories(bin);
+    std::ofstream(bin / "droid-stubborn") << "#!/bin/sh\necho stubborn >> \"$VELMORA_TEST_APP_LOG\"\n"
+                                          << "export VELMORA_TEST_APP_ON_TERMINATE=ignore\nexec velmora-test-app\n";
+    fs::permissions(bin / "droid-stubborn", fs::perms::owner_all);
+    ScopedEnvironment directory("VELMORA_RUNTIME_DIR", runtime.string());
+    ScopedEnvironment path("PATH", bin.string() + ":" + VELMORA_TEST_APP_DIR + ":" + std::getenv("PATH"));
+    Slave slave(runtime, sandbox.root / "app.log");
+
+    VelmoraTest::Journal heard;
+    RPCClient master(1);
+    master.setNotificationHandler([&](std::string const& name, Json::Value const& params) {
+        heard.add(name + " " + params["uid"].asString() + " " + params["newState"].asString());
+    });
+    master.connect("android0");
+    master.callOrThrow("RPC.subscribe", IRPC::parse(R"({"events":["*"]})"));
+    auto const launch = [&](std::string const& url, std::string const& token) {
+        return master.call("IWindowManager.launch", IRPC::parse(R"({"proxy":0,"authorizationToken":")" + token +
+                                                                  R"(","applicationType":"ANDROID","applicationURL":")" +
+                                                                  url + R"("})"));
+    };
+    auto const heardState = [&](std::string const& uid, std::string const& state) {
+        return heard.waitFor([&] { return heard.has("IApplicationManager::onStateChange " + uid + " " + state); });
+    };
+
+    EXPECT_EQ(master.call("IApplicationManager.terminate", IRPC::parse(R"({"uid":"7"})")).message, "invalid uid");
+    EXPECT_EQ(launch("droid-stubborn", "7").result, "7");
+    ASSERT_TRUE(heardState("7", "RUNNING"));
+    EXPECT_TRUE(master.call("IApplicationManager.terminate", IRPC::parse(R"({"uid":"7"})")).ok);
+    EXPECT_TRUE(heardState("7", "TERMINATED")); // it ignored the request: the slave ended it
+    EXPECT_EQ(readLines(sandbox.root / "app.log"), (Lines{"stubborn", "registered 7", "terminate"}));
+
+    EXPECT_EQ(launch("file:///droid-stubborn", "8").result, "8"); // not a bare name: the default program
+    ASSERT_TRUE(heardState("8", "RUNNING"));
+    EXPECT_EQ(countOf(readLines(sandbox.root / "app.log"), "stubborn"), 1);
+    std::vector<pid_t> const running = slave.children();
+    ASSERT_EQ(running.size(), 1u);
+    FileDescriptor watch(static_cast<int>(::syscall(SYS_pidfd_open, running[0], 0)));
+    ::kill(slave.pid, SIGKILL);
+    pollfd ended{watch.get(), POLLIN, 0};
+    EXPECT_EQ(::poll(&ended, 1, 30000), 1); // the application died with its slave
+}
