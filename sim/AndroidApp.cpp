@@ -133,19 +133,20 @@ void AndroidApp::onReport(std::string const& name, Json::Value const& parameters
         return;
     Json::Value report(Json::objectValue);
     report["uid"] = uid;
-    if (name == "ILifecycleManagement::onStateChange") {
-        report["oldState"] = textOf(parameters, "oldState");
-        report["newState"] = textOf(parameters, "newState");
-        std::lock_guard lock(mutex);
-        state = report["newState"].asString();
-    } else if (name == "ILifecycleManagement::onKeepAlive") {
+    if (name == "ILifecycleManagement::onKeepAlive") {
         report["state"] = textOf(parameters, "state");
-    } else {
+        reporter("IApplicationManager::onKeepAlive", report);
         return;
     }
-    reporter(name == "ILifecycleManagement::onStateChange" ? "IApplicationManager::onStateChange"
-                                                            : "IApplicationManager::onKeepAlive",
-             report);
+    if (name != "ILifecycleManagement::onStateChange")
+        return;
+    report["oldState"] = textOf(parameters, "oldState");
+    report["newState"] = textOf(parameters, "newState");
+    {
+        std::lock_guard lock(mutex);
+        state = report["newState"].asString();
+    }
+    reporter("IApplicationManager::onStateChange", report);
 }
 
 void AndroidApp::settle(std::unique_lock<std::mutex>& lock)
