@@ -10,6 +10,7 @@
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
+#include <cstdlib>
 
 using namespace Velmora;
 
@@ -18,6 +19,7 @@ int main(int argc, char** argv)
     std::string name = "android";
     unsigned int sessions = 1;
     std::string program = "velmora-test-app";
+    std::string sysroot;
     int logLevel = -1;
     CLI::App app("The Android slave of a box without Android: serves the endpoint <name><index> of each session\n"
                  "and runs each Android application as a native program that dials back to it.",
@@ -29,6 +31,10 @@ int main(int argc, char** argv)
     app.add_option("--program", program,
                    "Program started for an application whose URL does not name an executable in PATH")
         ->capture_default_str();
+    app.add_option("--sysroot", sysroot,
+                   "The box's sysroot, as the server's --sysroot: VELMORA_ROOT of the applications, and its\n"
+                   "usr/local/bin leads their PATH")
+        ->check(CLI::ExistingDirectory);
     app.add_option("--log-level", logLevel, "Highest log level shown: 1 errors ... 9 traces (VELMORA_DEBUG)")
         ->check(CLI::Range(0, 9));
     try {
@@ -39,6 +45,11 @@ int main(int argc, char** argv)
     }
     if (logLevel >= 0)
         velmoraSetDebugLevel(logLevel);
+    if (!sysroot.empty()) {
+        ::setenv("VELMORA_ROOT", sysroot.c_str(), 1);
+        char const* path = std::getenv("PATH");
+        ::setenv("PATH", (sysroot + "/usr/local/bin" + (path && *path ? ":" + std::string(path) : "")).c_str(), 1);
+    }
 
     AndroidSlave::blockSignals();
     AndroidSlave slave(name, sessions, program);
