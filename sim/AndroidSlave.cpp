@@ -6,6 +6,7 @@
 #include <csignal>
 #include <ctime>
 #include <sys/wait.h>
+#include <systemd/sd-daemon.h>
 
 namespace Velmora {
 
@@ -109,6 +110,7 @@ bool AndroidSlave::reapAllUntil(std::chrono::steady_clock::time_point deadline)
 void AndroidSlave::stop()
 {
     VLOG(DebugLevelNotice, "ending\n");
+    sd_notify(0, "STOPPING=1");
     for (auto const& session : sessions)
         session->stopApplications();
     if (!reapAllUntil(std::chrono::steady_clock::now() + STOP_GRACE)) {

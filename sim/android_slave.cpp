@@ -8,6 +8,7 @@
 #include "frame/Exception.h"
 
 #include <CLI/CLI.hpp>
+#include <systemd/sd-daemon.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -59,6 +60,8 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "velmora-android-slave: cannot serve %s: %s\n", name.c_str(), e.what());
         return 1;
     }
+    // A supervisor (systemd, a test) hears when the endpoints are open.
+    sd_notifyf(0, "READY=1\nSTATUS=serving %s0 to %s%u", name.c_str(), name.c_str(), sessions - 1);
     slave.run();
     return 0;
 }

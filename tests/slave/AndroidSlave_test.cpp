@@ -5,10 +5,7 @@
 #include "Journal.h"
 #include "frame/Exception.h"
 #include "rpc/RPCClient.h"
-
-#include <spawn.h>
-
-extern "C" char** environ;
+#include "ServerProcess.h"
 
 using namespace Velmora;
 using namespace WindowTest;
@@ -21,44 +18,21 @@ std::vector<std::string> const SLAVE_OPTIONS = {"--velmora:masterType",       "O
 
 bool alive(pid_t pid) { return ::kill(pid, 0) == 0; }
 
-// Waits up to 30 s for `pid`, a child of this process, to end, and reaps it; its wait status, or -1.
-int awaitEnd(pid_t pid)
-{
-    FileDescriptor watch(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
-    pollfd ended{watch.get(), POLLIN, 0};
-    if (!watch.valid() || ::poll(&ended, 1, 30000) != 1)
-        return -1;
-    int status = 0;
-    return ::waitpid(pid, &status, 0) == pid ? status : -1;
-}
-
-// The slave as the box starts it, serving "android0" in `runtime`; its
-// applications log to `appLog`. Waits until the endpoint is there.
+// The slave as the box starts it, serving "android0" in `runtime`, with its
+// log beside; its applications log to `appLog` and find programs in
+// `programs` first. Waits until it is ready.
 class Slave {
 public:
-    Slave(fs::path const& runtime, fs::path const& appLog) : endpoint(runtime / "android0.sock")
+    Slave(fs::path const& runtime, fs::path const& appLog, std::string const& programs = VELMORA_TEST_APP_DIR)
+        : endpoint(runtime / "android0.sock"), notify(runtime.parent_path() / "slave.notify"),
+          process(VELMORA_ANDROID_SLAVE, {"--name", "android", "--sessions", "1"},
+                  {{"VELMORA_RUNTIME_DIR", runtime.string()},
+                   {"VELMORA_TEST_APP_LOG", appLog.string()},
+                   {"PATH", programs + ":" + std::getenv("PATH")},
+                   {"NOTIFY_SOCKET", notify.path.string()}},
+                  runtime.parent_path() / "slave.log")
     {
-        ScopedEnvironment log("VELMORA_TEST_APP_LOG", appLog.string());
-        std::vector<std::string> words{VELMORA_ANDROID_SLAVE, "--name", "android", "--sessions", "1"};
-        std::vector<char*> argv;
-        for (std::string& word : words)
-            argv.push_back(word.data());
-        argv.push_back(nullptr);
-        EXPECT_EQ(::posix_spawn(&pid, VELMORA_ANDROID_SLAVE, nullptr, nullptr, argv.data(), environ), 0);
-        EXPECT_TRUE(awaitFile(endpoint, [&](Lines const&) { return fs::exists(endpoint); }));
-    }
-    ~Slave()
-    {
-        if (pid > 0) {
-            ::kill(pid, SIGKILL);
-            awaitEnd(pid);
-        }
-    }
-    // Ends the slave with SIGTERM; its wait status.
-    int stop()
-    {
-        ::kill(pid, SIGTERM);
-        return awaitEnd(std::exchange(pid, -1));
+        EXPECT_TRUE(notify.awaitMessage("READY=1")) << process.log();
     }
     // The processes the slave started and that still run.
     std::vector<pid_t> children() const
@@ -66,15 +40,16 @@ public:
         std::vector<pid_t> found;
         for (auto const& entry : fs::directory_iterator("/proc")) {
             std::ifstream stat(entry.path() / "stat");
-            std::string process, name, state, parent;
-            if (stat >> process >> name >> state >> parent && parent == std::to_string(pid) && state != "Z")
-                found.push_back(static_cast<pid_t>(std::stol(process)));
+            std::string child, name, state, parent;
+            if (stat >> child >> name >> state >> parent && parent == std::to_string(process.pid) && state != "Z")
+                found.push_back(static_cast<pid_t>(std::stol(child)));
         }
         return found;
     }
 
     fs::path const endpoint;
-    pid_t pid = -1;
+    HostTest::NotifySocket notify;
+    HostTest::ServerProcess process;
 };
 
 std::string launchAndroid(WindowBox& box, std::string const& url)
@@ -145,8 +120,7 @@ TEST(AndroidSlave, AKilledApplicationAndAnEndingSlaveTakeTheirWindowsOutOfTheMas
     std::vector<pid_t> const second = slave.children();
     ASSERT_EQ(second.size(), 1u);
     box.journal.clear();
-    int const status = slave.stop();
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+    EXPECT_EQ(slave.process.stop(), 0) << slave.process.log();
     ASSERT_TRUE(box.journal.await("focus >" + master));
     EXPECT_EQ(box.windows->windowCount(), 1u);
     EXPECT_FALSE(fs::exists(slave.endpoint));
@@ -169,8 +143,7 @@ TEST(AndroidSlave, TheURLPicksTheProgramAStubbornOneIsKilledAfterTerminateAndNon
                                           << "export VELMORA_TEST_APP_ON_TERMINATE=ignore\nexec velmora-test-app\n";
     fs::permissions(bin / "droid-stubborn", fs::perms::owner_all);
     ScopedEnvironment directory("VELMORA_RUNTIME_DIR", runtime.string());
-    ScopedEnvironment path("PATH", bin.string() + ":" + VELMORA_TEST_APP_DIR + ":" + std::getenv("PATH"));
-    Slave slave(runtime, sandbox.root / "app.log");
+    Slave slave(runtime, sandbox.root / "app.log", bin.string() + ":" + VELMORA_TEST_APP_DIR);
 
     VelmoraTest::Journal heard;
     RPCClient master(1);
@@ -201,7 +174,7 @@ TEST(AndroidSlave, TheURLPicksTheProgramAStubbornOneIsKilledAfterTerminateAndNon
     std::vector<pid_t> const running = slave.children();
     ASSERT_EQ(running.size(), 1u);
     FileDescriptor watch(static_cast<int>(::syscall(SYS_pidfd_open, running[0], 0)));
-    ::kill(slave.pid, SIGKILL);
+    ::kill(slave.process.pid, SIGKILL);
     pollfd ended{watch.get(), POLLIN, 0};
     EXPECT_EQ(::poll(&ended, 1, 30000), 1); // the application died with its slave
 }
