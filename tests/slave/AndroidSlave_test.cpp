@@ -28,6 +28,7 @@ public:
           process(VELMORA_ANDROID_SLAVE, {"--name", "android", "--sessions", "1"},
                   {{"VELMORA_RUNTIME_DIR", runtime.string()},
                    {"VELMORA_TEST_APP_LOG", appLog.string()},
+                   {"VELMORA_TEST_APP_KEYS", "1"},
                    {"PATH", programs + ":" + std::getenv("PATH")},
                    {"NOTIFY_SOCKET", notify.path.string()}},
                   runtime.parent_path() / "slave.log")
@@ -132,7 +133,7 @@ TEST(AndroidSlave, AKilledApplicationAndAnEndingSlaveTakeTheirWindowsOutOfTheMas
     EXPECT_TRUE(box.appLogged("home", "key 608 1"));
 }
 
-TEST(AndroidSlave, TheURLPicksTheProgramAStubbornOneIsKilledAfterTerminateAndNoneOutlivesTheSlave)
+TEST(AndroidSlave, TheURLPicksTheProgramKeysFollowTheFocusAStubbornOneIsKilledAfterTerminateAndNoneOutlivesTheSlave)
 {
     VelmoraTest::Sandbox sandbox;
     fs::path const runtime = sandbox.root / "run";
@@ -164,9 +165,16 @@ TEST(AndroidSlave, TheURLPicksTheProgramAStubbornOneIsKilledAfterTerminateAndNon
     EXPECT_EQ(master.call("IApplicationManager.terminate", IRPC::parse(R"({"uid":"7"})")).message, "invalid uid");
     EXPECT_EQ(launch("droid-stubborn", "7").result, "7");
     ASSERT_TRUE(heardState("7", "RUNNING"));
+    // A mirrored key goes to the application that the master focused, and to nobody once it has blurred.
+    Json::Value const key = IRPC::parse(R"({"proxy":0,"event":{"code":608,"pressed":true}})");
+    EXPECT_TRUE(master.call("IWindowManager.handleFocus", IRPC::parse(R"({"uid":"7","focus":true})")).ok);
+    EXPECT_TRUE(master.call("IWindowManager.dispatchEvent", key).ok);
+    EXPECT_TRUE(master.call("IWindowManager.handleFocus", IRPC::parse(R"({"uid":"7","focus":false})")).ok);
+    EXPECT_TRUE(master.call("IWindowManager.dispatchEvent", key).ok);
     EXPECT_TRUE(master.call("IApplicationManager.terminate", IRPC::parse(R"({"uid":"7"})")).ok);
     EXPECT_TRUE(heardState("7", "TERMINATED")); // it ignored the request: the slave ended it
-    EXPECT_EQ(readLines(sandbox.root / "app.log"), (Lines{"stubborn", "registered 7", "terminate"}));
+    EXPECT_EQ(readLines(sandbox.root / "app.log"),
+              (Lines{"stubborn", "registered 7", "focus 1", "event", "key 608 1", "focus 0", "terminate"}));
 
     EXPECT_EQ(launch("file:///droid-stubborn", "8").result, "8"); // not a bare name: the default program
     ASSERT_TRUE(heardState("8", "RUNNING"));
