@@ -99,10 +99,12 @@ bool AndroidSlave::reapAllUntil(std::chrono::steady_clock::time_point deadline)
         reapChildren();
         if (endedChild() < 0)
             return true;
-        auto const left = std::chrono::duration_cast<std::chrono::nanoseconds>(deadline - std::chrono::steady_clock::now());
-        if (left.count() <= 0)
+        auto const left = deadline - std::chrono::steady_clock::now();
+        if (left <= std::chrono::steady_clock::duration::zero())
             return false;
-        timespec const wait{static_cast<time_t>(left.count() / 1000000000), static_cast<long>(left.count() % 1000000000)};
+        auto const seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
+        auto const nanoseconds = std::chrono::duration_cast<std::chrono::nanoseconds>(left - seconds);
+        timespec const wait{static_cast<time_t>(seconds.count()), static_cast<long>(nanoseconds.count())};
         ::sigtimedwait(&signals, nullptr, &wait);
     }
 }

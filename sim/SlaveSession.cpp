@@ -115,7 +115,8 @@ std::string SlaveSession::launch(IRPC::RPCSynchronousMethodObject const& method)
         return failure(method, "invalid uid");
     try {
         auto app = std::make_shared<AndroidApp>(
-            program, getName(), record, [this](std::string const& event, Json::Value const& params) { report(event, params); },
+            program, getName(), record,
+            [this](std::string const& event, Json::Value const& params) { report(event, params); },
             [this](std::string const& uid) { gone(uid); });
         std::string const uid = app->getUid();
         applications[uid] = std::move(app);

@@ -12,9 +12,10 @@ using namespace WindowTest;
 
 namespace {
 
-std::vector<std::string> const SLAVE_OPTIONS = {"--velmora:masterType",       "OTHER",   "--velmora:masterURL",
-                                                "home",                       "--velmora:zavSlaveName", "android",
-                                                "--velmora:zavSlaveAppSupport", "ANDROID"};
+// A box with a master window whose Android windows go to the slave "android".
+std::vector<std::string> const SLAVE_OPTIONS = {
+    "--velmora:masterType", "OTHER", "--velmora:masterURL", "home",
+    "--velmora:zavSlaveName", "android", "--velmora:zavSlaveAppSupport", "ANDROID"};
 
 bool alive(pid_t pid) { return ::kill(pid, 0) == 0; }
 
@@ -84,7 +85,8 @@ TEST(AndroidSlave, AnAndroidWindowRunsTakesTheFocusHearsEachKeyOnceAndEndsWhenEv
     // A second launch finds the table full: the first window is evicted through the slave, then the second runs.
     EXPECT_EQ(launchAndroid(box, "com.example.next"), "");
     std::string const next = box.journal.awaitLine([&](std::string const& line) {
-        return line.rfind("focus >", 0) == 0 && line.size() > 7 && line != "focus >" + uid && line != "focus >" + master;
+        bool const focus = line.rfind("focus >", 0) == 0 && line.size() > 7;
+        return focus && line != "focus >" + uid && line != "focus >" + master;
     }).substr(7);
     ASSERT_FALSE(next.empty());
     EXPECT_TRUE(box.appLogged("android", "terminate"));
@@ -154,9 +156,10 @@ TEST(AndroidSlave, TheURLPicksTheProgramKeysFollowTheFocusAStubbornOneIsKilledAf
     master.connect("android0");
     master.callOrThrow("RPC.subscribe", IRPC::parse(R"({"events":["*"]})"));
     auto const launch = [&](std::string const& url, std::string const& token) {
-        return master.call("IWindowManager.launch", IRPC::parse(R"({"proxy":0,"authorizationToken":")" + token +
-                                                                  R"(","applicationType":"ANDROID","applicationURL":")" +
-                                                                  url + R"("})"));
+        Json::Value record = IRPC::parse(R"({"proxy":0,"applicationType":"ANDROID"})");
+        record["applicationURL"] = url;
+        record["authorizationToken"] = token;
+        return master.call("IWindowManager.launch", record);
     };
     auto const heardState = [&](std::string const& uid, std::string const& state) {
         return heard.waitFor([&] { return heard.has("IApplicationManager::onStateChange " + uid + " " + state); });
