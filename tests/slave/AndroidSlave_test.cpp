@@ -135,7 +135,7 @@ TEST(AndroidSlave, AKilledApplicationAndAnEndingSlaveTakeTheirWindowsOutOfTheMas
     EXPECT_TRUE(box.appLogged("home", "key 608 1"));
 }
 
-TEST(AndroidSlave, TheURLPicksTheProgramKeysFollowTheFocusAStubbornOneIsKilledAfterTerminateAndNoneOutlivesTheSlave)
+TEST(AndroidSlave, OneSlavePerNameTheURLPicksTheProgramKeysFollowTheFocusAStubbornOneIsKilledAndNoneOutlivesTheSlave)
 {
     VelmoraTest::Sandbox sandbox;
     fs::path const runtime = sandbox.root / "run";
@@ -164,6 +164,11 @@ TEST(AndroidSlave, TheURLPicksTheProgramKeysFollowTheFocusAStubbornOneIsKilledAf
     auto const heardState = [&](std::string const& uid, std::string const& state) {
         return heard.waitFor([&] { return heard.has("IApplicationManager::onStateChange " + uid + " " + state); });
     };
+
+    // A second slave of the same name leaves the endpoint to the first one.
+    HostTest::ServerProcess second(VELMORA_ANDROID_SLAVE, {"--name", "android"},
+                                   {{"VELMORA_RUNTIME_DIR", runtime.string()}}, sandbox.root / "second.log");
+    EXPECT_EQ(second.stop(0), 1) << second.log();
 
     EXPECT_EQ(master.call("IApplicationManager.terminate", IRPC::parse(R"({"uid":"7"})")).message, "invalid uid");
     EXPECT_EQ(launch("droid-stubborn", "7").result, "7");
