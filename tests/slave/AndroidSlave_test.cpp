@@ -25,7 +25,8 @@ bool alive(pid_t pid) { return ::kill(pid, 0) == 0; }
 class Slave {
 public:
     Slave(fs::path const& runtime, fs::path const& appLog, std::string const& programs = VELMORA_TEST_APP_DIR)
-        : endpoint(runtime / "android0.sock"), notify(runtime.parent_path() / "slave.notify"),
+        : endpoint(runtime / "android0.sock"),
+          notify(runtime.parent_path() / ("slave" + std::to_string(++started) + ".notify")),
           process(VELMORA_ANDROID_SLAVE, {"--name", "android", "--sessions", "1"},
                   {{"VELMORA_RUNTIME_DIR", runtime.string()},
                    {"VELMORA_TEST_APP_LOG", appLog.string()},
@@ -49,6 +50,7 @@ public:
         return found;
     }
 
+    static inline int started = 0; // each slave has a notify socket of its own
     fs::path const endpoint;
     HostTest::NotifySocket notify;
     HostTest::ServerProcess process;
@@ -100,7 +102,7 @@ TEST(AndroidSlave, AnAndroidWindowRunsTakesTheFocusHearsEachKeyOnceAndEndsWhenEv
     EXPECT_TRUE(eventually([&] { return slave.children().empty(); }));
 }
 
-TEST(AndroidSlave, AKilledApplicationAndAnEndingSlaveTakeTheirWindowsOutOfTheMastersTable)
+TEST(AndroidSlave, AKilledApplicationAndAnEndingOrDyingSlaveTakeTheirWindowsOutOfTheMastersTable)
 {
     WindowBox box(SLAVE_OPTIONS);
     Slave slave(box.runtime, box.logOf("android"));
@@ -133,6 +135,15 @@ TEST(AndroidSlave, AKilledApplicationAndAnEndingSlaveTakeTheirWindowsOutOfTheMas
     EXPECT_ANY_THROW(launchAndroid(box, "com.example.late"));
     box.press("OK");
     EXPECT_TRUE(box.appLogged("home", "key 608 1"));
+
+    // A slave that dies unannounced takes its windows with it all the same; the master redials its successor.
+    Slave successor(box.runtime, box.logOf("android"));
+    std::string const orphan = launchAndroid(box, "com.example.orphan");
+    ASSERT_TRUE(box.journal.await("focus >" + orphan));
+    box.journal.clear();
+    ::kill(successor.process.pid, SIGKILL);
+    ASSERT_TRUE(box.journal.await("focus >" + master));
+    EXPECT_EQ(box.windows->windowCount(), 1u);
 }
 
 TEST(AndroidSlave, OneSlavePerNameTheURLPicksTheProgramKeysFollowTheFocusAStubbornOneIsKilledAndNoneOutlivesTheSlave)
