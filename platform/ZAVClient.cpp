@@ -2,6 +2,7 @@
 
 #include "frame/DebugPrint.h"
 #include "frame/Exception.h"
+#include "interfaces/ILifecycleManagement.h"
 #include "interfaces/IRPC.h"
 #include "rpc/RPCClient.h"
 
@@ -14,10 +15,17 @@ static char const KEEP_ALIVE[] = "IApplicationManager::onKeepAlive";
 
 ZAVClient* ZAVClient::create(Client::Type type, std::string const& name) { return new ZAVClient(type, name); }
 
-ZAVClient::ZAVClient(Client::Type type, std::string const& name) : APPClient(type, name), dialMutex(MODULE) {}
+ZAVClient::ZAVClient(Client::Type type, std::string const& name)
+    : APPClient(type, name), dialMutex(MODULE), servedMutex(MODULE)
+{
+}
 
 ZAVClient::~ZAVClient()
 {
+    {
+        Mutex::ScopedLock lock(&servedMutex);
+        served.clear(); // the client's own end is no loss of the slave
+    }
     Mutex::ScopedLock lock(&dialMutex);
     slave.reset();
 }
@@ -43,6 +51,7 @@ std::shared_ptr<RPCConnection> ZAVClient::currentConnection()
     auto dialled = std::make_unique<RPCClient>(1);
     dialled->setNotificationHandler(
         [this](std::string const& name, Json::Value const& params) { onSlaveNotification(name, params); });
+    dialled->setClosedHandler([this] { onSlaveLost(); });
     try {
         dialled->connect(uid);
         Json::Value events(Json::arrayValue);
@@ -67,10 +76,33 @@ void ZAVClient::onSlaveNotification(std::string const& name, Json::Value const& 
     };
     if (!params.isObject())
         return;
-    if (name == STATE_CHANGE)
+    if (name == STATE_CHANGE) {
+        {
+            Mutex::ScopedLock lock(&servedMutex);
+            auto const window = served.find(text("uid"));
+            if (window != served.end() && ILifecycleManagement::isApplicationTerminated(text("newState")))
+                served.erase(window);
+            else if (window != served.end())
+                window->second = text("newState");
+        }
         notifyStateChange(text("uid"), text("oldState"), text("newState"));
-    else if (name == KEEP_ALIVE)
+    } else if (name == KEEP_ALIVE) {
         notifyKeepAlive(text("uid"), text("state"));
+    }
+}
+
+void ZAVClient::onSlaveLost()
+{
+    std::map<std::string, std::string> lost;
+    {
+        Mutex::ScopedLock lock(&servedMutex);
+        lost.swap(served);
+    }
+    for (auto const& [window, state] : lost) {
+        VLOG(DebugLevelError, "onSlaveLost(): slave server %s went away while running %s\n", uid.c_str(),
+             window.c_str());
+        notifyStateChange(window, state, ILifecycleManagement::STATE_TERMINATED);
+    }
 }
 
 std::string ZAVClient::launch(SerialObject const& parameters, unsigned int proxy)
@@ -82,7 +114,11 @@ std::string ZAVClient::launch(SerialObject const& parameters, unsigned int proxy
     }
     params["proxy"] = proxy;
     Json::Value const uidOfLaunch = request(Side::Compositing, "launch", params);
-    return uidOfLaunch.isString() ? uidOfLaunch.asString() : std::string();
+    if (!uidOfLaunch.isString() || uidOfLaunch.asString().empty())
+        return std::string();
+    Mutex::ScopedLock lock(&servedMutex);
+    served.emplace(uidOfLaunch.asString(), ILifecycleManagement::STATE_UNINITIALIZED);
+    return uidOfLaunch.asString();
 }
 
 void ZAVClient::dispatchEvent(Event const& event, unsigned int proxy)

@@ -6,13 +6,19 @@
 // notifications, which reach the listeners with the reporting uid. A slave
 // that is not up yet is dialled again at the next call. Calls throw Exception
 // when the slave is unreachable, fails the call or misses the deadline.
+// A slave that goes away takes its windows with it: when its connection
+// closes, every uid it launched and has not reported terminated is reported
+// TERMINATED, so that no window stays in a table that nobody runs.
 // Threads: calls from any thread; listeners hear the slave's reports on the
-// client's bus thread. Owned by the manager that created it.
+// client's bus thread (the loss of the slave perhaps on a caller's thread,
+// within a call that finds it gone), and must not call the client back.
+// Owned by the manager that created it.
 #pragma once
 
 #include "APPClient.h"
 #include "interfaces/Event.h"
 
+#include <map>
 #include <memory>
 #include <string>
 
@@ -42,9 +48,12 @@ protected:
 
 private:
     void onSlaveNotification(std::string const& name, Json::Value const& params);
+    void onSlaveLost();
 
     Mutex dialMutex;
     std::unique_ptr<RPCClient> slave;
+    Mutex servedMutex;
+    std::map<std::string, std::string> served; // uid -> last state, of the windows the slave runs
 };
 
 } // namespace Velmora

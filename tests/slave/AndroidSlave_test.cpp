@@ -1,0 +1,207 @@
+// The Android slave in its own process: a master window manager whose
+// Android windows it runs treats them like any other (table, focus, keys,
+// terminate, death), and the slave's own ends leave nothing behind.
+#include "WindowBox.h"
+#include "Journal.h"
+#include "frame/Exception.h"
+#include "rpc/RPCClient.h"
+#include "ServerProcess.h"
+
+using namespace Velmora;
+using namespace WindowTest;
+
+namespace {
+
+// A box with a master window whose Android windows go to the slave "android".
+std::vector<std::string> const SLAVE_OPTIONS = {
+    "--velmora:masterType", "OTHER", "--velmora:masterURL", "home",
+    "--velmora:zavSlaveName", "android", "--velmora:zavSlaveAppSupport", "ANDROID"};
+
+bool alive(pid_t pid) { return ::kill(pid, 0) == 0; }
+
+// The slave as the box starts it, serving "android0" in `runtime`, with its
+// log beside; its applications log to `appLog` and find programs in
+// `programs` first. Waits until it is ready.
+class Slave {
+public:
+    Slave(fs::path const& runtime, fs::path const& appLog, std::string const& programs = VELMORA_TEST_APP_DIR)
+        : endpoint(runtime / "android0.sock"),
+          notify(runtime.parent_path() / ("slave" + std::to_string(++started) + ".notify")),
+          process(VELMORA_ANDROID_SLAVE, {"--name", "android", "--sessions", "1"},
+                  {{"VELMORA_RUNTIME_DIR", runtime.string()},
+                   {"VELMORA_TEST_APP_LOG", appLog.string()},
+                   {"VELMORA_TEST_APP_KEYS", "1"},
+                   {"PATH", programs + ":" + std::getenv("PATH")},
+                   {"NOTIFY_SOCKET", notify.path.string()}},
+                  runtime.parent_path() / "slave.log")
+    {
+        EXPECT_TRUE(notify.awaitMessage("READY=1")) << process.log();
+    }
+    // The processes the slave started and that still run.
+    std::vector<pid_t> children() const
+    {
+        std::vector<pid_t> found;
+        for (auto const& entry : fs::directory_iterator("/proc")) {
+            std::ifstream stat(entry.path() / "stat");
+            std::string child, name, state, parent;
+            if (stat >> child >> name >> state >> parent && parent == std::to_string(process.pid) && state != "Z")
+                found.push_back(static_cast<pid_t>(std::stol(child)));
+        }
+        return found;
+    }
+
+    static inline int started = 0; // each slave has a notify socket of its own
+    fs::path const endpoint;
+    HostTest::NotifySocket notify;
+    HostTest::ServerProcess process;
+};
+
+std::string launchAndroid(WindowBox& box, std::string const& url)
+{
+    return box.windows->launch(
+        IWindowManager::LaunchParameters("", IWindowManager::APPLICATION_TYPE_ANDROID, url, "", {}, false, false));
+}
+
+} // namespace
+
+TEST(AndroidSlave, AnAndroidWindowRunsTakesTheFocusHearsEachKeyOnceAndEndsWhenEvictedOrTerminated)
+{
+    WindowBox box(SLAVE_OPTIONS);
+    Slave slave(box.runtime, box.logOf("android"));
+    std::string const master = box.windows->master();
+    ASSERT_TRUE(box.journal.await("focus >" + master));
+
+    std::string const uid = launchAndroid(box, "com.example.droid");
+    ASSERT_FALSE(uid.empty());
+    ASSERT_TRUE(box.journal.await("focus >" + uid));
+    EXPECT_EQ(box.windows->windowCount(), 2u);
+    EXPECT_TRUE(box.appLogged("android", "registered " + uid)); // the launch's token is the program's uid
+    EXPECT_TRUE(box.appLogged("android", "focus 1"));
+    EXPECT_EQ(box.windows->getState(uid), "RUNNING");
+
+    // The focused window gets the key from the master, and the slave's mirror does not repeat it.
+    box.press("OK");
+    ASSERT_TRUE(box.appLogged("android", "key 608 0"));
+    EXPECT_EQ(countOf(readLines(box.logOf("android")), "key 608 1"), 1);
+
+    // A second launch finds the table full: the first window is evicted through the slave, then the second runs.
+    EXPECT_EQ(launchAndroid(box, "com.example.next"), "");
+    std::string const next = box.journal.awaitLine([&](std::string const& line) {
+        bool const focus = line.rfind("focus >", 0) == 0 && line.size() > 7;
+        return focus && line != "focus >" + uid && line != "focus >" + master;
+    }).substr(7);
+    ASSERT_FALSE(next.empty());
+    EXPECT_TRUE(box.appLogged("android", "terminate"));
+    EXPECT_EQ(box.windows->windowCount(), 2u);
+
+    box.journal.clear();
+    box.windows->terminate(next);
+    ASSERT_TRUE(box.journal.await("focus >" + master));
+    EXPECT_EQ(countOf(readLines(box.logOf("android")), "terminate"), 2);
+    EXPECT_EQ(box.windows->windowCount(), 1u);
+    EXPECT_TRUE(eventually([&] { return slave.children().empty(); }));
+}
+
+TEST(AndroidSlave, AKilledApplicationAndAnEndingOrDyingSlaveTakeTheirWindowsOutOfTheMastersTable)
+{
+    WindowBox box(SLAVE_OPTIONS);
+    Slave slave(box.runtime, box.logOf("android"));
+    std::string const master = box.windows->master();
+    ASSERT_TRUE(box.journal.await("focus >" + master));
+
+    // An application killed outright is reported gone by the slave.
+    std::string const killed = launchAndroid(box, "com.example.killed");
+    ASSERT_TRUE(box.journal.await("focus >" + killed));
+    std::vector<pid_t> const first = slave.children();
+    ASSERT_EQ(first.size(), 1u);
+    box.journal.clear();
+    ::kill(first[0], SIGKILL);
+    ASSERT_TRUE(box.journal.await("focus >" + master));
+    EXPECT_EQ(box.windows->windowCount(), 1u);
+
+    // The slave ends while a window runs: the window goes, and so does every trace of the slave.
+    std::string const running = launchAndroid(box, "com.example.running");
+    ASSERT_TRUE(box.journal.await("focus >" + running));
+    std::vector<pid_t> const second = slave.children();
+    ASSERT_EQ(second.size(), 1u);
+    box.journal.clear();
+    EXPECT_EQ(slave.process.stop(), 0) << slave.process.log();
+    ASSERT_TRUE(box.journal.await("focus >" + master));
+    EXPECT_EQ(box.windows->windowCount(), 1u);
+    EXPECT_FALSE(fs::exists(slave.endpoint));
+    EXPECT_FALSE(alive(second[0]));
+
+    // Without a slave an Android launch fails at once, and keys still reach the master window.
+    EXPECT_ANY_THROW(launchAndroid(box, "com.example.late"));
+    box.press("OK");
+    EXPECT_TRUE(box.appLogged("home", "key 608 1"));
+
+    // A slave that dies unannounced takes its windows with it all the same; the master redials its successor.
+    Slave successor(box.runtime, box.logOf("android"));
+    std::string const orphan = launchAndroid(box, "com.example.orphan");
+    ASSERT_TRUE(box.journal.await("focus >" + orphan));
+    box.journal.clear();
+    ::kill(successor.process.pid, SIGKILL);
+    ASSERT_TRUE(box.journal.await("focus >" + master));
+    EXPECT_EQ(box.windows->windowCount(), 1u);
+}
+
+TEST(AndroidSlave, OneSlavePerNameTheURLPicksTheProgramKeysFollowTheFocusAStubbornOneIsKilledAndNoneOutlivesTheSlave)
+{
+    VelmoraTest::Sandbox sandbox;
+    fs::path const runtime = sandbox.root / "run";
+    fs::path const bin = sandbox.root / "bin";
+    fs::create_directories(runtime);
+    fs::create_directories(bin);
+    std::ofstream(bin / "droid-stubborn") << "#!/bin/sh\necho stubborn >> \"$VELMORA_TEST_APP_LOG\"\n"
+                                          << "export VELMORA_TEST_APP_ON_TERMINATE=ignore\nexec velmora-test-app\n";
+    fs::permissions(bin / "droid-stubborn", fs::perms::owner_all);
+    ScopedEnvironment directory("VELMORA_RUNTIME_DIR", runtime.string());
+    Slave slave(runtime, sandbox.root / "app.log", bin.string() + ":" + VELMORA_TEST_APP_DIR);
+
+    VelmoraTest::Journal heard;
+    RPCClient master(1);
+    master.setNotificationHandler([&](std::string const& name, Json::Value const& params) {
+        heard.add(name + " " + params["uid"].asString() + " " + params["newState"].asString());
+    });
+    master.connect("android0");
+    master.callOrThrow("RPC.subscribe", IRPC::parse(R"({"events":["*"]})"));
+    auto const launch = [&](std::string const& url, std::string const& token) {
+        Json::Value record = IRPC::parse(R"({"proxy":0,"applicationType":"ANDROID"})");
+        record["applicationURL"] = url;
+        record["authorizationToken"] = token;
+        return master.call("IWindowManager.launch", record);
+    };
+    auto const heardState = [&](std::string const& uid, std::string const& state) {
+        return heard.waitFor([&] { return heard.has("IApplicationManager::onStateChange " + uid + " " + state); });
+    };
+
+    // A second slave of the same name leaves the endpoint to the first one.
+    HostTest::ServerProcess second(VELMORA_ANDROID_SLAVE, {"--name", "android"},
+                                   {{"VELMORA_RUNTIME_DIR", runtime.string()}}, sandbox.root / "second.log");
+    EXPECT_EQ(second.stop(0), 1) << second.log();
+
+    EXPECT_EQ(master.call("IApplicationManager.terminate", IRPC::parse(R"({"uid":"7"})")).message, "invalid uid");
+    EXPECT_EQ(launch("droid-stubborn", "7").result, "7");
+    ASSERT_TRUE(heardState("7", "RUNNING"));
+    // A mirrored key goes to the application that the master focused, and to nobody once it has blurred.
+    Json::Value const key = IRPC::parse(R"({"proxy":0,"event":{"code":608,"pressed":true}})");
+    EXPECT_TRUE(master.call("IWindowManager.handleFocus", IRPC::parse(R"({"uid":"7","focus":true})")).ok);
+    EXPECT_TRUE(master.call("IWindowManager.dispatchEvent", key).ok);
+    EXPECT_TRUE(master.call("IWindowManager.handleFocus", IRPC::parse(R"({"uid":"7","focus":false})")).ok);
+    EXPECT_TRUE(master.call("IWindowManager.dispatchEvent", key).ok);
+    EXPECT_TRUE(master.call("IApplicationManager.terminate", IRPC::parse(R"({"uid":"7"})")).ok);
+    EXPECT_TRUE(heardState("7", "TERMINATED")); // it ignored the request: the slave ended it
+    EXPECT_EQ(readLines(sandbox.root / "app.log"),
+              (Lines{"stubborn", "registered 7", "focus 1", "event", "key 608 1", "focus 0", "terminate"}));
+
+    EXPECT_EQ(launch("file:///droid-stubborn", "8").result, "8"); // not a bare name: the default program
+    ASSERT_TRUE(heardState("8", "RUNNING"));
+    EXPECT_EQ(countOf(readLines(sandbox.root / "app.log"), "stubborn"), 1);
+    std::vector<pid_t> const running = slave.children();
+    ASSERT_EQ(running.size(), 1u);
+    FileDescriptor watch(static_cast<int>(::syscall(SYS_pidfd_open, running[0], 0)));
+    ::kill(slave.process.pid, SIGKILL);
+    pollfd ended{watch.get(), POLLIN, 0};
+    EXPECT_EQ(::poll(&ended, 1, 30000), 1); // the application died with its slave
+}
