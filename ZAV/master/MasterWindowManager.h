@@ -235,7 +235,7 @@ private:
     bool consumedInDemoMode(IWindowEvent::KeyEvent const& key);
     void routeEvent(Event* event);
     // Voice and Wi-Fi Direct helper: a web application at `url`, launched and waited for.
-    void launchPage(std::string const& url);
+    void launchPage(std::string const& url, std::string const& requester);
 };
 
 } // namespace Velmora
