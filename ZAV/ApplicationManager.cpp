@@ -166,6 +166,7 @@ void ApplicationManager::destroyAllApplications()
 {
     while (!applications.empty()) {
         std::string uid = applications.begin()->first;
+        journalStopping(uid);
         ApplicationManager::_destroyApplication(uid);
     }
 }
@@ -305,6 +306,11 @@ void ApplicationManager::_destroyApplication(std::string const& uid)
         runLoggingExceptions(MODULE, __LINE__, "_destroyApplication",
                              [&] { applicationFactory->destroyApplication(entry.getPid(), forceful); });
     applications.erase(found);
+}
+
+void ApplicationManager::journalStopping(std::string const& uid)
+{
+    journal({.uid = uid, .kind = LifecycleEntry::KIND_TERMINATE, .reason = "the server stops"});
 }
 
 void ApplicationManager::journal(LifecycleEntry entry)

@@ -214,6 +214,8 @@ protected:
     // Tells the lifecycle observer of a change, stamped with this manager's session.
     void journal(LifecycleEntry entry);
     virtual int journalSession() const { return -1; }
+    // The entry that says why `uid` ends with the manager.
+    void journalStopping(std::string const& uid);
 
     // The entry's lifecycle client, or Exception(ReturnInvalidParameter) logged for `operation`.
     ILifecycleManagement* lifecycleOf(std::string const& uid, char const* operation);

@@ -47,6 +47,7 @@ void WindowManager::uninit()
         return;
     while (!applications.empty()) {
         std::string const uid = applications.begin()->first;
+        journalStopping(uid);
         ApplicationManager::_destroyApplication(uid);
     }
 }
