@@ -7,6 +7,9 @@
 
 #include <json/json.h>
 
+#include <memory>
+#include <optional>
+
 namespace Velmora {
 
 namespace {

@@ -139,6 +139,12 @@ TEST(Journal, AnUnwritableFileCostsOnlyTheFileCopy)
     connectFollowing(client);
     std::string const uid = launchRunning(client, "still served");
     EXPECT_EQ("requested by IWindowManager.launch", entry(client, uid, "started")["reason"].asString());
+    BusTest::Output const recent = world.ctl("journal --since 1h --kind started");
+    EXPECT_EQ(0, recent.status);
+    EXPECT_NE(recent.text.find("  s0  started " + uid + " OTHER still served: requested by IWindowManager.launch"),
+              std::string::npos)
+        << recent.text;
+    EXPECT_EQ(2, world.ctl("journal --since yesterday").status);
     client.disconnect();
     EXPECT_EQ(0, server.stop(SIGTERM)) << server.log();
     std::string const log = server.log();
