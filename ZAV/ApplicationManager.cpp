@@ -297,14 +297,18 @@ void ApplicationManager::_destroyApplication(std::string const& uid)
     if (APPClient* client = entry.getAPPClient())
         runLoggingExceptions(MODULE, __LINE__, "_destroyApplication", [client] { delete client; });
     bool forceful = entry.getLastReportedState() == ILifecycleManagement::STATE_RUNAWAY;
-    journal({.uid = uid, .kind = LifecycleEntry::KIND_ENDED, .reason = entry.getLastReportedState(),
-             .cause = entry.getPid().empty() ? "served by another server"
-                      : forceful             ? "process " + entry.getPid() + " killed"
-                                             : "process " + entry.getPid() + " reaped"});
+    std::string cause = "served by another server";
     // An entry served by another server (a slave's window) has no process of ours to reap.
-    if (!entry.getPid().empty())
-        runLoggingExceptions(MODULE, __LINE__, "_destroyApplication",
-                             [&] { applicationFactory->destroyApplication(entry.getPid(), forceful); });
+    if (!entry.getPid().empty()) {
+        cause = "process " + entry.getPid() + (forceful ? " killed" : " reaped");
+        runLoggingExceptions(MODULE, __LINE__, "_destroyApplication", [&] {
+            std::string const end = applicationFactory->destroyApplication(entry.getPid(), forceful);
+            if (!end.empty())
+                cause += ": " + end;
+        });
+    }
+    journal({.uid = entry.getUid(), .kind = LifecycleEntry::KIND_ENDED, .reason = entry.getLastReportedState(),
+             .cause = cause});
     applications.erase(found);
 }
 

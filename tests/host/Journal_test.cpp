@@ -93,6 +93,7 @@ TEST(Journal, NamesWhyEachWindowWentAwayAndKeepsItOverARestart)
         EXPECT_EQ("first", eviction["name"].asString());
         EXPECT_NE(eviction["cause"].asString().find("for the launch of OTHER third"), std::string::npos) << eviction;
         EXPECT_EQ("TERMINATED", entry(client, evicted, "ended")["reason"].asString());
+        EXPECT_EQ("process " + evicted + " reaped: exit status 0", entry(client, evicted, "ended")["cause"].asString());
         ASSERT_TRUE(BusTest::waitFor([&] { return !(killed = startedFor(client, "third")).empty(); }));
         ASSERT_TRUE(BusTest::waitFor([&] { return !entry(client, killed, "focus").isNull(); })) << server.log();
         EXPECT_NE(entry(client, killed, "started")["reason"].asString().find("the put-off launch, after " + evicted),
@@ -111,6 +112,7 @@ TEST(Journal, NamesWhyEachWindowWentAwayAndKeepsItOverARestart)
         EXPECT_EQ("ignored a terminate request or could not be reached",
                   entry(client, killed, "runaway")["reason"].asString());
         EXPECT_EQ("RUNAWAY", entry(client, killed, "ended")["reason"].asString());
+        EXPECT_EQ("process " + killed + " killed: signal 9 (Killed)", entry(client, killed, "ended")["cause"].asString());
         client.disconnect();
         EXPECT_EQ(0, server.stop(SIGTERM)) << server.log();
     }
