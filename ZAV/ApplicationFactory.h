@@ -14,9 +14,10 @@ public:
     // The new process's id in decimal, or an empty string if it could not start.
     virtual std::string createApplication(std::string const& name, std::string const& hostname,
                                           std::string const& parameters) = 0;
-    // Returns when the process has been reaped; throws Exception(ReturnGenericFailure)
-    // when it cannot get that far.
-    virtual void destroyApplication(std::string const& pid, bool forceful) = 0;
+    // Returns when the process has been reaped, with how it ended ("exit
+    // status 0", "signal 9 (Killed)"; empty when not known); throws
+    // Exception(ReturnGenericFailure) when it cannot get that far.
+    virtual std::string destroyApplication(std::string const& pid, bool forceful) = 0;
 };
 
 } // namespace Velmora

@@ -8,6 +8,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 namespace Velmora {
 
@@ -165,6 +166,7 @@ void ApplicationManager::destroyAllApplications()
 {
     while (!applications.empty()) {
         std::string uid = applications.begin()->first;
+        journalStopping(uid);
         ApplicationManager::_destroyApplication(uid);
     }
 }
@@ -259,6 +261,7 @@ void ApplicationManager::_onApplicationListChange() {}
 
 std::string ApplicationManager::_createApplication(std::string const& name, std::string const& parameters)
 {
+    std::string const reason = std::exchange(startReason, std::string());
     // Parsed before the process exists: a bad token must not leave a child running untracked.
     Deserializer deserializer(parameters);
     IApplicationManager::LaunchParameters launchParameters(deserializer);
@@ -276,6 +279,10 @@ std::string ApplicationManager::_createApplication(std::string const& name, std:
     APPClient* client = APPClient::create(getClientType(), uid);
     applications[uid] = ApplicationMapEntry(uid, name, parameters, initialTimeoutDelay, client);
     applications[uid].setPid(processId);
+    std::string const& url = launchParameters.getApplicationURL();
+    journal({.uid = uid, .applicationType = launchParameters.getApplicationType(), .name = url.empty() ? name : url,
+             .kind = LifecycleEntry::KIND_STARTED, .reason = reason.empty() ? "started" : reason,
+             .cause = "pid " + processId + ", script " + name});
     client->addListener(static_cast<IApplication::IApplicationListener*>(this));
     client->init();
     return uid;
@@ -290,11 +297,33 @@ void ApplicationManager::_destroyApplication(std::string const& uid)
     if (APPClient* client = entry.getAPPClient())
         runLoggingExceptions(MODULE, __LINE__, "_destroyApplication", [client] { delete client; });
     bool forceful = entry.getLastReportedState() == ILifecycleManagement::STATE_RUNAWAY;
+    std::string cause = "served by another server";
     // An entry served by another server (a slave's window) has no process of ours to reap.
-    if (!entry.getPid().empty())
-        runLoggingExceptions(MODULE, __LINE__, "_destroyApplication",
-                             [&] { applicationFactory->destroyApplication(entry.getPid(), forceful); });
+    if (!entry.getPid().empty()) {
+        cause = "process " + entry.getPid() + (forceful ? " killed" : " reaped");
+        runLoggingExceptions(MODULE, __LINE__, "_destroyApplication", [&] {
+            std::string const end = applicationFactory->destroyApplication(entry.getPid(), forceful);
+            if (!end.empty())
+                cause += ": " + end;
+        });
+    }
+    journal({.uid = entry.getUid(), .kind = LifecycleEntry::KIND_ENDED, .reason = entry.getLastReportedState(),
+             .cause = cause});
     applications.erase(found);
+}
+
+void ApplicationManager::journalStopping(std::string const& uid)
+{
+    journal({.uid = uid, .kind = LifecycleEntry::KIND_TERMINATE, .reason = "the server stops"});
+}
+
+void ApplicationManager::journal(LifecycleEntry entry)
+{
+    LifecycleObserver* const observer = lifecycleObserver.load();
+    if (!observer)
+        return;
+    entry.session = journalSession();
+    observer->record(std::move(entry));
 }
 
 ILifecycleManagement* ApplicationManager::lifecycleOf(std::string const& uid, char const* operation)
@@ -329,6 +358,8 @@ void ApplicationManager::_terminate(std::string const& uid)
     ApplicationMapEntry* entry = _getApplicationEntry(uid);
     if (!entry)
         throwException(MODULE, __LINE__, "_terminate", ReturnInvalidParameter);
+    journal({.uid = uid, .kind = LifecycleEntry::KIND_TERMINATE, .reason = "terminate requested",
+             .cause = "IApplicationManager.terminate"});
     _terminate(entry);
 }
 
@@ -360,6 +391,8 @@ void ApplicationManager::_onStateChange(std::string const& uid, std::string cons
         return;
     bool lives = true;
     if (newState != entry->getLastReportedState()) {
+        journal({.uid = uid, .kind = LifecycleEntry::KIND_STATE, .reason = "reported",
+                 .cause = entry->getLastReportedState() + " -> " + newState});
         entry->setLastReportedState(newState);
         if (ILifecycleManagement::isApplicationTerminated(newState)) {
             _destroyApplication(uid);

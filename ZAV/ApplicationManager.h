@@ -16,8 +16,10 @@
 #include "interfaces/IApplicationManager.h"
 #include "frame/Mutex.h"
 #include "frame/ReturningCommand.h"
+#include "LifecycleObserver.h"
 #include "ZAVClient.h"
 
+#include <atomic>
 #include <map>
 #include <string>
 #include <vector>
@@ -47,6 +49,7 @@ public:
         APPClient* getAPPClient() const { return appClient; }
         ZAVClient* getZAVClient() const { return zavClient; }
         unsigned int getInitialTick() const { return initialTick; }
+        unsigned int getTimeoutDelay() const { return timeoutDelay; }
         std::string const& getLastReportedState() const { return lastReportedState; }
         bool getDeathMark() const { return deathMark; }
         std::string const& getPid() const { return pid; }
@@ -186,6 +189,9 @@ public:
     virtual Client::Type getClientType() = 0;
 
     unsigned int getInitialTimeoutDelay() const { return initialTimeoutDelay; }
+    // The journal that hears of every change, or null; not owned. Any thread:
+    // the owner unsets it (or deletes the manager) before deleting the observer.
+    void setLifecycleObserver(LifecycleObserver* observer) { lifecycleObserver.store(observer); }
     std::string const& getApplicationHostname() const { return applicationHostname; }
 
 protected:
@@ -205,6 +211,12 @@ protected:
     virtual void _onKeepAlive(std::string const& uid, std::string const& state);
     virtual void _onStateChange(std::string const& uid, std::string const& oldState, std::string const& newState);
 
+    // Tells the lifecycle observer of a change, stamped with this manager's session.
+    void journal(LifecycleEntry entry);
+    virtual int journalSession() const { return -1; }
+    // The entry that says why `uid` ends with the manager.
+    void journalStopping(std::string const& uid);
+
     // The entry's lifecycle client, or Exception(ReturnInvalidParameter) logged for `operation`.
     ILifecycleManagement* lifecycleOf(std::string const& uid, char const* operation);
 
@@ -217,9 +229,12 @@ protected:
     Mutex listenerMutex;
     std::vector<IApplicationManager::IApplicationManagerListener*> listeners;
     bool listenersChanged = false;
+    // Why the next _createApplication starts its program; set by the caller, manager's thread.
+    std::string startReason;
 
 private:
     void destroyAllApplications();
+    std::atomic<LifecycleObserver*> lifecycleObserver{nullptr};
 };
 
 } // namespace Velmora

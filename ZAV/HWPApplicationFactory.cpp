@@ -156,7 +156,18 @@ std::string HWPApplicationFactory::createApplication(std::string const& name, st
     return std::to_string(pid);
 }
 
-void HWPApplicationFactory::destroyApplication(std::string const& pidText, bool forceful)
+namespace {
+
+std::string endOf(int status)
+{
+    if (WIFSIGNALED(status))
+        return "signal " + std::to_string(WTERMSIG(status)) + " (" + ::strsignal(WTERMSIG(status)) + ")";
+    return "exit status " + std::to_string(WEXITSTATUS(status));
+}
+
+} // namespace
+
+std::string HWPApplicationFactory::destroyApplication(std::string const& pidText, bool forceful)
 {
     pid_t pid = 0;
     std::istringstream(pidText) >> pid;
@@ -166,13 +177,13 @@ void HWPApplicationFactory::destroyApplication(std::string const& pidText, bool 
         throwException(MODULE, __LINE__, "destroyApplication", ReturnGenericFailure);
     }
     pid_t result = -1;
+    int status = 0;
     unsigned int start = OS_GetTicks();
     for (;;) {
         if (result == pid)
-            return;
+            return endOf(status);
         if (forceful)
             kill(pid, SIGKILL);
-        int status;
         result = waitpid(pid, &status, WNOHANG);
         if (result < 0) {
             VLOG(DebugLevelError, "waitpid failed %s", strerror(errno));

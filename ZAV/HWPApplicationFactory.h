@@ -22,7 +22,7 @@ public:
 
     std::string createApplication(std::string const& name, std::string const& hostname,
                                   std::string const& parameters) override;
-    void destroyApplication(std::string const& pid, bool forceful) override;
+    std::string destroyApplication(std::string const& pid, bool forceful) override;
 
     unsigned int getTerminationTimeout() const { return terminationTimeout; }
 

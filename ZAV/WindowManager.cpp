@@ -47,6 +47,7 @@ void WindowManager::uninit()
         return;
     while (!applications.empty()) {
         std::string const uid = applications.begin()->first;
+        journalStopping(uid);
         ApplicationManager::_destroyApplication(uid);
     }
 }
@@ -87,7 +88,24 @@ VectorObject<std::string> WindowManager::getWindowList()
 
 std::string WindowManager::launch(LaunchParameters const& parameters)
 {
-    return await(*this, LaunchCommand(this, &WindowManager::_launch, parameters), "launch");
+    return launch(parameters, "IWindowManager.launch");
+}
+
+std::string WindowManager::launch(LaunchParameters const& parameters, std::string const& requester)
+{
+    return await(*this, LaunchCommand(this, &WindowManager::launchFor, parameters, requester), "launch");
+}
+
+std::string WindowManager::launchFor(LaunchParameters const& parameters, std::string const& requester)
+{
+    launchRequester = requester;
+    return _launch(parameters);
+}
+
+bool WindowManager::focusBecause(std::string const& why, std::string const& uid, bool notifyOld)
+{
+    focusReason = why;
+    return _setFocus(uid, notifyOld);
 }
 
 IWindowManager::LaunchParameters WindowManager::getLaunchParameters(std::string const& uid)
@@ -186,9 +204,9 @@ void WindowManager::queuePowerChangeRequest(unsigned int state)
 
 void WindowManager::queueStartUp() { queueCommand(new StartUpCommand(this, &WindowManager::_startup), true); }
 
-bool WindowManager::focusNotifyingOld(std::string const& uid) { return _setFocus(uid, true); }
+bool WindowManager::focusNotifyingOld(std::string const& uid) { return focusBecause("setFocus", uid, true); }
 
-void WindowManager::focusAfterAnimation(std::string const& uid) { _setFocus(uid, true); }
+void WindowManager::focusAfterAnimation(std::string const& uid) { focusBecause("animation finished", uid, true); }
 
 void WindowManager::announceLayout(std::string const&) { onLayoutChange(*this, LAYOUT_INVALID, LAYOUT_INVALID); }
 
@@ -272,6 +290,11 @@ void WindowManager::_garbageCollection()
         std::string const oldState = entry.getLastReportedState();
         VLOG(DebugLevelError, "_garbageCollection(): %s (%s) is silent past its delay, collected as runaway\n",
              uid.c_str(), oldState.c_str());
+        std::string const silence = "silent for over " + std::to_string(entry.getTimeoutDelay()) + " ms";
+        journal({.uid = uid, .kind = LifecycleEntry::KIND_RUNAWAY,
+                 .reason = entry.getDeathMark() ? "ignored a terminate request or could not be reached"
+                                                : "no state report after its launch",
+                 .cause = silence});
         _onStateChange(uid, oldState, ILifecycleManagement::STATE_RUNAWAY);
         // The table changed: go on from its second entry; the first waits for the next pass.
         it = applications.begin();

@@ -119,7 +119,7 @@ public:
     using GetOpacityCommand = Call<unsigned int, std::string>;
     using SetZOrderCommand = Call<void, std::string, unsigned int>;
     using GetZOrderCommand = Call<unsigned int, std::string>;
-    using LaunchCommand = Call<std::string, LaunchParameters>;
+    using LaunchCommand = Call<std::string, LaunchParameters, std::string>;
     using GetLaunchParametersCommand = Call<LaunchParameters, std::string>;
     using DispatchEventCommand = Call<void, EventCopy>;
     using GetFocusCommand = Call<std::string>;
@@ -146,7 +146,10 @@ public:
 
     unsigned int getSessionIndex() override { return sessionIndex; }
     VectorObject<std::string> getWindowList() override;
+    // Launched as requested by "IWindowManager.launch".
     std::string launch(LaunchParameters const& parameters) override;
+    // The same, with who asked for it, for the lifecycle journal ("voice", "Wi-Fi Direct", ...).
+    std::string launch(LaunchParameters const& parameters, std::string const& requester);
     LaunchParameters getLaunchParameters(std::string const& uid) override;
     void dispatchEvent(Event const& event) override;
     bool setFocus(std::string const& uid) override;
@@ -230,6 +233,11 @@ protected:
     virtual std::string _getWindowLayout();
     virtual LaunchParameters _getLaunchParameters(std::string const& uid);
     void _onApplicationListChange() override;
+    int journalSession() const override { return static_cast<int>(sessionIndex); }
+    // _launch, with who asked for it kept in launchRequester for the journal.
+    std::string launchFor(LaunchParameters const& parameters, std::string const& requester);
+    // _setFocus, with why kept in focusReason for the journal.
+    bool focusBecause(std::string const& why, std::string const& uid, bool notifyOld);
 
     // The notices of the platform, queued to the manager's thread: the
     // start-up of the session, a finished animation (focuses its window),
@@ -245,6 +253,10 @@ protected:
     std::string focusedUid;
     std::vector<IWindowManager::IWindowManagerListener*> windowListeners;
     bool windowListenersChanged = false;
+    // Who asked for the launch and why the focus moves: read by _launch and
+    // _setFocus for the journal; manager's thread.
+    std::string launchRequester;
+    std::string focusReason;
 
 private:
     // The operations behind the commands whose call differs from their name.

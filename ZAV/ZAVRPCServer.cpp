@@ -1,5 +1,6 @@
 #include "ZAVRPCServer.h"
 
+#include "LifecycleJournal.h"
 #include "ServiceManager.h"
 #include "WindowManager.h"
 #include "frame/DebugPrint.h"
@@ -103,6 +104,8 @@ ZAVRPCServer::~ZAVRPCServer()
     // Before the transport goes: no manager may be inside a listener call
     // into this object once its RPCServer part is being destroyed.
     unsubscribe();
+    if (journal)
+        journal->setSubscriber({});
     shutdown();
 }
 

@@ -15,7 +15,8 @@
 //
 // The server's face to other processes: the remote methods of the managers,
 // one table per interface (IPortMapper, IApplicationManager, IWindowManager,
-// IServiceManager, ISettingsDB, IPackageManager, IPackageInstaller), and the
+// IServiceManager, ISettingsDB, IPackageManager, IPackageInstaller, and
+// ILifecycleJournal when the host gives a journal), and the
 // listener operations that turn manager changes into notifications. It keeps
 // no state beyond the constant tables. Each handler reads its parameters,
 // picks the manager (a window manager by session index "proxy" or by the
@@ -43,6 +44,7 @@ namespace Velmora {
 
 class ApplicationManager;
 class Deserializer;
+class LifecycleJournal;
 
 class ZAVRPCServer : public ZAVServer, public RPCServer {
 public:
@@ -58,6 +60,10 @@ public:
     // "127.0.0.1:<port>" (0: any free port) to serve WebSocket and HTTP POST
     // beside the Unix endpoint; call before init().
     void setWebAddress(std::string const& address);
+    // Offers ILifecycleJournal and sends its new entries as
+    // "ILifecycleJournal::onEntry"; before init(). Not owned: the journal
+    // outlives the server, which leaves it in its destructor.
+    void setJournal(LifecycleJournal* journal);
 
     // Listener operations: those that become notifications, and the rest,
     // which do nothing.
@@ -129,6 +135,7 @@ public:
     virtual std::string registerService(Request const& request);
     virtual std::string lookupService(Request const& request);
     virtual std::string notify(Request const& request);
+    virtual std::string queryJournal(Request const& request);
 
 private:
     using Body = std::function<std::string(Deserializer& parameters)>;
@@ -163,6 +170,8 @@ private:
     MethodTable settingsDBMethods;
     MethodTable packageManagerMethods;
     MethodTable packageInstallerMethods;
+    MethodTable journalMethods;
+    LifecycleJournal* journal = nullptr;
     std::string webAddress;
 };
 

@@ -10,7 +10,8 @@ add_library(velmora_server SHARED
   ${CMAKE_CURRENT_LIST_DIR}/ZAVRPCServerPackages.cpp
   ${CMAKE_CURRENT_LIST_DIR}/ZAVRPCServerPackageInstaller.cpp
   ${CMAKE_CURRENT_LIST_DIR}/ZAVRPCServerPortMapper.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/ZAVRPCServerNotifications.cpp)
+  ${CMAKE_CURRENT_LIST_DIR}/ZAVRPCServerNotifications.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/ZAVRPCServerJournal.cpp)
 target_include_directories(velmora_server PUBLIC ${CMAKE_CURRENT_LIST_DIR})
 target_link_libraries(velmora_server PUBLIC
-  velmora_windows velmora_services velmora_settings velmora_packages velmora_auth velmora_zav)
+  velmora_windows velmora_services velmora_settings velmora_packages velmora_auth velmora_journal velmora_zav)

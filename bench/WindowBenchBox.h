@@ -10,6 +10,7 @@
 #include "AuthorizationFixture.h"
 #include "frame/FunctionCommand.h"
 #include "HWPApplicationFactory.h"
+#include "LifecycleObserver.h"
 #include "MasterWindowManager.h"
 #include "NullWindowManagerListener.h"
 #include "rpc/RPCClient.h"
@@ -98,6 +99,15 @@ public:
         windows->getWindowList(); // queued behind the end of the window
         return seconds;
     }
+
+    // Has the window manager tell `observer` of every change (null: nobody),
+    // and returns once no call into the one before is in progress.
+    void observeWith(LifecycleObserver* observer)
+    {
+        windows->setLifecycleObserver(observer);
+        windows->getWindowList(); // a round trip through the manager's thread
+    }
+    std::filesystem::path journalPath() const { return sandbox.root / "usr/local/var/velmora/journal"; }
 
     std::string const program = VELMORA_TEST_APP;
 

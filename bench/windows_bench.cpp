@@ -10,10 +10,14 @@
 //                                 launch and terminate cycles
 //   launch_cycles_rss_growth_kib  the resident memory after 2,000 cycles, less
 //                                 that after the first 100
+//   journal_launch_overhead_ratio launch to focus with the lifecycle journal
+//                                 (ring, file and writer thread) against
+//                                 launch_to_focus without it
 // The last two are measured once per run (their own benchmark time carries
 // the figure). Run pinned to one core (taskset -c 0), the ratio is the
 // _1core figure.
 #include "FigureReporter.h"
+#include "LifecycleJournal.h"
 #include "WindowBenchBox.h"
 #include "rpc/RuntimeDirectory.h"
 
@@ -76,6 +80,18 @@ void BM_LaunchToFocus(benchmark::State& state)
 }
 BENCHMARK(BM_LaunchToFocus)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(20);
 
+void BM_LaunchToFocusJournalled(benchmark::State& state)
+{
+    BenchBox& box = BenchBox::get();
+    LifecycleJournal journal(box.journalPath().string());
+    journal.start();
+    box.observeWith(&journal);
+    for (auto _ : state)
+        state.SetIterationTime(box.cycle());
+    box.observeWith(nullptr);
+}
+BENCHMARK(BM_LaunchToFocusJournalled)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(20);
+
 void BM_ForkExecFirstMessage(benchmark::State& state)
 {
     BenchBox& box = BenchBox::get();
@@ -130,6 +146,8 @@ int main(int argc, char** argv)
         argc, argv,
         {{"launch_to_focus_ratio", "BM_LaunchToFocus/iterations:20/manual_time",
           "BM_ForkExecFirstMessage/iterations:20/manual_time"},
+         {"journal_launch_overhead_ratio", "BM_LaunchToFocusJournalled/iterations:20/manual_time",
+          "BM_LaunchToFocus/iterations:20/manual_time"},
          {"launch_to_focus_p99_ms", "BM_LaunchToFocusP99/iterations:1/repeats:1/manual_time", "", 1e-6},
          {"launch_cycles_rss_growth_kib", "BM_LaunchCyclesRss/iterations:1/repeats:1/manual_time", "", 1.0}});
     BenchBox::release();

@@ -11,6 +11,7 @@
 // bad usage.
 #include "AuthorizationAttributesManager.h"
 #include "HWPApplicationFactory.h"
+#include "LifecycleJournal.h"
 #include "ManagerWatchdog.h"
 #include "MasterPackageInstaller.h"
 #include "MasterPackageManager.h"
@@ -66,6 +67,7 @@ struct Options {
     std::string rpmMacros;
     std::string rpmDbRoot;
     int logLevel = -1;
+    std::string journal = LifecycleJournal::DEFAULT_PATH; // empty: no journal at all
     std::vector<std::string> managerOptions; // the "--velmora:" words, in order
 };
 
@@ -111,6 +113,8 @@ std::optional<int> parse(int argc, char** argv, Options& options)
     app.add_option("--rpm-rc", options.rpmRc, "RPM rc file (empty: the library's default)");
     app.add_option("--rpm-macros", options.rpmMacros, "RPM macro file (empty: the library's default)");
     app.add_option("--rpm-db-root", options.rpmDbRoot, "RPM database root (empty: the sysroot)");
+    app.add_option("--journal", options.journal, "Lifecycle journal file under the sysroot (empty: no journal)")
+        ->capture_default_str();
     app.add_option("--log-level", options.logLevel, "Highest log level shown: 1 errors ... 9 traces (VELMORA_DEBUG)")
         ->check(CLI::Range(0, 9));
     try {
@@ -204,6 +208,10 @@ public:
     {
         int const argc = static_cast<int>(argv.size());
         char** const args = const_cast<char**>(argv.data());
+        if (!options.journal.empty()) {
+            journal = std::make_unique<LifecycleJournal>(SysRoot::path(options.journal));
+            journal->start();
+        }
         portMapper = std::make_unique<PortMapper>();
         stateManager = std::make_unique<StateManager>();
         if (options.stub) {
@@ -222,6 +230,12 @@ public:
         for (unsigned int session = 0; session < options.sessions; ++session) {
             windowManagers.push_back(std::make_unique<MasterWindowManager>(session, &factory, argc, args));
             serviceManager->addListener(windowManagers.back().get());
+            windowManagers.back()->setLifecycleObserver(journal.get());
+        }
+        if (journal) {
+            serviceManager->setLifecycleObserver(journal.get());
+            serviceManager->addListener(journal.get());
+            packageInstaller->addListener(journal.get());
         }
         authorization = AuthorizationAttributesManager::getInstance();
         if (!authorization->initialize(SysRoot::path(options.issuerCertificate), SysRoot::path(options.issuerKey),
@@ -244,6 +258,8 @@ public:
                                                    packageManager.get(), packageInstaller.get(), settingsDB,
                                                    options.endpoint);
         rpcServer->setWebAddress("127.0.0.1:" + std::to_string(options.port));
+        if (journal)
+            rpcServer->setJournal(journal.get());
         rpcServer->init();
     }
 
@@ -299,6 +315,8 @@ private:
     }
 
     HWPApplicationFactory factory;
+    // First built and last gone: every manager tells it until its end.
+    std::unique_ptr<LifecycleJournal> journal;
     std::unique_ptr<PortMapper> portMapper;
     std::unique_ptr<StateManager> stateManager;
     std::unique_ptr<RPMPackager> packager;

@@ -151,6 +151,7 @@ bool MasterServiceManager::advanceTree(VectorObject<StringObject> const& tree)
         auto const found = std::find_if(applications.begin(), applications.end(),
                                         [&](auto const& row) { return row.second.getName() == name; });
         if (found == applications.end()) {
+            startReason = "boot sequence";
             _createApplication(name, std::to_string(sessionCount));
             return true;
         }
@@ -253,6 +254,7 @@ void MasterServiceManager::serviceDown(KnownService service)
         if (webClient)
             for (char const* facility : MEDIA_FACILITIES)
                 withdraw(facility);
+        startReason = "service restarted: the media engine ended";
         _createApplication(MEDIA_ENGINE_EXECUTABLE, std::string());
         break;
     case KnownService::Network:

@@ -42,6 +42,9 @@
 // - Miracast: a peer whose address is not a dotted IPv4 address, or whose
 //   RTSP port is 0 or above 65535, is refused with a log line; no player
 //   could reach it.
+// - The lifecycle observer (the journal) hears who asked for each launch
+//   (launchRequester), which window a put-off launch waits for, which launch
+//   evicted a window, and why the focus moved (focusReason); it decides nothing.
 //
 // Threads: the owner calls uninit() before deleting the manager. Public
 // operations and listener calls from any thread, as in
@@ -235,7 +238,7 @@ private:
     bool consumedInDemoMode(IWindowEvent::KeyEvent const& key);
     void routeEvent(Event* event);
     // Voice and Wi-Fi Direct helper: a web application at `url`, launched and waited for.
-    void launchPage(std::string const& url);
+    void launchPage(std::string const& url, std::string const& requester);
 };
 
 } // namespace Velmora

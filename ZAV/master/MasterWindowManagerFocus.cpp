@@ -50,7 +50,7 @@ void MasterWindowManager::_createMaster()
     std::string const url = options.getApplicationURL() + "?sessionIndex=" + std::to_string(sessionIndex);
     LaunchParameters const master(std::string(), options.getApplicationType(), url,
                                   options.getApplicationParameters(), options.getCompositingParameters(), true, false);
-    masterUid = _launch(master);
+    masterUid = launchFor(master, "the master window's start-up");
     VLOG(DebugLevelInfo, "_createMaster(): master window of session %u is %s\n", sessionIndex, masterUid.c_str());
 }
 
@@ -71,6 +71,12 @@ bool MasterWindowManager::_setFocus(std::string const& uid, bool notifyOld)
     } else {
         focusedUid.clear();
     }
+    if (oldFocus != focusedUid || (!took && !target.empty()))
+        journal({.uid = focusedUid.empty() ? oldFocus : focusedUid, .kind = LifecycleEntry::KIND_FOCUS,
+                 .reason = focusReason.empty() ? "focus requested" : focusReason,
+                 .cause = "from \"" + oldFocus + "\" to \"" + focusedUid + "\"" +
+                          (took || target.empty() ? "" : "; " + target + " unreachable")});
+    focusReason.clear();
     onFocusChange(*this, oldFocus, focusedUid);
     return took;
 }
@@ -80,11 +86,11 @@ void MasterWindowManager::_autoFocus(bool notifyOld)
     for (auto const& [uid, entry] : applications) {
         if (uid != masterUid && entry.getLastReportedState() == ILifecycleManagement::STATE_RUNNING &&
             !entry.getDeathMark()) {
-            _setFocus(uid, notifyOld);
+            focusBecause("master window hidden: the first running window", uid, notifyOld);
             return;
         }
     }
-    _setFocus(std::string(), notifyOld);
+    focusBecause("master window hidden: no running window", std::string(), notifyOld);
 }
 
 void MasterWindowManager::showMaster(bool visible)
@@ -104,7 +110,7 @@ void MasterWindowManager::_toggleMasterWindow()
     if (!_getApplicationEntry(masterUid))
         return;
     if (focusedUid != masterUid || applications.size() == 1) {
-        _setFocus(masterUid, true);
+        focusBecause("master window toggled", masterUid, true);
         showMaster(true);
         sendSyntheticKey(); // tells the master window it came up
         return;
@@ -127,13 +133,13 @@ void MasterWindowManager::_onStateChange(std::string const& uid, std::string con
             if (deserialize<LaunchParameters>(entry->getParameters()).getGiveFocus()) {
                 if (id != masterUid)
                     showMaster(false);
-                _setFocus(id, true);
+                focusBecause("window reported RUNNING and asked for focus", id, true);
             }
             if (ApplicationMapEntry* shown = _getApplicationEntry(id))
                 reachWindow(*shown, "_onStateChange", [&] { compositingOf(*shown).setVisibility(id, true); });
         } else if (terminated) {
             if (focusedUid == id)
-                _setFocus(std::string(), false); // the window is gone: no blur is sent
+                focusBecause("focused window ended (" + state + ")", std::string(), false); // gone: no blur
             if (masterUid == id)
                 masterUid.clear();
         }
@@ -145,7 +151,7 @@ void MasterWindowManager::_onStateChange(std::string const& uid, std::string con
         // Popped after the launch: a launch that finds the table full again
         // replaces the queue's content, and the pop then drops the replacement.
         LaunchParameters const waiting = pendingLaunches.front();
-        _launch(waiting);
+        launchFor(waiting, "the put-off launch, after " + id + " ended");
         pendingLaunches.pop();
     } else if (!applications.empty()) {
         _toggleMasterWindow();

@@ -204,7 +204,12 @@ void MasterWindowManager::_handlePowerKey(KeyEvent::Code code)
     }
 }
 
-void MasterWindowManager::_powerStateChange(unsigned int state) { powerState = state; }
+void MasterWindowManager::_powerStateChange(unsigned int state)
+{
+    journal({.kind = LifecycleEntry::KIND_POWER, .reason = "the power manager reported",
+             .cause = std::to_string(powerState) + " -> " + std::to_string(state)});
+    powerState = state;
+}
 
 void MasterWindowManager::_powerChangeRequest(unsigned int)
 {

@@ -108,26 +108,41 @@ ApplicationManager::ApplicationMapEntry* MasterWindowManager::_getOldestApplicat
 std::string MasterWindowManager::_launch(LaunchParameters const& parameters)
 {
     LaunchParameters const effective = _overrideLaunchParams(parameters);
+    std::string const requester = launchRequester.empty() ? "IWindowManager.launch" : launchRequester;
+    launchRequester.clear();
+    std::string const& type = effective.getApplicationType();
+    std::string const& url = effective.getApplicationURL();
     std::string uid;
     bool putOff = false;
     ApplicationMapEntry* oldest = _getOldestApplicationEntry();
     if (oldest && applications.size() >= maxApplications) {
         VLOG(DebugLevelInfo, "_launch(): %zu windows, the limit: %s is asked to end and the launch of %s waits\n",
-             applications.size(), oldest->getUid().c_str(), effective.getApplicationURL().c_str());
+             applications.size(), oldest->getUid().c_str(), url.c_str());
+        journal({.applicationType = type, .name = url, .kind = LifecycleEntry::KIND_PUT_OFF,
+                 .reason = "requested by " + requester + "; " + std::to_string(maxApplications) + " windows open",
+                 .cause = "waiting for " + oldest->getUid() + " to end"});
+        journal({.uid = oldest->getUid(), .kind = LifecycleEntry::KIND_EVICTED, .reason = "oldest window at the limit",
+                 .cause = "for the launch of " + type + " " + url + " requested by " + requester});
         pendingLaunches = {};
         pendingLaunches.push(effective);
         runLoggingExceptions(MODULE, __LINE__, "_launch", [this, oldest] { ApplicationManager::_terminate(oldest); });
         putOff = true;
     } else if (goesToSlave(effective)) {
         uid = launchOnSlave(effective);
+        if (!uid.empty())
+            journal({.uid = uid, .applicationType = type, .name = url, .kind = LifecycleEntry::KIND_STARTED,
+                     .reason = "requested by " + requester, .cause = "on the slave " + slaveClient->getServerUid()});
     } else {
         std::string const name = getExecutableName(effective);
-        if (!name.empty())
+        if (!name.empty()) {
+            startReason = "requested by " + requester;
             uid = _createApplication(name, effective.serialize());
+        }
     }
     if (!putOff && uid.empty()) {
-        VLOG(DebugLevelError, "_launch(): %s %s could not be started\n", effective.getApplicationType().c_str(),
-             effective.getApplicationURL().c_str());
+        VLOG(DebugLevelError, "_launch(): %s %s could not be started\n", type.c_str(), url.c_str());
+        journal({.applicationType = type, .name = url, .kind = LifecycleEntry::KIND_LAUNCH_FAILED,
+                 .reason = "requested by " + requester, .cause = "no launch script for the type, or it did not start"});
         onError(std::string(), effective.getApplicationType() + " not supported by Velmora build");
         IWindowEvent::KeyEvent key(IWindowEvent::KeyEvent::KEY_SYNTHETIC, true);
         _dispatchEvent(&key);
@@ -135,7 +150,7 @@ std::string MasterWindowManager::_launch(LaunchParameters const& parameters)
     }
     // Until the new window runs, keys reach no one.
     if (!keepMasterFocus && focusedUid == masterUid)
-        _setFocus(std::string(), true);
+        focusBecause("a launch is under way", std::string(), true);
     return uid;
 }
 
@@ -171,8 +186,11 @@ void MasterWindowManager::_terminate(std::string const& uid)
     }
     for (auto& window : applications) {
         ApplicationMapEntry* entry = &window.second;
-        if (window.first != masterUid)
-            runLoggingExceptions(MODULE, __LINE__, "_terminate", [this, entry] { ApplicationManager::_terminate(entry); });
+        if (window.first == masterUid)
+            continue;
+        journal({.uid = window.first, .kind = LifecycleEntry::KIND_TERMINATE, .reason = "terminate requested",
+                 .cause = "IApplicationManager.terminate of \"singleton\": every window but the master"});
+        runLoggingExceptions(MODULE, __LINE__, "_terminate", [this, entry] { ApplicationManager::_terminate(entry); });
     }
 }
 

@@ -42,7 +42,7 @@ int MasterWindowManager::_requestRender(IRenderer::NotifyEvent event, std::strin
             return 0;
     }
     VLOG(DebugLevelError, "Launch %s\n", renderUri.c_str());
-    _launch(LaunchParameters("0", text, renderUri, "", {}, true, false));
+    launchFor(LaunchParameters("0", text, renderUri, "", {}, true, false), "renderer");
     return 0;
 }
 

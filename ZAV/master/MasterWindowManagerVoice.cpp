@@ -61,9 +61,9 @@ std::string MasterWindowManager::voicePage(std::string const& transcript)
     return DIALOG_PAGE;
 }
 
-void MasterWindowManager::launchPage(std::string const& url)
+void MasterWindowManager::launchPage(std::string const& url, std::string const& requester)
 {
-    launch(LaunchParameters("0", APPLICATION_TYPE_WEBAPP, url, "", {}, true, false));
+    launch(LaunchParameters("0", APPLICATION_TYPE_WEBAPP, url, "", {}, true, false), requester);
 }
 
 void MasterWindowManager::onHidVoiceRecDone(std::string const& transcript)
@@ -74,7 +74,7 @@ void MasterWindowManager::onHidVoiceRecDone(std::string const& transcript)
     }
     std::string const page = voicePage(transcript);
     if (!page.empty())
-        launchPage(page);
+        launchPage(page, "voice");
 }
 
 } // namespace Velmora

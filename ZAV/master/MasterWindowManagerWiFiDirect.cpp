@@ -31,7 +31,7 @@ bool reachable(IWireless::WiFiDirectPeerInfo const& peer)
 void MasterWindowManager::onWiFiDirectConnect(WiFiDirectPeerInfo const& peer)
 {
     if (std::getenv("MSFT_DEMO")) {
-        launchPage(MEDIA_PAGE);
+        launchPage(MEDIA_PAGE, "Wi-Fi Direct");
         return;
     }
     IWireless::MiraCastSettings const& miraCast = peer.getMiraCastSettings();
@@ -44,7 +44,7 @@ void MasterWindowManager::onWiFiDirectConnect(WiFiDirectPeerInfo const& peer)
     }
     std::string const parameters =
         "-w rtsp://" + peer.getIpAddress() + ":" + std::to_string(miraCast.getRtspPort()) + " -t -b 2";
-    launch(LaunchParameters("0", APPLICATION_TYPE_WFDPLAYER, "", parameters, {}, true, false));
+    launch(LaunchParameters("0", APPLICATION_TYPE_WFDPLAYER, "", parameters, {}, true, false), "Wi-Fi Direct");
 }
 
 void MasterWindowManager::onAttachDone(std::string const& result, BTDeviceInfo const& device)

@@ -30,12 +30,13 @@ public:
             return "";
         return std::to_string(nextPid++);
     }
-    void destroyApplication(std::string const& pid, bool forceful) override
+    std::string destroyApplication(std::string const& pid, bool forceful) override
     {
         std::lock_guard lock(mutex);
         destroyed.emplace_back(pid, forceful);
         if (failDestroy)
             throw Exception(ReturnGenericFailure);
+        return std::string();
     }
     std::mutex mutex;
     int nextPid = 1000;

@@ -38,10 +38,11 @@ public:
         names[pid] = name;
         return pid;
     }
-    void destroyApplication(std::string const& pid, bool) override
+    std::string destroyApplication(std::string const& pid, bool) override
     {
         std::lock_guard lock(mutex);
         destroyed.push_back(pid);
+        return std::string();
     }
     std::vector<std::string> startedNames()
     {

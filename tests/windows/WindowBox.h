@@ -168,7 +168,7 @@ private:
 // The factory then reaps it at its first look.
 class PatientFactory : public Velmora::HWPApplicationFactory {
 public:
-    void destroyApplication(std::string const& pid, bool forceful) override
+    std::string destroyApplication(std::string const& pid, bool forceful) override
     {
         pid_t const process = static_cast<pid_t>(std::stol(pid));
         if (forceful || !ended(process, 200))
@@ -176,7 +176,7 @@ public:
         siginfo_t info{};
         while (::waitid(P_PID, static_cast<id_t>(process), &info, WEXITED | WNOWAIT) < 0 && errno == EINTR)
             ;
-        HWPApplicationFactory::destroyApplication(pid, forceful);
+        return HWPApplicationFactory::destroyApplication(pid, forceful);
     }
 
 private:

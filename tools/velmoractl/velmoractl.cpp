@@ -1,7 +1,7 @@
 // velmoractl: drives a running server from the shell. One subcommand per
 // remote method (launch, windows, focus, state, terminate, params, services,
 // packages, package, install, remove, notify), `call` for any method, `watch`
-// to follow notifications, and `key` to press a remote-control key through the
+// to follow notifications, `journal` for the box's lifecycle history, and `key` to press a remote-control key through the
 // input FIFO that the server reads. `velmoractl <subcommand> --help` tells each.
 //
 // Output is readable (strings bare, lists one item a line, null as "ok") or,
@@ -22,6 +22,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <functional>
 #include <mutex>
 #include <optional>
@@ -142,10 +143,22 @@ public:
         return found;
     }
 
+    // The next notification not yet taken, in the order received; nothing
+    // once the connection has ended and every one was taken.
+    std::optional<std::pair<std::string, Json::Value>> next()
+    {
+        std::unique_lock lock(mutex);
+        changed.wait(lock, [&] { return taken < received.size() || closed; });
+        if (taken == received.size())
+            return std::nullopt;
+        return received[taken++];
+    }
+
 private:
     std::mutex mutex;
     std::condition_variable changed;
     std::vector<std::pair<std::string, Json::Value>> received;
+    std::size_t taken = 0;
     bool closed = false;
 };
 
@@ -222,6 +235,100 @@ int packageRequest(RPCClient& client, Events& events, Options const& options, st
         std::fprintf(stderr, "velmoractl: %s failed: %s (%d)\n", action.c_str(),
                      Exception(static_cast<ReturnCode>(result)).what(), result);
     return result == 0 ? 0 : CALL_FAILED;
+}
+
+// What `journal` asks for: the query's filters and whether to follow new entries.
+struct JournalRequest {
+    Json::Value query{Json::objectValue};
+    bool follow = false;
+};
+
+// Milliseconds since the epoch for TIME: "30s", "15m", "2h", "1d" ago, seconds
+// since the epoch, or a local "YYYY-MM-DD HH:MM[:SS]" (a "T" may replace the blank).
+std::int64_t journalTime(std::string const& text)
+{
+    char* end = nullptr;
+    long long const number = std::strtoll(text.c_str(), &end, 10);
+    std::int64_t const nowMs = static_cast<std::int64_t>(std::time(nullptr)) * 1000;
+    if (end != text.c_str() && *end == '\0')
+        return number * 1000;
+    if (end != text.c_str() && end[1] == '\0') {
+        for (auto [unit, ms] : {std::pair{'s', 1000LL}, {'m', 60000LL}, {'h', 3600000LL}, {'d', 86400000LL}})
+            if (*end == unit)
+                return nowMs - number * ms;
+    }
+    std::string normal = text;
+    std::replace(normal.begin(), normal.end(), 'T', ' ');
+    std::tm local{};
+    local.tm_isdst = -1;
+    for (char const* format : {"%Y-%m-%d %H:%M:%S", "%Y-%m-%d %H:%M"}) {
+        char const* rest = ::strptime(normal.c_str(), format, &local);
+        if (rest && *rest == '\0')
+            return static_cast<std::int64_t>(std::mktime(&local)) * 1000;
+    }
+    throw UsageError{"--since: \"" + text + "\" is neither 30s/15m/2h/1d, seconds since the epoch, nor YYYY-MM-DD HH:MM[:SS]"};
+}
+
+// One entry a line: local time, session, kind, uid and name, then why.
+std::string journalLine(Json::Value const& entry)
+{
+    std::time_t const seconds = static_cast<std::time_t>(entry["wallClockMs"].asInt64() / 1000);
+    std::tm local{};
+    ::localtime_r(&seconds, &local);
+    char when[32];
+    std::strftime(when, sizeof when, "%Y-%m-%d %H:%M:%S", &local);
+    std::string text = std::string(when) + "." + std::to_string(1000 + entry["wallClockMs"].asInt64() % 1000).substr(1);
+    int const session = entry["session"].asInt();
+    text += session < 0 ? "  box " : "  s" + std::to_string(session) + "  ";
+    text += entry["kind"].asString();
+    for (char const* key : {"uid", "applicationType", "name"})
+        if (!entry[key].asString().empty())
+            text += " " + entry[key].asString();
+    text += ": " + entry["reason"].asString();
+    if (!entry["cause"].asString().empty())
+        text += " (" + entry["cause"].asString() + ")";
+    return text;
+}
+
+void printJournalEntry(Options const& options, Json::Value const& entry)
+{
+    std::printf("%s\n", options.json ? IRPC::write(entry).c_str() : journalLine(entry).c_str());
+    std::fflush(stdout);
+}
+
+// Prints the entries that match; with `follow`, then every new matching one
+// until the server goes (1) or the tool is interrupted.
+int journal(RPCClient& client, Events& events, Options const& options, JournalRequest const& request)
+{
+    if (request.follow) {
+        Json::Value subscription;
+        subscription["events"].append("ILifecycleJournal::onEntry");
+        client.callOrThrow("RPC.subscribe", subscription);
+    }
+    RPCConnection::Reply const reply = client.call("ILifecycleJournal.query", request.query);
+    if (!reply.ok)
+        return report(options, "ILifecycleJournal.query", reply);
+    std::uint64_t last = 0;
+    for (Json::Value const& entry : reply.result) {
+        printJournalEntry(options, entry);
+        last = entry["sequence"].asUInt64();
+    }
+    if (!request.follow)
+        return 0;
+    Json::Value const& query = request.query;
+    auto const matches = [&](Json::Value const& entry) {
+        for (char const* key : {"uid", "kind", "session"})
+            if (query.isMember(key) && entry[key] != query[key])
+                return false;
+        return entry["sequence"].asUInt64() > last;
+    };
+    while (auto const notification = events.next()) {
+        if (notification->first != "ILifecycleJournal::onEntry" || !matches(notification->second))
+            continue;
+        printJournalEntry(options, notification->second);
+        last = notification->second["sequence"].asUInt64();
+    }
+    return CALL_FAILED;
 }
 
 // The input FIFO of `session`: the first entry of VELMORA_INPUT_DEVICES
@@ -417,6 +524,34 @@ int main(int argc, char** argv)
     call->final_callback([&] {
         if (!eventParams.empty())
             params = parseJson(eventParams, "the parameters");
+    });
+
+    JournalRequest journalRequest;
+    std::string since, kind;
+    int journalSession = -1;
+    unsigned int limit = 0;
+    CLI::App* journalCommand = app.add_subcommand(
+        "journal", "Print the lifecycle journal, one entry a line: why each application started and went away");
+    journalCommand->add_flag("--follow,-f", journalRequest.follow, "Then print new entries as they come");
+    journalCommand->add_option("--uid", uid, "Only this application's or service's entries");
+    journalCommand->add_option("--since", since, "Only entries since TIME: 30s, 15m, 2h, 1d ago, epoch seconds or "
+                                                 "YYYY-MM-DD HH:MM[:SS]");
+    journalCommand->add_option("--kind", kind, "Only entries of this kind (started, evicted, ended, ...)");
+    journalCommand->add_option("--session", journalSession, "Only this display session's entries");
+    journalCommand->add_option("--limit", limit, "Only the newest N entries");
+    journalCommand->callback([&] {
+        Json::Value& query = journalRequest.query;
+        if (!uid.empty())
+            query["uid"] = uid;
+        if (!kind.empty())
+            query["kind"] = kind;
+        if (journalCommand->count("--session"))
+            query["session"] = journalSession;
+        if (!since.empty())
+            query["since"] = Json::Int64(journalTime(since));
+        if (limit)
+            query["limit"] = limit;
+        action = [&](RPCClient& client, Events& events) { return journal(client, events, options, journalRequest); };
     });
 
     CLI::App* key = app.add_subcommand("key", "Press remote-control keys by name: " + keyList());
