@@ -1,15 +1,16 @@
 // The home screen: lists the installed applications from the package
 // catalogue, moves a focus ring with the remote's arrows, launches with OK (or
-// a digit), and shows what runs, what has the focus and the latest
-// notifications of the box.
+// a digit), and shows what runs, what has the focus, the latest
+// notifications of the box and its recent history from the lifecycle journal.
 import { joinBox } from '../lib/box-page.mjs';
 
 const COLUMNS = 4;
 const EVENTS_SHOWN = 4;
+const HISTORY_SHOWN = 5;
 const TINTS = { WEBAPP: '#ffb547', WEBPAGE: '#7cc4ff', WEBGLAPP: '#c58bff', OTHER: '#5fe0a0', ANDROID: '#9be15d' };
 const EVENTS = [
   'IWindowManager::onFocusChange', 'IWindowManager::onWindowListChange', 'IApplicationManager::onStateChange',
-  'IApplicationManager::onError', 'IPackageInstaller::onRequestEnd',
+  'IApplicationManager::onError', 'IPackageInstaller::onRequestEnd', 'ILifecycleJournal::onEntry',
 ];
 
 let apps = []; // {name, type, url}
@@ -17,6 +18,7 @@ let selected = 0;
 let windows = []; // {uid, name}
 let focus = '';
 let box;
+let lastSequence = -1; // of the newest journal entry shown
 
 const $ = (id) => document.getElementById(id);
 
@@ -29,6 +31,26 @@ function note(text) {
   item.textContent = `${new Date().toLocaleTimeString('en-GB')}  ${text}`;
   $('events').prepend(item);
   while ($('events').children.length > EVENTS_SHOWN) $('events').lastChild.remove();
+}
+
+// One journal entry a line, newest first; its cause shows on hover.
+function record(entry) {
+  if (entry.sequence <= lastSequence) return;
+  lastSequence = entry.sequence;
+  const item = document.createElement('li');
+  const time = new Date(entry.wallClockMs).toLocaleTimeString('en-GB');
+  const name = entry.name ? ` ${nameOfUrl(entry.name)}` : '';
+  // A reported state or power change says what changed; the rest say why.
+  const [shown, hover] = ['state', 'power'].includes(entry.kind) ? [entry.cause, entry.reason] : [entry.reason, entry.cause];
+  item.textContent = `${time}  ${entry.kind}${name}: ${shown}`;
+  item.title = hover;
+  $('history').prepend(item);
+  while ($('history').children.length > HISTORY_SHOWN) $('history').lastChild.remove();
+}
+
+async function loadHistory() {
+  const entries = await box.app.call('ILifecycleJournal.query', { limit: HISTORY_SHOWN });
+  (entries ?? []).forEach(record);
 }
 
 function nameOfUrl(url) {
@@ -159,6 +181,9 @@ function onNotification(name, params) {
     case 'IApplicationManager::onError':
       note(`error: ${params.errorType}`);
       break;
+    case 'ILifecycleJournal::onEntry':
+      record(params);
+      break;
     case 'IPackageInstaller::onRequestEnd':
       note(`${params.action} ${(params.packages ?? []).join(', ')}: ${params.result === 0 ? 'done' : `failed (${params.result})`}`);
       loadApps().catch(() => {});
@@ -179,6 +204,7 @@ try {
   await box.app.subscribe(EVENTS);
   await loadApps();
   await loadWindows();
+  await loadHistory().catch(() => {}); // a server without a journal has none
   note('the box is up');
 } catch (error) {
   note(`offline: ${error.message}`);
