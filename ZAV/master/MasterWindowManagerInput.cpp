@@ -4,6 +4,7 @@
 
 #include "frame/DebugPrint.h"
 #include "frame/Exception.h"
+#include "frame/FunctionCommand.h"
 #include "MultiInputDriver.h"
 
 #include <cstdlib>
@@ -61,6 +62,13 @@ int MasterWindowManager::onWakeUp(unsigned int const& reason)
 
 void MasterWindowManager::uninit()
 {
+    // Waits for what the thread has begun: a start-up still under way fills in
+    // the driver and the clients read below.
+    try {
+        FunctionCommand::run(*this, [] {});
+    } catch (Exception const&) {
+        // Not running: nothing fills them in meanwhile.
+    }
     if (inputDriver)
         inputDriver->removeListener(this);
     if (powerClient)

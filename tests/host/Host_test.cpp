@@ -148,7 +148,7 @@ TEST(Host, SecondServerOnATakenEndpointOrPortFailsAndLeavesTheFirst)
     boost::asio::io_context io;
     boost::asio::ip::tcp::acceptor taken(io, {boost::asio::ip::make_address("127.0.0.1"), 0});
     HostServer third(world, {"--endpoint", "other", "--port", std::to_string(taken.local_endpoint().port())});
-    EXPECT_EQ(1, third.stop(0));
+    EXPECT_EQ(1, third.stop(0)) << third.log();
     EXPECT_NE(std::string::npos, third.log().find("Address already in use")) << third.log();
     EXPECT_FALSE(fs::exists(Velmora::RuntimeDirectory::endpointPath("other")));
 
