@@ -63,10 +63,12 @@ export async function joinBox({ name, onKey = () => false, leaveOnBack = true, o
   app.onTerminate = leave;
   app.onEvent = (event) => {
     if (event?.['@type'] !== 'KeyEvent' || !event.pressed) return false;
-    lastKey = keyName(event.code);
-    const consumed = !!onKey(lastKey);
+    const key = keyName(event.code);
+    // "Shown" is the manager's own signal that the window came up, not a key a person pressed.
+    if (key !== 'Shown') lastKey = key;
+    const consumed = !!onKey(key);
     publish();
-    if (consumed || !leaveOnBack || lastKey !== 'Back') return consumed;
+    if (consumed || !leaveOnBack || key !== 'Back') return consumed;
     leave();
     return true;
   };
