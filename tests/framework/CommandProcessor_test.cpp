@@ -289,12 +289,14 @@ TEST(CommandProcessor, UnregisteringWaitsForARunningPeriodicCommand)
     clock.advance(100);
     ASSERT_TRUE(inside.waitFor(1));
     bool finishedWhenUnregistered = false;
-    std::thread unregister([&] {
+    std::future<void> unregistered = std::async(std::launch::async, [&] {
         processor.unregisterPeriodicCommand(periodic.get());
         finishedWhenUnregistered = finished;
     });
+    // An unregistering that does not wait shows here; one that waits lets this pass by.
+    EXPECT_EQ(std::future_status::timeout, unregistered.wait_for(std::chrono::milliseconds(200)));
     release.set_value();
-    unregister.join();
+    unregistered.get();
     EXPECT_TRUE(finishedWhenUnregistered);
     periodic.reset(); // safe now: the processor no longer touches it
     processor.sync();
