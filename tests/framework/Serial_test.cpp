@@ -5,6 +5,7 @@
 #include "frame/Exception.h"
 #include "interfaces/IApplicationManager.h"
 #include "interfaces/ISettingsDB.h"
+#include "interfaces/IWindowManager.h"
 #include "interfaces/IWindowEvent.h"
 #include "serial/MapObject.h"
 #include "ReturnCodeOf.h"
@@ -62,6 +63,10 @@ TEST(Serial, DynamicFormRebuildsTheConcreteType)
                                                               ISettingsDB::AttributeValuePair("size", UInt32Object(3))};
     std::unique_ptr<SerialObject const> const records[] = {
         std::make_unique<IApplicationManager::LaunchParameters>("77", "WEBAPP", "http://x", "--flag", false),
+        std::make_unique<IWindowManager::LaunchParameters>(
+            "7", "WEBAPP", "u", "p",
+            ISurfaceManagement::CreationSettings(1, {1280, 720}, false, 255, 11, {0, 0, 1280, 720}, false, true, true),
+            true, false),
         std::make_unique<Edge<StringObject>>(StringObject("a"), StringObject("b")),
         std::make_unique<IWindowEvent::KeyEvent>(IWindowEvent::KeyEvent::KEY_POWER, true),
         std::make_unique<StringObject>("quote\" back\\slash \xc3\xa9"),
