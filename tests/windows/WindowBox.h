@@ -10,8 +10,8 @@
 
 #include "AuthorizationFixture.h"
 #include "DirectoryWatch.h"
-#include "Journal.h"
 #include "FileDescriptor.h"
+#include "Journal.h"
 #include "KeyNames.h"
 #include "MultiInputDriver.h"
 #include "NullWindowManagerListener.h"
