@@ -6,8 +6,7 @@ if(TARGET velmora-server)
     SOURCES server_bench.cpp ${PROJECT_SOURCE_DIR}/tests/packages/PackageWorld.cpp
     LIBS velmora_windows velmora_services velmora_rpc Boost::headers)
   target_include_directories(bench_server PRIVATE
-    ${PROJECT_SOURCE_DIR}/tests/auth ${PROJECT_SOURCE_DIR}/tests/packages ${PROJECT_SOURCE_DIR}/tests/host
-    ${PROJECT_SOURCE_DIR}/tests/support)
+    ${PROJECT_SOURCE_DIR}/tests/auth ${PROJECT_SOURCE_DIR}/tests/packages ${PROJECT_SOURCE_DIR}/tests/support)
   add_dependencies(bench_server velmora-server velmora-test-app velmora-hux VelmoraQENExec)
   target_compile_definitions(bench_server PRIVATE
     VELMORA_SERVER="$<TARGET_FILE:velmora-server>"

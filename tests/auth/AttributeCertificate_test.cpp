@@ -109,11 +109,3 @@ TEST_F(AttributeCertificateFormat, HelpersRejectNullArguments)
     });
     EXPECT_THAT(log, HasSubstr("acCertificate is NULL.\n"));
 }
-
-TEST_F(AttributeCertificateFormat, InsertingAnAttributeOfTheSameTypeReplacesIt)
-{
-    AttributeCertificatePtr certificate(ATTRIBUTE_CERTIFICATE_new());
-    for (int nid : {NID_info_access, NID_info_access, NID_commonName})
-        ASSERT_TRUE(Manager::insertAttribute(certificate.get(), makeAttribute(nid)));
-    EXPECT_EQ(X509at_get_attr_count(certificate->acinfo->attributes), 2);
-}

@@ -216,23 +216,6 @@ TEST_F(RulesAndTokens, ConcurrentIssuingAndApplyingGiveDistinctTokens)
 
 using Diagnostics = AuthorizationTest;
 
-TEST_F(Diagnostics, PrintShowsEveryPartOfAnIssuedCertificate)
-{
-    AttributeCertificatePtr certificate = fromPem(issue(pki.doricHolder.get()));
-    ASSERT_TRUE(certificate);
-    std::string out = stdoutOf([&] { Manager::PrintAttributeCertificate(certificate.get()); });
-    for (char const* line :
-         {"Version 2.\n", "Issuer:\nIssuer is of the v2 form:\nIssuer is: /O=Velmora/CN=AC Issuer:\n",
-          "Holder:\nHolder base cert ID:\n\n\t->name(GNs):GEN_DIRNAME: /C=FR/O=DORICProtected\n\t->serial(INT):07:",
-          "\n\t->issuerUniqueID(INT):IS EMPTY\n", "Not before not after information.\nNot before:",
-          "Attributes: \nAttributes count: 1.\n:Attribute index: 0.\n:Attribute nid:177 is Authority Information Access.\n:",
-          "Values count:1.\n:Value:0.\n:Interface Name details:GEN_DIRNAME: /CN=DoricPlatformManager\n",
-          "Function Names:\nGEN_DIRNAME: /CN=transformationGEN_DIRNAME: /CN=translation\n",
-          "Extensions details:\nExtensions count:0\nSignature.\n", "sha1WithRSAEncryption"})
-        EXPECT_THAT(out, HasSubstr(line));
-    EXPECT_THAT(out, ::testing::EndsWith(std::string(86, '=') + ":\n"));
-}
-
 // A name holding printf conversions must come out as written, and null
 // arguments must be refused rather than followed.
 TEST_F(Diagnostics, NamesArePrintedAsDataNeverAsFormats)

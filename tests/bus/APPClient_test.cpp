@@ -1,5 +1,6 @@
 #include "BusTestSupport.h"
 #include "ReturnCodeOf.h"
+#include "ServerProcess.h"
 #include "Signal.h"
 
 #include "APPClient.h"
@@ -11,13 +12,7 @@
 
 #include <map>
 #include <memory>
-#include <mutex>
-#include <set>
 #include <vector>
-
-#include <spawn.h>
-
-extern char** environ;
 
 using namespace Velmora;
 using BusTest::waitFor;
@@ -34,14 +29,6 @@ public:
 
 class APPClientTest : public ::testing::Test {
 protected:
-    ~APPClientTest() override
-    {
-        for (pid_t pid : programs) {
-            ::kill(pid, SIGKILL);
-            ::waitpid(pid, nullptr, 0);
-        }
-    }
-
     // A client of `uid`, initialised, whose listener is `reports`.
     APPClient& client(std::string const& uid)
     {
@@ -53,32 +40,16 @@ protected:
 
     // Starts the SDK's test program dialling in as `uid`, its behaviour set by
     // `extra` environment, logging what it is asked to `log`.
-    pid_t start(std::string const& uid, std::map<std::string, std::string> const& extra = {})
+    HostTest::ServerProcess& start(std::string const& uid, std::map<std::string, std::string> extra = {})
     {
-        std::vector<std::string> words{"env", "VELMORA_APP_PARAMETERS={\"authorizationToken\":\"" + uid + "\"}",
-                                       "VELMORA_APP_HOSTNAME=ZAV", "VELMORA_TEST_APP_LOG=" + log};
-        for (auto const& [name, value] : extra)
-            words.push_back(name + "=" + value);
-        words.push_back(VELMORA_TEST_APP);
-        std::vector<char*> argv;
-        for (auto& word : words)
-            argv.push_back(word.data());
-        argv.push_back(nullptr);
-        pid_t pid = -1;
-        if (::posix_spawnp(&pid, "env", nullptr, nullptr, argv.data(), environ) != 0)
-            ADD_FAILURE() << "the test program did not start";
-        else
-            programs.insert(pid);
-        return pid;
-    }
-
-    // Reaps a program started by start(); its wait status.
-    int wait(pid_t pid)
-    {
-        int status = 0;
-        ::waitpid(pid, &status, 0);
-        programs.erase(pid);
-        return status;
+        extra.insert({{"VELMORA_APP_PARAMETERS", "{\"authorizationToken\":\"" + uid + "\"}"},
+                      {"VELMORA_APP_HOSTNAME", "ZAV"},
+                      {"VELMORA_TEST_APP_LOG", log}});
+        std::string const output = runtime.directory.file(std::to_string(programs.size()) + ".out");
+        programs.push_back(
+            std::make_unique<HostTest::ServerProcess>(VELMORA_TEST_APP, std::vector<std::string>{}, extra, output));
+        EXPECT_GT(programs.back()->pid, 0) << "the test program did not start";
+        return *programs.back();
     }
 
     BusTest::RuntimeDir runtime;
@@ -86,7 +57,7 @@ protected:
     ZAVServer server;
     BusTest::ReportLog reports;
     std::vector<std::unique_ptr<APPClient>> clients;
-    std::set<pid_t> programs; // not reaped yet
+    std::vector<std::unique_ptr<HostTest::ServerProcess>> programs; // killed and reaped at the end
 };
 
 } // namespace
@@ -103,7 +74,7 @@ TEST_F(APPClientTest, ProgramRegistersReportsAndAnswersServerCalls)
     app.authorizationTokenDeletion(11);
     app.authorizationTokenCreation(12, rights);
 
-    pid_t const program = start("5001", {{"VELMORA_TEST_APP_STATES", "INITIALIZING,RUNNING"}});
+    HostTest::ServerProcess& program = start("5001", {{"VELMORA_TEST_APP_STATES", "INITIALIZING,RUNNING"}});
     ASSERT_TRUE(waitFor([&] { return reports.has("5001 RUNNING"); }));
     EXPECT_EQ((std::vector<std::string>{"5001 INITIALIZING", "5001 RUNNING"}), reports.all());
 
@@ -116,7 +87,7 @@ TEST_F(APPClientTest, ProgramRegistersReportsAndAnswersServerCalls)
     EXPECT_THROW(app.getOpacity("5001"), Exception); // the program doesn't serve it
 
     app.terminate("5001");
-    EXPECT_EQ(0, wait(program));
+    EXPECT_EQ(0, program.stop(0));
     EXPECT_TRUE(reports.has("5001 TERMINATED"));
     EXPECT_TRUE(waitFor([&] { return returnCodeOf([&] { app.getState("5001"); }) == ReturnGenericFailure; }));
 
@@ -128,34 +99,19 @@ TEST_F(APPClientTest, ProgramRegistersReportsAndAnswersServerCalls)
               contentsOf(log));
 }
 
-TEST_F(APPClientTest, AHungProgramMissesTheDeadlineAndOthersAreNotHeldUp)
-{
-    BusTest::ScopedEnv timeout("VELMORA_RPC_TIMEOUT_MS", "300");
-    APPClient& hung = client("5003");
-    APPClient& healthy = client("5004");
-    start("5003", {{"VELMORA_TEST_APP_HANG", "ILifecycleManagement.getState"}});
-    start("5004");
-    ASSERT_TRUE(waitFor([&] { return reports.has("5003 RUNNING") && reports.has("5004 RUNNING"); }));
-
-    std::thread blocked([&] { EXPECT_EQ(ReturnTimedOut, returnCodeOf([&] { hung.getState("5003"); })); });
-    EXPECT_EQ("RUNNING", healthy.getState("5004"));
-    blocked.join();
-}
-
 // The newer connection of a uid serves it, even one that never reports a
 // state, and the older one going away doesn't cut it off.
 TEST_F(APPClientTest, ASecondRegistrationOfAUidTakesOverEvenWithoutReports)
 {
     APPClient& app = client("5005");
-    pid_t const old = start("5005", {{"VELMORA_TEST_APP_ON_TERMINATE", "ignore"}});
+    HostTest::ServerProcess& old = start("5005", {{"VELMORA_TEST_APP_ON_TERMINATE", "ignore"}});
     ASSERT_TRUE(waitFor([&] { return reports.has("5005 RUNNING"); }));
     app.terminate("5005"); // ignored: it stays
     EXPECT_EQ("RUNNING", app.getState("5005"));
 
     start("5005", {{"VELMORA_TEST_APP_SILENT", "1"}});
     ASSERT_TRUE(waitFor([&] { return app.getState("5005") == "UNINITIALIZED"; }));
-    ::kill(old, SIGKILL);
-    wait(old);
+    old.stop(SIGKILL);
     EXPECT_EQ("UNINITIALIZED", app.getState("5005"));
     EXPECT_EQ((std::vector<std::string>{"5005 RUNNING"}), reports.all());
 }

@@ -12,6 +12,7 @@
 #include "PackageWorld.h"
 #include "rpc/RPCServer.h"
 #include "RPMPackager.h"
+#include "ScratchDirectory.h"
 #include "ServiceFakes.h"
 
 #include <cstdlib>
@@ -32,15 +33,6 @@ struct ServicePackage {
     std::vector<std::string> requires_;
     std::string group = "Velmora/Service";
 };
-
-inline std::vector<std::string> readLines(std::filesystem::path const& path)
-{
-    std::ifstream file(path);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(file, line);)
-        lines.push_back(line);
-    return lines;
-}
 
 class BootWorld {
 public:

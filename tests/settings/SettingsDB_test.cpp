@@ -1,7 +1,4 @@
-// The command layer: what reaches the settings thread, what comes back, and
-// the listener walk.
-#include "frame/Exception.h"
-#include "ReturnCodeOf.h"
+// The command layer: what reaches the settings thread, and the listener walk.
 #include "SettingsDB.h"
 #include "serial/StringObject.h"
 #include "serial/UInt32Object.h"
@@ -23,21 +20,14 @@ public:
 
     std::vector<ISettingsDB::CurrentValues> written;
     std::thread::id writerThread;
-    ReturnCode failure = ReturnSuccess;
-    std::vector<ISettingsDB::ISettingsDBListener*>* exposed = nullptr;
 
 protected:
-    VectorObject<std::string> _getEntities() override
-    {
-        failIfAsked();
-        return {"a", "b"};
-    }
+    VectorObject<std::string> _getEntities() override { return {"a", "b"}; }
     VectorObject<std::string> _getAttributes(std::string const& entity) override { return {entity + ".x"}; }
     VectorObject<SerialObject*> _getAllowedValues(EntityAttributePair const&) override { return {}; }
     void _setAllowedValues(AllowedValues const&) override {}
     SerialObject* _getCurrentValue(EntityAttributePair const& pair) override
     {
-        failIfAsked();
         return new StringObject(pair.getEntity() + "/" + pair.getAttribute());
     }
     VectorObject<AttributeValuePair> _getCurrentValues(std::string const&) override { return {}; }
@@ -46,14 +36,7 @@ protected:
         writerThread = std::this_thread::get_id();
         written.push_back(values);
     }
-    void _reset() override { failIfAsked(); }
-
-private:
-    void failIfAsked()
-    {
-        if (failure != ReturnSuccess)
-            throw Exception(failure);
-    }
+    void _reset() override {}
 };
 
 // Answers every event with `answer` and counts what it heard.
@@ -94,19 +77,6 @@ TEST(SettingsDB, EverySingleWriteReachesTheSettingsThreadAsAOneElementList)
     EXPECT_EQ(settings.written[2].getEntity(), "audio");
     EXPECT_EQ(valueText(settings.written[2].getAttributeValuePairList()[0]), "mute=\"on\"\n");
     EXPECT_EQ(valueText(settings.written[3].getAttributeValuePairList()[1]), "hz=50\n");
-}
-
-TEST(SettingsDB, AnswersComeBackAndFailuresThrowTheirCode)
-{
-    RecordingSettings settings;
-    EXPECT_EQ(settings.getEntities(), (VectorObject<std::string>{"a", "b"}));
-    EXPECT_EQ(settings.getAttributes("e"), (VectorObject<std::string>{"e.x"}));
-    EXPECT_NE(settings.getCurrentValue("e", "a"), nullptr);
-
-    settings.failure = ReturnInvalidParameter;
-    EXPECT_EQ(returnCodeOf([&] { settings.getEntities(); }), ReturnInvalidParameter);
-    EXPECT_EQ(returnCodeOf([&] { settings.reset(); }), ReturnInvalidParameter);
-    EXPECT_EQ(returnCodeOf([&] { settings.getCurrentValue("e", "a"); }), ReturnInvalidParameter);
 }
 
 TEST(SettingsDB, ListenerWalkStopsAtTheFirstNonZeroAnswer)

@@ -1,5 +1,5 @@
 // A fresh directory for one test, removed with everything in it at the end,
-// and whole files read and written as bytes, to compare against. One thread.
+// and whole files read and written as bytes or lines, to compare against. One thread.
 #pragma once
 
 #include <cstdlib>
@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <vector>
 
 class ScratchDirectory {
 public:
@@ -43,4 +44,14 @@ inline std::string contentsOf(std::string const& file)
 inline void writeFile(std::string const& file, std::string const& bytes)
 {
     std::ofstream(file, std::ios::binary | std::ios::trunc) << bytes;
+}
+
+// The file's lines without their line feeds; none when it is missing.
+inline std::vector<std::string> readLines(std::filesystem::path const& file)
+{
+    std::ifstream in(file);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(in, line);)
+        lines.push_back(line);
+    return lines;
 }

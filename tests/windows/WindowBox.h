@@ -11,10 +11,12 @@
 #include "AuthorizationFixture.h"
 #include "DirectoryWatch.h"
 #include "FileDescriptor.h"
+#include "Journal.h"
 #include "KeyNames.h"
 #include "MultiInputDriver.h"
 #include "NullWindowManagerListener.h"
 #include "ScopedEnv.h"
+#include "ScratchDirectory.h"
 #include "Signal.h"
 #include "frame/FunctionCommand.h"
 #include "HWPApplicationFactory.h"
@@ -28,7 +30,6 @@
 
 #include <cerrno>
 #include <chrono>
-#include <condition_variable>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -53,15 +54,6 @@ namespace WindowTest {
 namespace fs = std::filesystem;
 using Velmora::IWindowManager;
 using Lines = std::vector<std::string>;
-
-inline Lines readLines(fs::path const& path)
-{
-    std::ifstream file(path);
-    Lines lines;
-    for (std::string line; std::getline(file, line);)
-        lines.push_back(line);
-    return lines;
-}
 
 // For conditions that no notice announces, such as a table that empties
 // only as real processes die and the garbage collection is run again: tries
@@ -107,7 +99,7 @@ inline int zombieChildren()
 
 // What the window manager tells its listeners, one line each:
 // "focus <old>><new>", "error <uid>:<text>", "layout <old>><new>".
-class Journal : public VelmoraTest::NullWindowManagerListener {
+class Journal : public VelmoraTest::NullWindowManagerListener, public VelmoraTest::Journal {
 public:
     void onError(std::string const& uid, std::string const& type) override { add("error " + uid + ":" + type); }
     void onFocusChange(IWindowManager&, std::string const& oldFocus, std::string const& newFocus) override
@@ -123,42 +115,23 @@ public:
     template <class Condition>
     std::string awaitLine(Condition condition, std::chrono::milliseconds deadline = std::chrono::seconds(30))
     {
-        std::unique_lock lock(mutex);
         std::string found;
-        changed.wait_for(lock, deadline, [&] {
-            auto const match = std::find_if(lines.begin(), lines.end(), condition);
-            if (match != lines.end())
-                found = *match;
-            return match != lines.end();
-        });
+        waitFor(
+            [&] {
+                Lines const lines = all();
+                auto const match = std::find_if(lines.begin(), lines.end(), condition);
+                found = match == lines.end() ? "" : *match;
+                return match != lines.end();
+            },
+            deadline);
         return found;
     }
     // Waits until `line` has been told.
     bool await(std::string const& line)
     {
-        return !awaitLine([&](std::string const& told) { return told == line; }).empty();
+        return waitFor([&] { return has(line); });
     }
-    Lines all()
-    {
-        std::lock_guard lock(mutex);
-        return lines;
-    }
-    void clear()
-    {
-        std::lock_guard lock(mutex);
-        lines.clear();
-    }
-
-private:
-    void add(std::string line)
-    {
-        std::lock_guard lock(mutex);
-        lines.push_back(std::move(line));
-        changed.notify_all();
-    }
-    std::mutex mutex;
-    std::condition_variable changed;
-    Lines lines;
+    void clear() { take(); }
 };
 
 // The process factory of the box, with real processes dying in real time:

@@ -1,6 +1,5 @@
-// Windows that can't start, won't report or die at the wrong moment, a holder
-// certificate that is missing, and the slave route against a second endpoint
-// that answers, is down or hangs.
+// Windows that can't start, won't report or die at the wrong moment, and a
+// holder certificate that is missing.
 #include "WindowBox.h"
 
 #include "FdCount.h"
@@ -14,77 +13,6 @@ using namespace WindowTest;
 namespace {
 
 using Entry = ApplicationManager::ApplicationMapEntry;
-
-// A slave server for session 0: launches answer `uid` (or hang until
-// released), window calls are recorded, and report() sends the lifecycle
-// notifications that the master follows.
-class FakeSlave : public RPCServer {
-public:
-    FakeSlave() : RPCServer("Slave0")
-    {
-        interfaces["IWindowManager"]["launch"] = static_cast<RPCMethod>(&FakeSlave::launch);
-        interfaces["IWindowManager"]["handleFocus"] = static_cast<RPCMethod>(&FakeSlave::note);
-        interfaces["IWindowManager"]["setVisibility"] = static_cast<RPCMethod>(&FakeSlave::note);
-        interfaces["IWindowManager"]["dispatchEvent"] = static_cast<RPCMethod>(&FakeSlave::note);
-    }
-    ~FakeSlave() override
-    {
-        release();
-        shutdown();
-    }
-    void report(std::string const& uid, std::string const& newState)
-    {
-        Json::Value params;
-        params["uid"] = uid;
-        params["oldState"] = "";
-        params["newState"] = newState;
-        handleRPCNotification(IRPC::RPCNotificationObject("IApplicationManager::onStateChange", IRPC::write(params)));
-    }
-    void hangLaunches()
-    {
-        std::lock_guard lock(mutex);
-        hang = true;
-    }
-    void release()
-    {
-        std::lock_guard lock(mutex);
-        hang = false;
-        released.notify_all();
-    }
-    VelmoraTest::Signal called; // rises with each call recorded
-    Lines calls()
-    {
-        std::lock_guard lock(mutex);
-        return seen;
-    }
-private:
-    std::string launch(IRPC::RPCSynchronousMethodObject const& method)
-    {
-        Json::Value const params = IRPC::parse(method.getParameters());
-        std::unique_lock lock(mutex);
-        seen.push_back("launch " + params["applicationType"].asString() + " " +
-                       std::to_string(params["compositingParameters"]["zOrder"].asUInt()));
-        called.raise();
-        released.wait(lock, [this] { return !hang; });
-        return IRPC::RPCResultObject(method.getMethod(), Json::Value(uid)).serialize();
-    }
-    std::string note(IRPC::RPCSynchronousMethodObject const& method)
-    {
-        Json::Value const params = IRPC::parse(method.getParameters());
-        {
-            std::lock_guard lock(mutex);
-            seen.push_back(method.getMethod() + " " + params["uid"].asString());
-        }
-        called.raise();
-        return IRPC::RPCReturnObject(method.getMethod()).serialize();
-    }
-
-    std::mutex mutex;
-    std::condition_variable released;
-    Lines seen;
-    bool hang = false;
-    std::string const uid = "android-1";
-};
 
 } // namespace
 
@@ -159,38 +87,4 @@ TEST(WindowFailures, AWindowKilledWhileFocusedIsCollectedAndTheMasterComesBack)
     EXPECT_TRUE(box.journal.await("focus " + master + ">" + master)); // the master window alone: shown again
     EXPECT_TRUE(contains(box.simulatorRecord("QEN"), "releaseClient " + doomed));
     EXPECT_EQ(zombieChildren(), 0);
-}
-
-TEST(WindowFailures, AndroidWindowsLiveOnTheSlaveWhichMayBeDownOrHang)
-{
-    WindowBox box({"--velmora:zavSlaveName", "Slave", "--velmora:zavSlaveAppSupport", "ANDROID"});
-    auto slave = std::make_unique<FakeSlave>();
-    slave->init();
-    std::string const android = box.launch(IWindowManager::APPLICATION_TYPE_ANDROID, "game");
-    EXPECT_EQ(android, "android-1");
-    EXPECT_TRUE(box.windows->getWindowList().empty());
-    slave->report(android, ILifecycleManagement::STATE_RUNNING);
-    ASSERT_TRUE(box.journal.await("focus >" + android));
-    EXPECT_TRUE(slave->called.waitFor(3));
-    EXPECT_EQ(slave->calls(), (Lines{"launch ANDROID 12", "IWindowManager.handleFocus " + android,
-                                     "IWindowManager.setVisibility " + android}));
-    // Its end comes from the slave; there is no process of ours to reap.
-    box.journal.clear();
-    slave->report(android, ILifecycleManagement::STATE_TERMINATED);
-    ASSERT_TRUE(box.journal.await("focus >"));
-    EXPECT_EQ(box.windows->windowCount(), 0u);
-    // A key with the focus empty reaches no window here, yet the slave mirrors it: press and release.
-    box.press("OK");
-    EXPECT_TRUE(slave->called.waitFor(5));
-    EXPECT_EQ(countOf(slave->calls(), "IWindowManager.dispatchEvent "), 2);
-
-    // A slave that hangs costs the caller one bus deadline, then an error.
-    slave->hangLaunches();
-    EXPECT_EQ(returnCodeOf([&] { box.launch(IWindowManager::APPLICATION_TYPE_ANDROID, "stuck"); }), ReturnTimedOut);
-    slave.reset();
-    EXPECT_EQ(returnCodeOf([&] { box.launch(IWindowManager::APPLICATION_TYPE_ANDROID, "late"); }),
-              ReturnGenericFailure);
-    // Other types still start here.
-    EXPECT_FALSE(box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "local").empty());
-    EXPECT_EQ(box.windows->windowCount(), 1u);
 }

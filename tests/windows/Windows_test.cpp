@@ -1,11 +1,10 @@
 // Windows over real processes: a launch from its authorization to its focus
 // and back to the master window, the eviction of the oldest window with the
-// one waiting launch, the focus rules, the records and the choice of script,
-// and launches and terminations from several threads at once.
+// one waiting launch, the focus rules, the master window's command line, the
+// choice of script, and launches and terminations from several threads at once.
 #include "WindowBox.h"
 
 #include "ReturnCodeOf.h"
-#include "serial/Serialization.h"
 
 #include <algorithm>
 
@@ -136,20 +135,8 @@ TEST(Windows, ConcurrentLaunchesAndTerminationsSettle)
     EXPECT_EQ(zombieChildren(), 0);
 }
 
-TEST(WindowRecords, LaunchParametersTravelAsJsonAndPickTheirScript)
+TEST(WindowRecords, TheMasterWindowsCommandLineAndEachTypesScript)
 {
-    ISurfaceManagement::CreationSettings const settings(1, {1280, 720}, false, 255, 11, {0, 0, 1280, 720}, false,
-                                                         true, true);
-    IWindowManager::LaunchParameters const record("7", IWindowManager::APPLICATION_TYPE_WEBAPP, "u", "p", settings,
-                                                  true, false);
-    auto const back = deserialize<IWindowManager::LaunchParameters>(record.serialize());
-    EXPECT_EQ(back.serialize(), record.serialize());
-    EXPECT_EQ(back.getCompositingParameters().location.dimensions.width, 1280u);
-    EXPECT_TRUE(back.getCompositingParameters().flagTwo);
-    // The application's own record reads the same text, and a bare record reads as defaults.
-    EXPECT_EQ(deserialize<IApplicationManager::LaunchParameters>(record.serialize()).getApplicationURL(), "u");
-    EXPECT_FALSE(deserialize<IWindowManager::LaunchParameters>("{}").getGiveFocus());
-
     char const* words[] = {"host", "--velmora:masterURL", "page", "--velmora:masterType", "WEBPAGE", "--velmora:masterParameters"};
     IWindowManager::LaunchParameters const fromLine(6, const_cast<char**>(words));
     EXPECT_EQ(fromLine.getApplicationURL(), "page");

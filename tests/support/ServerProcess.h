@@ -1,6 +1,7 @@
-// A velmora-server process, as a supervisor starts it, and the datagram socket
-// (NOTIFY_SOCKET) on which a supervisor hears from it. For the host tests and
-// the server benchmarks. Each object belongs to one thread.
+// A child process as a supervisor starts it (a velmora-server, a slave, a
+// test program), and the datagram socket (NOTIFY_SOCKET) on which a
+// supervisor hears from it. For the tests and the server benchmarks. Each
+// object belongs to one thread.
 #pragma once
 
 #include "ScratchDirectory.h"
@@ -67,7 +68,7 @@ private:
     int fd = -1;
 };
 
-// One process of `program` (velmora-server) with `arguments`, this process's
+// One process of `program` with `arguments`, this process's
 // environment with `environment` on top, and its output in the file `logFile`.
 // Ended with SIGKILL if its owner leaves it running.
 class ServerProcess {
