@@ -1,0 +1,76 @@
+#include "RepositorySnapshot.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <dirent.h>
+#include <memory>
+#include <sys/stat.h>
+
+namespace Velmora {
+
+namespace {
+
+struct CloseDirectory {
+    void operator()(DIR* directory) const { closedir(directory); }
+};
+
+std::int64_t nanoseconds(timespec const& time)
+{
+    return static_cast<std::int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
+}
+
+} // namespace
+
+std::optional<RepositorySnapshot::FileState> RepositorySnapshot::FileState::of(std::string const& path)
+{
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0)
+        return std::nullopt;
+    return FileState{status.st_dev, status.st_ino, status.st_size, status.st_mtim, status.st_ctim};
+}
+
+bool RepositorySnapshot::FileState::operator==(FileState const& other) const
+{
+    return device == other.device && inode == other.inode && size == other.size &&
+           nanoseconds(modified) == nanoseconds(other.modified) && nanoseconds(changed) == nanoseconds(other.changed);
+}
+
+// Stamps without a fraction may come from a filesystem that keeps whole
+// seconds, or two (FAT); others keep at most 10 ms.
+bool RepositorySnapshot::FileState::settledBefore(timespec const& now) const
+{
+    std::int64_t const unit = changed.tv_nsec == 0 ? 2'000'000'000 : 10'000'000;
+    return nanoseconds(changed) + unit < nanoseconds(now);
+}
+
+std::optional<RepositorySnapshot> RepositorySnapshot::take(std::string const& directory)
+{
+    RepositorySnapshot snapshot;
+    // Before the files' states: a later change is stamped after it.
+    clock_gettime(CLOCK_REALTIME_COARSE, &snapshot.takenAt);
+    std::unique_ptr<DIR, CloseDirectory> entries(opendir(directory.c_str()));
+    if (!entries)
+        return std::nullopt;
+    while (dirent* entry = readdir(entries.get())) {
+        if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0)
+            snapshot.files.emplace_back(directory + "/" + entry->d_name, std::nullopt);
+    }
+    entries.reset();
+    for (File& file : snapshot.files)
+        file.second = FileState::of(file.first);
+    return snapshot;
+}
+
+bool RepositorySnapshot::isSettled() const
+{
+    return std::all_of(files.begin(), files.end(),
+                       [this](File const& file) { return file.second && file.second->settledBefore(takenAt); });
+}
+
+bool RepositorySnapshot::operator==(RepositorySnapshot const& other) const
+{
+    return files == other.files;
+}
+
+} // namespace Velmora
