@@ -611,7 +611,8 @@ ExtendedPackageInfo RPMPackager::readFileRecord(rpmts ts, std::string const& pat
 ManifestPackageInfo RPMPackager::fileRecord(rpmts ts, RepositorySnapshot const& snapshot,
                                             RepositorySnapshot::File const& file, KnownFiles& still)
 {
-    auto const& [path, identity] = file;
+    std::string const path = snapshot.pathOf(file);
+    std::optional<RepositorySnapshot::FileState> const& identity = file.second;
     auto const known = knownFiles.find(path);
     if (identity && known != knownFiles.end() && known->second.identity == *identity) {
         ManifestPackageInfo record = known->second.record;

@@ -22,10 +22,10 @@ std::int64_t nanoseconds(timespec const& time)
 
 } // namespace
 
-std::optional<RepositorySnapshot::FileState> RepositorySnapshot::FileState::of(std::string const& path)
+std::optional<RepositorySnapshot::FileState> RepositorySnapshot::FileState::of(int directory, char const* name)
 {
     struct stat status {};
-    if (stat(path.c_str(), &status) != 0)
+    if (fstatat(directory, name, &status, 0) != 0)
         return std::nullopt;
     return FileState{status.st_dev, status.st_ino, status.st_size, status.st_mtim, status.st_ctim};
 }
@@ -47,19 +47,25 @@ bool RepositorySnapshot::FileState::settledBefore(timespec const& now) const
 std::optional<RepositorySnapshot> RepositorySnapshot::take(std::string const& directory)
 {
     RepositorySnapshot snapshot;
+    snapshot.directory = directory;
     // Before the files' states: a later change is stamped after it.
     clock_gettime(CLOCK_REALTIME_COARSE, &snapshot.takenAt);
     std::unique_ptr<DIR, CloseDirectory> entries(opendir(directory.c_str()));
     if (!entries)
         return std::nullopt;
+    // Each state is read relative to the open directory, so that the path to
+    // it isn't walked again for every file.
+    int const descriptor = dirfd(entries.get());
     while (dirent* entry = readdir(entries.get())) {
         if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0)
-            snapshot.files.emplace_back(directory + "/" + entry->d_name, std::nullopt);
+            snapshot.files.emplace_back(entry->d_name, FileState::of(descriptor, entry->d_name));
     }
-    entries.reset();
-    for (File& file : snapshot.files)
-        file.second = FileState::of(file.first);
     return snapshot;
+}
+
+std::string RepositorySnapshot::pathOf(File const& file) const
+{
+    return directory + "/" + file.first;
 }
 
 bool RepositorySnapshot::isSettled() const
@@ -70,7 +76,7 @@ bool RepositorySnapshot::isSettled() const
 
 bool RepositorySnapshot::operator==(RepositorySnapshot const& other) const
 {
-    return files == other.files;
+    return directory == other.directory && files == other.files;
 }
 
 } // namespace Velmora

@@ -21,8 +21,9 @@ class RepositorySnapshot {
 public:
     // One state of a file.
     struct FileState {
-        // The state of the file `path` names now; none when it can't be read.
-        static std::optional<FileState> of(std::string const& path);
+        // The state of the file `name` in the open directory `directory`
+        // names now; none when it can't be read.
+        static std::optional<FileState> of(int directory, char const* name);
         bool operator==(FileState const& other) const;
         // True when a change of the file after `now` can't leave the same
         // state: its ctime lies before `now` by more than the unit in which
@@ -35,7 +36,7 @@ public:
         timespec modified{};
         timespec changed{};
     };
-    // A path, "<directory>/<entry>", and its state when the snapshot was taken.
+    // An entry's name and its state when the snapshot was taken.
     using File = std::pair<std::string, std::optional<FileState>>;
 
     // Every entry of `directory` but "." and "..", in the directory's order;
@@ -43,15 +44,18 @@ public:
     static std::optional<RepositorySnapshot> take(std::string const& directory);
 
     std::vector<File> const& getFiles() const { return files; }
+    // "<directory>/<name>" of one of the files.
+    std::string pathOf(File const& file) const;
     // The coarse clock just before the files were looked at.
     timespec const& getTakenAt() const { return takenAt; }
     // True when every file could be read and had settled before the snapshot
     // began: an equal snapshot taken later then means unchanged bytes.
     bool isSettled() const;
-    // Equal files with equal states, in the same order.
+    // The same directory with the same files in the same states, in the same order.
     bool operator==(RepositorySnapshot const& other) const;
 
 private:
+    std::string directory;
     std::vector<File> files;
     timespec takenAt{};
 };
