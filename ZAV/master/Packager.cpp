@@ -191,12 +191,12 @@ void Packager::stripLocalManifest()
 // nothing and tells nobody.
 void Packager::updateLocalManifest()
 {
-    // Taken before the files are read, so that a change during the refresh
-    // makes the next snapshot differ.
-    std::optional<RepositorySnapshot> snapshot = RepositorySnapshot::take(getRepositoryPath());
-    if (snapshot && snapshot == refreshedFrom)
+    if (refreshedFrom && refreshedFrom->isCurrent())
         return;
     refreshedFrom.reset();
+    // Taken before the files are read, so that a change during the refresh
+    // makes it differ from the repository at the next.
+    std::optional<RepositorySnapshot> snapshot = RepositorySnapshot::take(getRepositoryPath());
     VectorObject<ManifestPackageInfo> repository;
     getFilePackageInfoList(PackageInfoListRequest({}), repository);
     std::sort(repository.begin(), repository.end());

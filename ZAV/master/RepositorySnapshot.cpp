@@ -44,23 +44,51 @@ bool RepositorySnapshot::FileState::settledBefore(timespec const& now) const
     return nanoseconds(changed) + unit < nanoseconds(now);
 }
 
+// Calls visit(name, state) for each entry of `directory` but "." and "..",
+// in the directory's order, until it answers false; false when the directory
+// can't be opened or a visit answered false. Each state is read relative to
+// the open directory, so that the path to it isn't walked again for every file.
+template <class Visit>
+static bool forEachFile(std::string const& directory, Visit visit)
+{
+    std::unique_ptr<DIR, CloseDirectory> entries(opendir(directory.c_str()));
+    if (!entries)
+        return false;
+    int const descriptor = dirfd(entries.get());
+    while (dirent* entry = readdir(entries.get())) {
+        if (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0)
+            continue;
+        if (!visit(entry->d_name, RepositorySnapshot::FileState::of(descriptor, entry->d_name)))
+            return false;
+    }
+    return true;
+}
+
 std::optional<RepositorySnapshot> RepositorySnapshot::take(std::string const& directory)
 {
     RepositorySnapshot snapshot;
     snapshot.directory = directory;
     // Before the files' states: a later change is stamped after it.
     clock_gettime(CLOCK_REALTIME_COARSE, &snapshot.takenAt);
-    std::unique_ptr<DIR, CloseDirectory> entries(opendir(directory.c_str()));
-    if (!entries)
+    bool const opened = forEachFile(directory, [&snapshot](char const* name, std::optional<FileState> state) {
+        snapshot.files.emplace_back(name, state);
+        return true;
+    });
+    if (!opened)
         return std::nullopt;
-    // Each state is read relative to the open directory, so that the path to
-    // it isn't walked again for every file.
-    int const descriptor = dirfd(entries.get());
-    while (dirent* entry = readdir(entries.get())) {
-        if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0)
-            snapshot.files.emplace_back(entry->d_name, FileState::of(descriptor, entry->d_name));
-    }
     return snapshot;
+}
+
+bool RepositorySnapshot::isCurrent() const
+{
+    auto file = files.begin();
+    bool const same = forEachFile(directory, [&](char const* name, std::optional<FileState> state) {
+        if (file == files.end() || file->first != name || file->second != state)
+            return false;
+        ++file;
+        return true;
+    });
+    return same && file == files.end();
 }
 
 std::string RepositorySnapshot::pathOf(File const& file) const
@@ -72,11 +100,6 @@ bool RepositorySnapshot::isSettled() const
 {
     return std::all_of(files.begin(), files.end(),
                        [this](File const& file) { return file.second && file.second->settledBefore(takenAt); });
-}
-
-bool RepositorySnapshot::operator==(RepositorySnapshot const& other) const
-{
-    return directory == other.directory && files == other.files;
 }
 
 } // namespace Velmora

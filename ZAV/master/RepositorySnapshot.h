@@ -1,9 +1,9 @@
 // The files of the repository directory at one moment, each with the state of
 // its inode (device, inode, size, mtime, ctime): while a file's state is
 // unchanged, so are its bytes, provided the state had settled when it was
-// taken. The manifest refresh compares snapshots to see that nothing changed
-// with no more than a stat of each file; the RPM backend lists the files from
-// one and remembers each file's state.
+// taken. The manifest refresh asks its last snapshot whether it is still
+// current, which costs a stat of each file; the RPM backend lists the files
+// from one and remembers each file's state.
 //
 // Threads: a value, with no lock; take() may run on any thread.
 #pragma once
@@ -51,8 +51,9 @@ public:
     // True when every file could be read and had settled before the snapshot
     // began: an equal snapshot taken later then means unchanged bytes.
     bool isSettled() const;
-    // The same directory with the same files in the same states, in the same order.
-    bool operator==(RepositorySnapshot const& other) const;
+    // True when the directory holds the same files in the same states, in the
+    // same order, as when the snapshot was taken; builds no snapshot.
+    bool isCurrent() const;
 
 private:
     std::string directory;
