@@ -1,5 +1,6 @@
 #include "SettingsDB.h"
 
+#include "frame/Exception.h"
 #include "frame/ListenerList.h"
 
 #include <memory>
@@ -78,21 +79,21 @@ SettingsDB::~SettingsDB() = default;
 VectorObject<std::string> SettingsDB::getEntities()
 {
     GetEntitiesCommand command(this);
-    executeOrThrow(command, MODULE, __LINE__, "getEntities");
+    read(command, __LINE__, "getEntities");
     return command.takeReturn();
 }
 
 VectorObject<std::string> SettingsDB::getAttributes(std::string const& entity)
 {
     GetAttributesCommand command(this, entity);
-    executeOrThrow(command, MODULE, __LINE__, "getAttributes");
+    read(command, __LINE__, "getAttributes");
     return command.takeReturn();
 }
 
 VectorObject<SerialObject*> SettingsDB::getAllowedValues(EntityAttributePair const& pair)
 {
     GetAllowedValuesCommand command(this, pair);
-    executeOrThrow(command, MODULE, __LINE__, "getAllowedValues");
+    read(command, __LINE__, "getAllowedValues");
     return command.takeReturn();
 }
 
@@ -105,14 +106,14 @@ void SettingsDB::setAllowedValues(AllowedValues const& allowed)
 SerialObject* SettingsDB::getCurrentValue(EntityAttributePair const& pair)
 {
     GetCurrentValueCommand command(this, pair);
-    executeOrThrow(command, MODULE, __LINE__, "getCurrentValue");
+    read(command, __LINE__, "getCurrentValue");
     return command.getReturn();
 }
 
 VectorObject<ISettingsDB::AttributeValuePair> SettingsDB::getCurrentValues(std::string const& entity)
 {
     GetCurrentValuesCommand command(this, entity);
-    executeOrThrow(command, MODULE, __LINE__, "getCurrentValues");
+    read(command, __LINE__, "getCurrentValues");
     return command.takeReturn();
 }
 
@@ -126,6 +127,22 @@ void SettingsDB::reset()
 {
     ResetCommand command(this);
     executeOrThrow(command, MODULE, __LINE__, "reset");
+}
+
+bool SettingsDB::readsLockThemselves() const
+{
+    return false;
+}
+
+void SettingsDB::read(SettingsDBCommand& command, int line, char const* operation)
+{
+    if (!readsLockThemselves()) {
+        executeOrThrow(command, MODULE, line, operation);
+        return;
+    }
+    run(&command);
+    if (command.getStatus() != ReturnSuccess)
+        throwException(MODULE, line, operation, command.getStatus());
 }
 
 template <class Notify>

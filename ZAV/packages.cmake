@@ -9,7 +9,8 @@ set(VELMORA_PACKAGES_LIBS velmora_package_api velmora_common)
 if(TARGET velmora_store AND TARGET velmora_sysroot)
   list(APPEND VELMORA_PACKAGES_SOURCES
     ${CMAKE_CURRENT_LIST_DIR}/master/Packager.cpp ${CMAKE_CURRENT_LIST_DIR}/master/FSMonitor.cpp
-    ${CMAKE_CURRENT_LIST_DIR}/master/RPMPackager.cpp ${CMAKE_CURRENT_LIST_DIR}/master/MasterPackageManager.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/master/RPMPackager.cpp ${CMAKE_CURRENT_LIST_DIR}/master/RepositorySnapshot.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/master/MasterPackageManager.cpp
     ${CMAKE_CURRENT_LIST_DIR}/master/MasterPackageInstaller.cpp)
   list(APPEND VELMORA_PACKAGES_LIBS velmora_store velmora_sysroot PkgConfig::RPM)
 endif()

@@ -104,4 +104,9 @@ void MasterSettingsDB::_reset()
     currentStore.reset();
 }
 
+bool MasterSettingsDB::readsLockThemselves() const
+{
+    return true;
+}
+
 } // namespace Velmora

@@ -179,6 +179,7 @@ void Packager::stripLocalManifest()
         if (std::ifstream(records[i].getPath()).is_open())
             continue;
         manifestStore.removeEntity(records[i].getName());
+        refreshedFrom.reset(); // the removed row may be one that update puts back
         records.erase(records.begin() + static_cast<std::ptrdiff_t>(i));
     }
 }
@@ -190,6 +191,12 @@ void Packager::stripLocalManifest()
 // nothing and tells nobody.
 void Packager::updateLocalManifest()
 {
+    if (refreshedFrom && refreshedFrom->isCurrent())
+        return;
+    refreshedFrom.reset();
+    // Taken before the files are read, so that a change during the refresh
+    // makes it differ from the repository at the next.
+    std::optional<RepositorySnapshot> snapshot = RepositorySnapshot::take(getRepositoryPath());
     VectorObject<ManifestPackageInfo> repository;
     getFilePackageInfoList(PackageInfoListRequest({}), repository);
     std::sort(repository.begin(), repository.end());
@@ -213,6 +220,8 @@ void Packager::updateLocalManifest()
     }
     if (!rows.empty())
         manifestStore.setValueList(rows);
+    if (snapshot && snapshot->isSettled())
+        refreshedFrom = std::move(snapshot);
 }
 
 std::vector<std::string> Packager::getAvailablePackages() const { return manifestStore.getEntities(); }

@@ -25,9 +25,11 @@
 #include "frame/Mutex.h"
 #include "interfaces/PackageInfoListRequest.h"
 #include "PackagerListener.h"
+#include "RepositorySnapshot.h"
 #include "interfaces/ExtendedPackageInfo.h"
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -98,7 +100,9 @@ public:
 
     // The manifest refresh, in this order: strip drops rows whose file is gone,
     // update writes the rows of files that are new or changed, and nothing
-    // when nothing is.
+    // when nothing is. Update looks at no file's content and at no row while
+    // the repository holds the same files, each unchanged, as when update
+    // last ran to its end and strip removed nothing since.
     virtual void updateLocalManifest();
     virtual void stripLocalManifest();
 
@@ -165,6 +169,9 @@ private:
 
     EAVStore settingsStore;
     EAVStore manifestStore;
+    // The repository as it was when update last ran to its end, settled;
+    // none when strip removed a row since. Refresh thread only.
+    std::optional<RepositorySnapshot> refreshedFrom;
     Mutex listenerMutex;
     std::vector<PackagerListener*> listeners; // guarded by listenerMutex
     bool listenersChanged = false;

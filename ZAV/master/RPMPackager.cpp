@@ -21,7 +21,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <dirent.h>
 #include <fcntl.h>
 #include <limits>
 #include <memory>
@@ -87,10 +86,6 @@ struct CloseFile {
     void operator()(FD_t file) const { Fclose(file); }
 };
 using File = std::unique_ptr<std::remove_pointer_t<FD_t>, CloseFile>;
-
-struct CloseDirectory {
-    void operator()(DIR* directory) const { closedir(directory); }
-};
 
 // The structured dependency list of a package, from the flat
 // "dependenciename" and "dependencieversion" arrays of its parsed JSON; empty
@@ -383,18 +378,6 @@ private:
     void* handle;
 };
 
-timespec coarseNow()
-{
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME_COARSE, &now);
-    return now;
-}
-
-std::int64_t nanoseconds(timespec const& time)
-{
-    return static_cast<std::int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
-}
-
 } // namespace
 
 RPMPackager::RPMPackager() : dbMutex("Packager") { rpmlogSetMask(RPMLOG_UPTO(RPMLOG_ERR)); }
@@ -608,28 +591,6 @@ void RPMPackager::getRPMInfoList(PackageInfoListRequest const& request, VectorOb
     });
 }
 
-std::optional<RPMPackager::FileIdentity> RPMPackager::FileIdentity::of(std::string const& path)
-{
-    struct stat status {};
-    if (stat(path.c_str(), &status) != 0)
-        return std::nullopt;
-    return FileIdentity{status.st_dev, status.st_ino, status.st_size, status.st_mtim, status.st_ctim};
-}
-
-bool RPMPackager::FileIdentity::operator==(FileIdentity const& other) const
-{
-    return device == other.device && inode == other.inode && size == other.size &&
-           nanoseconds(modified) == nanoseconds(other.modified) && nanoseconds(changed) == nanoseconds(other.changed);
-}
-
-// Stamps without a fraction may come from a filesystem that keeps whole
-// seconds, or two (FAT); others keep at most 10 ms.
-bool RPMPackager::FileIdentity::settledBefore(timespec const& now) const
-{
-    std::int64_t const unit = changed.tv_nsec == 0 ? 2'000'000'000 : 10'000'000;
-    return nanoseconds(changed) + unit < nanoseconds(now);
-}
-
 ExtendedPackageInfo RPMPackager::readFileRecord(rpmts ts, std::string const& path, bool& direct)
 {
     direct = false;
@@ -646,11 +607,12 @@ ExtendedPackageInfo RPMPackager::readFileRecord(rpmts ts, std::string const& pat
 }
 
 // Only records built without the text are remembered: a file whose reading
-// printed a message prints it again on every refresh, as it always did.
-ManifestPackageInfo RPMPackager::fileRecord(rpmts ts, std::string const& path, KnownFiles& still)
+// printed a message prints it again whenever the file is read.
+ManifestPackageInfo RPMPackager::fileRecord(rpmts ts, RepositorySnapshot const& snapshot,
+                                            RepositorySnapshot::File const& file, KnownFiles& still)
 {
-    timespec const now = coarseNow(); // before the file's state: a later change is stamped after it
-    std::optional<FileIdentity> const identity = FileIdentity::of(path);
+    std::string const path = snapshot.pathOf(file);
+    std::optional<RepositorySnapshot::FileState> const& identity = file.second;
     auto const known = knownFiles.find(path);
     if (identity && known != knownFiles.end() && known->second.identity == *identity) {
         ManifestPackageInfo record = known->second.record;
@@ -660,7 +622,7 @@ ManifestPackageInfo RPMPackager::fileRecord(rpmts ts, std::string const& path, K
     bool direct = false;
     ExtendedPackageInfo const info = readFileRecord(ts, path, direct);
     ManifestPackageInfo record(info.getName(), path, info.getDependencies(), info.getGroup());
-    if (identity && direct && identity->settledBefore(now))
+    if (identity && direct && identity->settledBefore(snapshot.getTakenAt()))
         still.emplace(path, KnownFile{*identity, record});
     return record;
 }
@@ -692,31 +654,25 @@ void RPMPackager::getFilePackageInfoList(PackageInfoListRequest const& request,
     std::string const repository = getRepositoryPath();
     if (repository.empty())
         return;
-    std::unique_ptr<DIR, CloseDirectory> directory(opendir(repository.c_str()));
-    if (!directory) {
+    std::optional<RepositorySnapshot> const snapshot = RepositorySnapshot::take(repository);
+    if (!snapshot) {
         VLOG(DebugLevelError, "local repository %s not found.\n", repository.c_str());
         return;
     }
-    std::vector<std::string> paths;
-    while (dirent* entry = readdir(directory.get())) {
-        if (std::strncmp(entry->d_name, ".", 255) != 0 && std::strncmp(entry->d_name, "..", 255) != 0)
-            paths.push_back(repository + "/" + entry->d_name);
-    }
-    directory.reset();
 
     out.clear();
     // One database hold for the whole directory: opening the database per
     // file would cost more than reading the files.
     std::vector<ManifestPackageInfo> records;
-    records.reserve(paths.size());
+    records.reserve(snapshot->getFiles().size());
     void* handle = nullptr;
     if (!acquireDB(&handle))
         return;
     {
         DatabaseHold const hold(*this, handle);
         KnownFiles still;
-        for (std::string const& path : paths)
-            records.push_back(fileRecord(static_cast<rpmts>(handle), path, still));
+        for (RepositorySnapshot::File const& file : snapshot->getFiles())
+            records.push_back(fileRecord(static_cast<rpmts>(handle), *snapshot, file, still));
         knownFiles = std::move(still); // files that vanished or changed are forgotten
     }
 

@@ -21,13 +21,12 @@
 
 #include "frame/Mutex.h"
 #include "Packager.h"
+#include "RepositorySnapshot.h"
 
 #include <rpm/rpmtag.h>
 #include <rpm/rpmtypes.h>
 
-#include <optional>
 #include <string>
-#include <sys/stat.h>
 #include <unordered_map>
 #include <vector>
 
@@ -90,25 +89,9 @@ protected:
     bool closeDataBase();
 
 private:
-    // One state of a file: while these are unchanged, so are its bytes.
-    struct FileIdentity {
-        // The identity of the file `path` names now; none when it can't be read.
-        static std::optional<FileIdentity> of(std::string const& path);
-        bool operator==(FileIdentity const& other) const;
-        // True when a change of the file after `now` can't leave the same
-        // identity: its ctime lies before `now` by more than the unit in which
-        // the filesystem stamps changes.
-        bool settledBefore(timespec const& now) const;
-
-        dev_t device = 0;
-        ino_t inode = 0;
-        off_t size = 0;
-        timespec modified{};
-        timespec changed{};
-    };
     // A repository file's record, as read when the file had `identity`.
     struct KnownFile {
-        FileIdentity identity;
+        RepositorySnapshot::FileState identity;
         ManifestPackageInfo record;
     };
     using KnownFiles = std::unordered_map<std::string, KnownFile>;
@@ -124,9 +107,10 @@ private:
     // The record of the package file at `path`, read with `ts` under the
     // database lock; a default record when it is no package.
     static ExtendedPackageInfo readFileRecord(rpmts ts, std::string const& path, bool& direct);
-    // The manifest record of `path`, from `knownFiles` while the file is
-    // unchanged, else read; files worth remembering go into `still`.
-    ManifestPackageInfo fileRecord(rpmts ts, std::string const& path, KnownFiles& still);
+    // The manifest record of one file of `snapshot`, from `knownFiles` while
+    // the file is unchanged, else read; files worth remembering go into `still`.
+    ManifestPackageInfo fileRecord(rpmts ts, RepositorySnapshot const& snapshot, RepositorySnapshot::File const& file,
+                                   KnownFiles& still);
     // Calls `visit` for each header of the database that `values` select, under one database hold.
     template <class Visit>
     void forEachDBHeader(rpmTagVal filterTag, VectorObject<std::string> const& values, Visit visit);
