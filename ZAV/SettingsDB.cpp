@@ -1,6 +1,5 @@
 #include "SettingsDB.h"
 
-#include "frame/Exception.h"
 #include "frame/ListenerList.h"
 
 #include <memory>
@@ -79,21 +78,21 @@ SettingsDB::~SettingsDB() = default;
 VectorObject<std::string> SettingsDB::getEntities()
 {
     GetEntitiesCommand command(this);
-    read(command, __LINE__, "getEntities");
+    executeOrThrow(command, MODULE, __LINE__, "getEntities");
     return command.takeReturn();
 }
 
 VectorObject<std::string> SettingsDB::getAttributes(std::string const& entity)
 {
     GetAttributesCommand command(this, entity);
-    read(command, __LINE__, "getAttributes");
+    executeOrThrow(command, MODULE, __LINE__, "getAttributes");
     return command.takeReturn();
 }
 
 VectorObject<SerialObject*> SettingsDB::getAllowedValues(EntityAttributePair const& pair)
 {
     GetAllowedValuesCommand command(this, pair);
-    read(command, __LINE__, "getAllowedValues");
+    executeOrThrow(command, MODULE, __LINE__, "getAllowedValues");
     return command.takeReturn();
 }
 
@@ -106,14 +105,14 @@ void SettingsDB::setAllowedValues(AllowedValues const& allowed)
 SerialObject* SettingsDB::getCurrentValue(EntityAttributePair const& pair)
 {
     GetCurrentValueCommand command(this, pair);
-    read(command, __LINE__, "getCurrentValue");
+    executeOrThrow(command, MODULE, __LINE__, "getCurrentValue");
     return command.getReturn();
 }
 
 VectorObject<ISettingsDB::AttributeValuePair> SettingsDB::getCurrentValues(std::string const& entity)
 {
     GetCurrentValuesCommand command(this, entity);
-    read(command, __LINE__, "getCurrentValues");
+    executeOrThrow(command, MODULE, __LINE__, "getCurrentValues");
     return command.takeReturn();
 }
 
@@ -127,22 +126,6 @@ void SettingsDB::reset()
 {
     ResetCommand command(this);
     executeOrThrow(command, MODULE, __LINE__, "reset");
-}
-
-bool SettingsDB::readsLockThemselves() const
-{
-    return false;
-}
-
-void SettingsDB::read(SettingsDBCommand& command, int line, char const* operation)
-{
-    if (!readsLockThemselves()) {
-        executeOrThrow(command, MODULE, line, operation);
-        return;
-    }
-    run(&command);
-    if (command.getStatus() != ReturnSuccess)
-        throwException(MODULE, line, operation, command.getStatus());
 }
 
 template <class Notify>

@@ -1,13 +1,10 @@
 // The command layer of the settings database: each public operation becomes a
 // command run on the settings thread, where the `_` operation of the concrete
-// class (MasterSettingsDB, StubSettingsDB) does the work. A concrete class
-// whose reads lock for themselves (readsLockThemselves()) has the commands of
-// the five reads run on the caller's thread instead, with no hand-off.
+// class (MasterSettingsDB, StubSettingsDB) does the work.
 //
 // Threads: public operations may come from any thread and wait for the answer;
-// `_` writes run on the settings thread, one at a time, and so do `_` reads
-// unless readsLockThemselves(). A read begun after a write returned sees it.
-// A failure reaches the caller as Exception with the command's status. addListener,
+// `_` operations run on the settings thread, one at a time. A failure reaches
+// the caller as Exception with the command's status. addListener,
 // removeListener and the four notifications run on the caller's thread with no
 // lock: the owner keeps them from racing with each other.
 // Ownership: listener pointers are not owned.
@@ -144,15 +141,8 @@ protected:
     virtual VectorObject<AttributeValuePair> _getCurrentValues(std::string const& entity) = 0;
     virtual void _setCurrentValues(CurrentValues const& values) = 0;
     virtual void _reset() = 0;
-    // True when the `_` reads may run on any thread at the same time as each
-    // other and as a `_` write on the settings thread. False here.
-    virtual bool readsLockThemselves() const;
 
 private:
-    // Runs a read's command on the caller's thread when readsLockThemselves(),
-    // on the settings thread otherwise; throws like executeOrThrow.
-    void read(SettingsDBCommand& command, int line, char const* operation);
-
     template <class Notify>
     int notifyListeners(Notify&& notify);
 

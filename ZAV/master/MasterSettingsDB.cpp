@@ -104,9 +104,4 @@ void MasterSettingsDB::_reset()
     currentStore.reset();
 }
 
-bool MasterSettingsDB::readsLockThemselves() const
-{
-    return true;
-}
-
 } // namespace Velmora

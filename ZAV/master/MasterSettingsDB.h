@@ -10,10 +10,8 @@
 // reads that text back as a vector; reset empties the current store only; the
 // entity and attribute lists know only the current store.
 //
-// Threads: `_` writes run on the settings thread; `_` reads run on the
-// caller's thread, as the stores lock for themselves and read through a
-// connection of their own, so a read never waits for the settings thread or a
-// write's commit. init() belongs to the owner's thread.
+// Threads: `_` operations run on the settings thread; the stores lock for
+// themselves. init() belongs to the owner's thread.
 #pragma once
 
 #include "store/EAVStore.h"
@@ -44,7 +42,6 @@ protected:
     VectorObject<AttributeValuePair> _getCurrentValues(std::string const& entity) override;
     void _setCurrentValues(CurrentValues const& values) override;
     void _reset() override;
-    bool readsLockThemselves() const override;
 
 private:
     EAVStore currentStore;

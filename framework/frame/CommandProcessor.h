@@ -81,9 +81,6 @@ public:
 
 protected:
     void requestStop() override;
-    // Runs the command on the calling thread and records its status, as the
-    // loop does: every exception becomes the status.
-    static void run(Command* command);
 
 private:
     // A caller asleep in executeCommand until its command has run, on a
@@ -104,6 +101,7 @@ private:
         unsigned int due;
     };
 
+    static void run(Command* command);
     bool runDuePeriodic(std::unique_lock<std::mutex>& lock);
     void runNext(std::unique_lock<std::mutex>& lock);
     void waitForWork(std::unique_lock<std::mutex>& lock);

@@ -12,7 +12,6 @@
 
 #include <gtest/gtest.h>
 
-#include <thread>
 
 using namespace Velmora;
 using Pairs = VectorObject<ISettingsDB::AttributeValuePair>;
@@ -137,29 +136,4 @@ TEST_F(MasterSettingsDBTest, AStoredTextThatIsNoSerialObjectFailsTheReadAndACorr
     writeFile(scratch.file("root/ZAVSettingsDBCurrent.db"), junk);
     EXPECT_THROW(open(), Exception);
     EXPECT_TRUE(contentsOf(scratch.file("root/ZAVSettingsDBCurrent.db")) == junk) << "the file was changed";
-}
-
-// Reads run on their callers' threads while the settings thread writes: each
-// sees whole committed values, never one older than a value it saw before.
-TEST_F(MasterSettingsDBTest, ReadsOnOtherThreadsDuringWritesSeeCommittedValuesInOrder)
-{
-    MasterSettingsDB& s = open();
-    s.setCurrentValue("count", "n", UInt32Object(0));
-    constexpr unsigned int LAST = 40;
-    auto reader = [&s] {
-        unsigned int seen = 0;
-        while (seen < LAST) {
-            Pairs values = s.getCurrentValues("count");
-            ASSERT_EQ(values.size(), 1u);
-            auto const* number = dynamic_cast<UInt32Object const*>(&values[0].getValue());
-            ASSERT_NE(number, nullptr);
-            ASSERT_GE(number->getValue(), seen);
-            seen = number->getValue();
-        }
-    };
-    std::thread first(reader), second(reader);
-    for (unsigned int n = 1; n <= LAST; ++n)
-        s.setCurrentValue("count", "n", UInt32Object(n));
-    first.join();
-    second.join();
 }
