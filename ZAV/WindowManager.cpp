@@ -102,6 +102,17 @@ std::string WindowManager::launchFor(LaunchParameters const& parameters, std::st
     return _launch(parameters);
 }
 
+void WindowManager::terminateBecause(std::string const& uid, std::string const& reason)
+{
+    await(*this, TerminateBecauseCommand(this, &WindowManager::terminateFor, uid, reason), "terminate");
+}
+
+void WindowManager::terminateFor(std::string const& uid, std::string const& reason)
+{
+    terminateReason = reason;
+    _terminate(uid);
+}
+
 bool WindowManager::focusBecause(std::string const& why, std::string const& uid, bool notifyOld)
 {
     focusReason = why;
@@ -204,9 +215,15 @@ void WindowManager::queuePowerChangeRequest(unsigned int state)
 
 void WindowManager::queueStartUp() { queueCommand(new StartUpCommand(this, &WindowManager::_startup), true); }
 
-bool WindowManager::focusNotifyingOld(std::string const& uid) { return focusBecause("setFocus", uid, true); }
+bool WindowManager::focusNotifyingOld(std::string const& uid)
+{
+    return focusBecause("IWindowManager.setFocus", uid, true);
+}
 
-void WindowManager::focusAfterAnimation(std::string const& uid) { focusBecause("animation finished", uid, true); }
+void WindowManager::focusAfterAnimation(std::string const& uid)
+{
+    focusBecause("the animation of " + uid + " finished", uid, true);
+}
 
 void WindowManager::announceLayout(std::string const&) { onLayoutChange(*this, LAYOUT_INVALID, LAYOUT_INVALID); }
 
@@ -277,6 +294,8 @@ IWindowManager::LaunchParameters WindowManager::_getLaunchParameters(std::string
 }
 
 void WindowManager::_onApplicationListChange() { onWindowListChange(*this, _getWindowList()); }
+
+std::string WindowManager::processEndState() const { return ILifecycleManagement::STATE_TERMINATED; }
 
 void WindowManager::_garbageCollection()
 {

@@ -86,11 +86,11 @@ void MasterWindowManager::_autoFocus(bool notifyOld)
     for (auto const& [uid, entry] : applications) {
         if (uid != masterUid && entry.getLastReportedState() == ILifecycleManagement::STATE_RUNNING &&
             !entry.getDeathMark()) {
-            focusBecause("master window hidden: the first running window", uid, notifyOld);
+            focusBecause("master window hidden (" + toggleCause + "): the first running window", uid, notifyOld);
             return;
         }
     }
-    focusBecause("master window hidden: no running window", std::string(), notifyOld);
+    focusBecause("master window hidden (" + toggleCause + "): no running window", std::string(), notifyOld);
 }
 
 void MasterWindowManager::showMaster(bool visible)
@@ -105,12 +105,19 @@ void MasterWindowManager::sendSyntheticKey()
     _dispatchEvent(&key);
 }
 
+void MasterWindowManager::toggleMasterWindowBecause(std::string const& why)
+{
+    toggleCause = why;
+    _toggleMasterWindow();
+    toggleCause = "toggled";
+}
+
 void MasterWindowManager::_toggleMasterWindow()
 {
     if (!_getApplicationEntry(masterUid))
         return;
     if (focusedUid != masterUid || applications.size() == 1) {
-        focusBecause("master window toggled", masterUid, true);
+        focusBecause("master window shown (" + toggleCause + ")", masterUid, true);
         showMaster(true);
         sendSyntheticKey(); // tells the master window it came up
         return;
@@ -139,7 +146,7 @@ void MasterWindowManager::_onStateChange(std::string const& uid, std::string con
                 reachWindow(*shown, "_onStateChange", [&] { compositingOf(*shown).setVisibility(id, true); });
         } else if (terminated) {
             if (focusedUid == id)
-                focusBecause("focused window ended (" + state + ")", std::string(), false); // gone: no blur
+                focusBecause("the focused window ended (" + state + ")", std::string(), false); // gone: no blur
             if (masterUid == id)
                 masterUid.clear();
         }
@@ -154,7 +161,7 @@ void MasterWindowManager::_onStateChange(std::string const& uid, std::string con
         launchFor(waiting, "the put-off launch, after " + id + " ended");
         pendingLaunches.pop();
     } else if (!applications.empty()) {
-        _toggleMasterWindow();
+        toggleMasterWindowBecause(id + " ended");
     }
 }
 
