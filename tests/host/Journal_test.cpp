@@ -166,6 +166,12 @@ TEST(Journal, NamesWhyEachWindowWentAwayAndKeepsItOverARestart)
         ended(victim);
         whys.push_back({"service failure", victim, "terminate", "the service QEN failed", "every window but the master"});
         whys.push_back({"service failure", engine, "exited", "signal 9 (Killed)", "ended in state RUNNING"});
+        // Booted once, and once more when the restarted engine runs, however often the service manager says so.
+        Json::Value boots;
+        boots["kind"] = "boot-complete";
+        EXPECT_TRUE(BusTest::waitFor([&] { return client.callOrThrow("ILifecycleJournal.query", boots).size() == 2; }));
+        EXPECT_EQ("again, after a service ended",
+                  client.callOrThrow("ILifecycleJournal.query", boots)[1]["cause"].asString());
 
         // Alive but deaf: a stopped window can't answer the request to end; the collection kills it.
         std::string const deaf = launchRunning(client, "deaf");
