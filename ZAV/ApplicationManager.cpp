@@ -340,6 +340,7 @@ void ApplicationManager::_onProcessEnd(std::string const& uid, std::string const
     std::string const state = entry->getLastReportedState();
     journal({.uid = uid, .kind = LifecycleEntry::KIND_EXITED, .reason = end,
              .cause = "process " + pid + " ended in state " + state});
+    stateReason = "its process ended";
     _onStateChange(uid, state, processEndState());
 }
 
@@ -419,12 +420,13 @@ void ApplicationManager::_onKeepAlive(std::string const& uid, std::string const&
 void ApplicationManager::_onStateChange(std::string const& uid, std::string const& /*oldState*/,
                                         std::string const& newState)
 {
+    std::string const reason = std::exchange(stateReason, std::string());
     ApplicationMapEntry* entry = _getApplicationEntry(uid);
     if (!entry)
         return;
     bool lives = true;
     if (newState != entry->getLastReportedState()) {
-        journal({.uid = uid, .kind = LifecycleEntry::KIND_STATE, .reason = "reported",
+        journal({.uid = uid, .kind = LifecycleEntry::KIND_STATE, .reason = reason.empty() ? "reported" : reason,
                  .cause = entry->getLastReportedState() + " -> " + newState});
         entry->setLastReportedState(newState);
         if (ILifecycleManagement::isApplicationTerminated(newState)) {

@@ -241,8 +241,11 @@ protected:
     Mutex listenerMutex;
     std::vector<IApplicationManager::IApplicationManagerListener*> listeners;
     bool listenersChanged = false;
-    // Why the next _createApplication starts its program; set by the caller, manager's thread.
+    // Why the next _createApplication starts its program, and why the next
+    // _onStateChange happens when no program reported it; set by the caller,
+    // manager's thread.
     std::string startReason;
+    std::string stateReason;
 
 private:
     void destroyAllApplications();

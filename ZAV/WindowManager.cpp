@@ -314,6 +314,7 @@ void WindowManager::_garbageCollection()
                  .reason = entry.getDeathMark() ? "ignored a terminate request or could not be reached"
                                                 : "no state report after its launch",
                  .cause = silence});
+        stateReason = "collected";
         _onStateChange(uid, oldState, ILifecycleManagement::STATE_RUNAWAY);
         // The table changed: go on from its second entry; the first waits for the next pass.
         it = applications.begin();
