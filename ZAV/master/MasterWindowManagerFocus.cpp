@@ -57,6 +57,7 @@ void MasterWindowManager::_createMaster()
 bool MasterWindowManager::_setFocus(std::string const& uid, bool notifyOld)
 {
     std::string const target = uid; // may be focusedUid itself
+    std::string const before = focusedUid; // the journal's "from", blurred or not
     std::string oldFocus;
     if (ApplicationMapEntry* current = notifyOld ? _getApplicationEntry(focusedUid) : nullptr) {
         oldFocus = focusedUid;
@@ -71,10 +72,10 @@ bool MasterWindowManager::_setFocus(std::string const& uid, bool notifyOld)
     } else {
         focusedUid.clear();
     }
-    if (oldFocus != focusedUid || (!took && !target.empty()))
-        journal({.uid = focusedUid.empty() ? oldFocus : focusedUid, .kind = LifecycleEntry::KIND_FOCUS,
+    if (before != focusedUid || (!took && !target.empty()))
+        journal({.uid = focusedUid.empty() ? before : focusedUid, .kind = LifecycleEntry::KIND_FOCUS,
                  .reason = focusReason.empty() ? "focus requested" : focusReason,
-                 .cause = "from \"" + oldFocus + "\" to \"" + focusedUid + "\"" +
+                 .cause = "from \"" + before + "\" to \"" + focusedUid + "\"" +
                           (took || target.empty() ? "" : "; " + target + " unreachable")});
     focusReason.clear();
     onFocusChange(*this, oldFocus, focusedUid);
