@@ -2,6 +2,7 @@
 
 #include "frame/DebugPrint.h"
 #include "frame/Exception.h"
+#include "frame/FunctionCommand.h"
 #include "frame/ListenerList.h"
 #include "frame/OSTime.h"
 #include "serial/Serialization.h"
@@ -173,6 +174,10 @@ void ApplicationManager::destroyAllApplications()
 
 void ApplicationManager::init()
 {
+    // Before the thread: the thread's first command may start a process.
+    processWatcher = std::make_unique<ProcessWatcher>([this](std::string const& uid, std::string const& pid) {
+        queueCommand(new FunctionCommand(this, [this, uid, pid] { _onProcessEnd(uid, pid); }), true);
+    });
     CommandProcessor::init();
     for (int i = 1; i + 1 < argc; ++i) {
         if (std::strcmp(argv[i], "--velmora:gcInitDelay") == 0)
@@ -180,6 +185,13 @@ void ApplicationManager::init()
         else if (std::strcmp(argv[i], "--velmora:applicationHostname") == 0)
             applicationHostname = argv[++i];
     }
+}
+
+void ApplicationManager::uninit()
+{
+    CommandProcessor::uninit();
+    // The thread that watches with it has stopped (or is this one, which stops next).
+    processWatcher.reset();
 }
 
 std::string ApplicationManager::getState(std::string const& uid)
@@ -285,6 +297,8 @@ std::string ApplicationManager::_createApplication(std::string const& name, std:
              .cause = "pid " + processId + ", script " + name});
     client->addListener(static_cast<IApplication::IApplicationListener*>(this));
     client->init();
+    if (processWatcher)
+        processWatcher->watch(processId, uid);
     return uid;
 }
 
@@ -311,6 +325,26 @@ void ApplicationManager::_destroyApplication(std::string const& uid)
              .cause = cause});
     applications.erase(found);
 }
+
+void ApplicationManager::_onProcessEnd(std::string const& uid, std::string const& pid)
+{
+    // A notice that comes after its entry went, or whose pid a newer process
+    // took meanwhile, is old news: only a process that has ended and not yet
+    // been reaped is the entry's.
+    ApplicationMapEntry* entry = _getApplicationEntry(uid);
+    if (!entry || entry->getPid() != pid)
+        return;
+    std::string const end = ProcessWatcher::endOf(pid);
+    if (end.empty())
+        return;
+    std::string const state = entry->getLastReportedState();
+    journal({.uid = uid, .kind = LifecycleEntry::KIND_EXITED, .reason = end,
+             .cause = "process " + pid + " ended in state " + state});
+    stateReason = "its process ended";
+    _onStateChange(uid, state, processEndState());
+}
+
+std::string ApplicationManager::processEndState() const { return ILifecycleManagement::STATE_CRASHED; }
 
 void ApplicationManager::journalStopping(std::string const& uid)
 {
@@ -386,12 +420,13 @@ void ApplicationManager::_onKeepAlive(std::string const& uid, std::string const&
 void ApplicationManager::_onStateChange(std::string const& uid, std::string const& /*oldState*/,
                                         std::string const& newState)
 {
+    std::string const reason = std::exchange(stateReason, std::string());
     ApplicationMapEntry* entry = _getApplicationEntry(uid);
     if (!entry)
         return;
     bool lives = true;
     if (newState != entry->getLastReportedState()) {
-        journal({.uid = uid, .kind = LifecycleEntry::KIND_STATE, .reason = "reported",
+        journal({.uid = uid, .kind = LifecycleEntry::KIND_STATE, .reason = reason.empty() ? "reported" : reason,
                  .cause = entry->getLastReportedState() + " -> " + newState});
         entry->setLastReportedState(newState);
         if (ILifecycleManagement::isApplicationTerminated(newState)) {

@@ -1,13 +1,16 @@
 // The common base of WindowManager and ServiceManager: a command processor
 // with a table of running programs. It starts a program through the factory,
 // talks to it through its client, follows the states the program reports and
-// destroys the entry when the program ends. It holds no policy.
+// destroys the entry when the program ends. A process that ends without
+// saying so is noticed at once (a ProcessWatcher from init() to uninit()) and
+// reported in processEndState(). It holds no policy.
 //
 // Threads: public operations come from any thread; those that want an answer
-// wait for the manager's thread, onKeepAlive/onStateChange are queued, and
-// onError fans out on the caller's thread. The table and every `_` operation
-// belong to the manager's thread. Listener lists are guarded by listenerMutex.
-// The factory is not owned; clients are owned by the entries' manager.
+// wait for the manager's thread, onKeepAlive/onStateChange and the ends of
+// processes are queued, and onError fans out on the caller's thread. The
+// table and every `_` operation belong to the manager's thread. Listener
+// lists are guarded by listenerMutex. The factory is not owned; clients are
+// owned by the entries' manager.
 #pragma once
 
 #include "APPClient.h"
@@ -17,10 +20,12 @@
 #include "frame/Mutex.h"
 #include "frame/ReturningCommand.h"
 #include "LifecycleObserver.h"
+#include "ProcessWatcher.h"
 #include "ZAVClient.h"
 
 #include <atomic>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -171,9 +176,11 @@ public:
     ApplicationManager(ApplicationFactory* factory, std::string const& name, int argc, char** argv);
     ~ApplicationManager() override;
 
-    // Starts the thread, then reads "--velmora:gcInitDelay <seconds>" and
-    // "--velmora:applicationHostname <name>" from argv.
+    // Starts the process watch and the thread, then reads "--velmora:gcInitDelay
+    // <seconds>" and "--velmora:applicationHostname <name>" from argv.
     void init() override;
+    // Stops the thread, then the process watch.
+    void uninit() override;
 
     std::string getState(std::string const& uid) override;
     void setState(std::string const& uid, std::string const& requestedState) override;
@@ -210,6 +217,11 @@ protected:
     virtual RuntimeStatistics _getRuntimeStatistics(std::string const& uid);
     virtual void _onKeepAlive(std::string const& uid, std::string const& state);
     virtual void _onStateChange(std::string const& uid, std::string const& oldState, std::string const& newState);
+    // The process `pid` of `uid` has ended: when the entry still names it, the
+    // exit is journalled and the entry goes into processEndState().
+    void _onProcessEnd(std::string const& uid, std::string const& pid);
+    // The state of a program whose process ended unreported: STATE_CRASHED.
+    virtual std::string processEndState() const;
 
     // Tells the lifecycle observer of a change, stamped with this manager's session.
     void journal(LifecycleEntry entry);
@@ -229,11 +241,15 @@ protected:
     Mutex listenerMutex;
     std::vector<IApplicationManager::IApplicationManagerListener*> listeners;
     bool listenersChanged = false;
-    // Why the next _createApplication starts its program; set by the caller, manager's thread.
+    // Why the next _createApplication starts its program, and why the next
+    // _onStateChange happens when no program reported it; set by the caller,
+    // manager's thread.
     std::string startReason;
+    std::string stateReason;
 
 private:
     void destroyAllApplications();
+    std::unique_ptr<ProcessWatcher> processWatcher; // from init() to uninit()
     std::atomic<LifecycleObserver*> lifecycleObserver{nullptr};
 };
 

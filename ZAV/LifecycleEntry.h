@@ -31,6 +31,7 @@ public:
     static constexpr char const* KIND_FOCUS = "focus";
     static constexpr char const* KIND_TERMINATE = "terminate";
     static constexpr char const* KIND_RUNAWAY = "runaway";
+    static constexpr char const* KIND_EXITED = "exited";
     static constexpr char const* KIND_ENDED = "ended";
     static constexpr char const* KIND_SERVICE_FAILED = "service-failed";
     static constexpr char const* KIND_BOOT_COMPLETE = "boot-complete";

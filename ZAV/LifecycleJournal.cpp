@@ -140,6 +140,8 @@ void LifecycleJournal::record(LifecycleEntry entry)
     {
         std::lock_guard<std::mutex> lock(mutex);
         entry.sequence = nextSequence++;
+        if (entry.kind == LifecycleEntry::KIND_ENDED && entry.session < 0)
+            booted = false; // a service ended: the next complete boot is news
         if (!entry.uid.empty()) {
             auto& identity = identities[entry.uid];
             if (!entry.applicationType.empty() || !entry.name.empty())
@@ -319,7 +321,15 @@ std::optional<LifecycleEntry> LifecycleJournal::fromJson(Json::Value const& valu
 
 void LifecycleJournal::onBootComplete()
 {
-    record({.kind = LifecycleEntry::KIND_BOOT_COMPLETE, .reason = "every service runs"});
+    bool again = false;
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        if (std::exchange(booted, true))
+            return;
+        again = std::exchange(bootedBefore, true);
+    }
+    record({.kind = LifecycleEntry::KIND_BOOT_COMPLETE, .reason = "every service runs",
+            .cause = again ? "again, after a service ended" : "the first time since the server started"});
 }
 
 void LifecycleJournal::onServiceFailure(std::string const& name)

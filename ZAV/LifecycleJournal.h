@@ -81,7 +81,10 @@ public:
     // Null when the value is not an entry.
     static std::optional<LifecycleEntry> fromJson(Json::Value const& value);
 
-    // The service manager's and the package installer's notices.
+    // The service manager's and the package installer's notices. The service
+    // manager tells of a complete boot after every pass that finds all
+    // services up, and a pass follows each change of its table: only the
+    // first since the start, and the first after a service ended, are recorded.
     void onBootComplete() override;
     void onServiceFailure(std::string const& name) override;
     void onServiceListChange(VectorObject<std::string> const&) override {}
@@ -115,6 +118,8 @@ private:
     std::map<std::string, std::pair<std::string, std::string>> identities; // uid: type, name
     std::uint64_t nextSequence = 1;
     bool pendingDropLogged = false;
+    bool booted = false;       // every service runs, as far as the journal has heard
+    bool bootedBefore = false; // since the start
     bool stopping = false;
 
     std::mutex subscriberMutex;

@@ -102,6 +102,17 @@ std::string WindowManager::launchFor(LaunchParameters const& parameters, std::st
     return _launch(parameters);
 }
 
+void WindowManager::terminateBecause(std::string const& uid, std::string const& reason)
+{
+    await(*this, TerminateBecauseCommand(this, &WindowManager::terminateFor, uid, reason), "terminate");
+}
+
+void WindowManager::terminateFor(std::string const& uid, std::string const& reason)
+{
+    terminateReason = reason;
+    _terminate(uid);
+}
+
 bool WindowManager::focusBecause(std::string const& why, std::string const& uid, bool notifyOld)
 {
     focusReason = why;
@@ -204,9 +215,15 @@ void WindowManager::queuePowerChangeRequest(unsigned int state)
 
 void WindowManager::queueStartUp() { queueCommand(new StartUpCommand(this, &WindowManager::_startup), true); }
 
-bool WindowManager::focusNotifyingOld(std::string const& uid) { return focusBecause("setFocus", uid, true); }
+bool WindowManager::focusNotifyingOld(std::string const& uid)
+{
+    return focusBecause("IWindowManager.setFocus", uid, true);
+}
 
-void WindowManager::focusAfterAnimation(std::string const& uid) { focusBecause("animation finished", uid, true); }
+void WindowManager::focusAfterAnimation(std::string const& uid)
+{
+    focusBecause("the animation of " + uid + " finished", uid, true);
+}
 
 void WindowManager::announceLayout(std::string const&) { onLayoutChange(*this, LAYOUT_INVALID, LAYOUT_INVALID); }
 
@@ -278,6 +295,8 @@ IWindowManager::LaunchParameters WindowManager::_getLaunchParameters(std::string
 
 void WindowManager::_onApplicationListChange() { onWindowListChange(*this, _getWindowList()); }
 
+std::string WindowManager::processEndState() const { return ILifecycleManagement::STATE_TERMINATED; }
+
 void WindowManager::_garbageCollection()
 {
     for (auto it = applications.begin(); it != applications.end(); ++it) {
@@ -295,6 +314,7 @@ void WindowManager::_garbageCollection()
                  .reason = entry.getDeathMark() ? "ignored a terminate request or could not be reached"
                                                 : "no state report after its launch",
                  .cause = silence});
+        stateReason = "collected";
         _onStateChange(uid, oldState, ILifecycleManagement::STATE_RUNAWAY);
         // The table changed: go on from its second entry; the first waits for the next pass.
         it = applications.begin();

@@ -127,6 +127,7 @@ public:
     using SetWindowLayoutCommand = Call<void, std::string>;
     using GetWindowLayoutCommand = Call<std::string>;
     using SurfaceAnimationFinishedCommand = Call<void, std::string>;
+    using TerminateBecauseCommand = Call<void, std::string, std::string>;
 
     WindowManager(unsigned int sessionIndex, ApplicationFactory* factory, int argc, char** argv);
     ~WindowManager() override;
@@ -150,6 +151,8 @@ public:
     std::string launch(LaunchParameters const& parameters) override;
     // The same, with who asked for it, for the lifecycle journal ("voice", "Wi-Fi Direct", ...).
     std::string launch(LaunchParameters const& parameters, std::string const& requester);
+    // terminate, with why for the lifecycle journal ("the service QEN failed"); waits.
+    void terminateBecause(std::string const& uid, std::string const& reason);
     LaunchParameters getLaunchParameters(std::string const& uid) override;
     void dispatchEvent(Event const& event) override;
     bool setFocus(std::string const& uid) override;
@@ -234,6 +237,8 @@ protected:
     virtual LaunchParameters _getLaunchParameters(std::string const& uid);
     void _onApplicationListChange() override;
     int journalSession() const override { return static_cast<int>(sessionIndex); }
+    // A window whose process ended goes as if it had reported TERMINATED.
+    std::string processEndState() const override;
     // _launch, with who asked for it kept in launchRequester for the journal.
     std::string launchFor(LaunchParameters const& parameters, std::string const& requester);
     // _setFocus, with why kept in focusReason for the journal.
@@ -253,13 +258,16 @@ protected:
     std::string focusedUid;
     std::vector<IWindowManager::IWindowManagerListener*> windowListeners;
     bool windowListenersChanged = false;
-    // Who asked for the launch and why the focus moves: read by _launch and
-    // _setFocus for the journal; manager's thread.
+    // Who asked for the launch, why the focus moves and why windows are asked
+    // to end: read by _launch, _setFocus and _terminate for the journal;
+    // manager's thread.
     std::string launchRequester;
     std::string focusReason;
+    std::string terminateReason;
 
 private:
     // The operations behind the commands whose call differs from their name.
+    void terminateFor(std::string const& uid, std::string const& reason);
     bool focusNotifyingOld(std::string const& uid);
     void focusAfterAnimation(std::string const& uid);
     void announceLayout(std::string const& ignoredName);

@@ -54,7 +54,6 @@ MasterServiceManager::~MasterServiceManager()
 {
     // Nothing may run on the manager's thread while its links go.
     uninit();
-    processWatcher.reset();
     delete webClient;
     webClient = nullptr;
     if (inputDriver)
@@ -66,9 +65,6 @@ Client::Type MasterServiceManager::getClientType() { return Client::Master; }
 void MasterServiceManager::init()
 {
     ApplicationManager::init();
-    processWatcher = std::make_unique<ProcessWatcher>([this](std::string const& uid) {
-        onStateChange(uid, std::string(), ILifecycleManagement::STATE_CRASHED);
-    });
     buildGraph();
     // Taken before the first pass: a service may come up as soon as it is started.
     inputDriver = Singleton<InputDriver>::getInstance<MultiInputDriver>();
@@ -171,16 +167,6 @@ void MasterServiceManager::_onApplicationListChange()
 {
     ServiceManager::_onApplicationListChange();
     _sequenceBootup();
-}
-
-std::string MasterServiceManager::_createApplication(std::string const& name, std::string const& parameters)
-{
-    std::string const uid = ServiceManager::_createApplication(name, parameters);
-    if (uid.empty() || !processWatcher)
-        return uid;
-    if (ApplicationMapEntry* entry = _getApplicationEntry(uid))
-        processWatcher->watch(entry->getPid(), uid);
-    return uid;
 }
 
 MasterServiceManager::KnownService MasterServiceManager::classify(std::string const& url)

@@ -26,12 +26,10 @@
 #include "frame/ExplicitSingleton.h"
 #include "Graph.h"
 #include "InputDriver.h"
-#include "ProcessWatcher.h"
 #include "ServiceManager.h"
 #include "serial/StringObject.h"
 #include "WEBClient.h"
 
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -63,8 +61,6 @@ protected:
     virtual void _sequenceBootup();
     void _onApplicationListChange() override;
     void _onStateChange(std::string const& uid, std::string const& oldState, std::string const& newState) override;
-    // Also watches the new process, so that its end reaches the table unreported.
-    std::string _createApplication(std::string const& name, std::string const& parameters) override;
 
     Graph<StringObject> serviceGraph;
     std::vector<std::string> pendingServices;
@@ -90,8 +86,6 @@ private:
     void announce(std::string const& name);
     void withdraw(std::string const& name);
     void tellWebService(char const* what, std::string const& name, void (WEBClient::*call)(std::string const&));
-
-    std::unique_ptr<ProcessWatcher> processWatcher;
 };
 
 } // namespace Velmora

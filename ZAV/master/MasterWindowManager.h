@@ -214,6 +214,7 @@ protected:
     QENClient* mediaClient = nullptr;
     std::string renderUri;
     bool keepMasterFocus = false;
+    std::string toggleCause = "toggled"; // why the master window toggles, for the journal
 
 private:
     // Launch helpers.
@@ -231,6 +232,8 @@ private:
     static IWindowEvent& eventsOf(ApplicationMapEntry const& entry);
     static IWindowCompositing& compositingOf(ApplicationMapEntry const& entry);
     void showMaster(bool visible);
+    // _toggleMasterWindow, with why kept in toggleCause for the journal ("the Home key").
+    void toggleMasterWindowBecause(std::string const& why);
     void sendSyntheticKey();
     // Input helpers.
     // True when the key tables consume the key.

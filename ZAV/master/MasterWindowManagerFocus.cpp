@@ -57,6 +57,7 @@ void MasterWindowManager::_createMaster()
 bool MasterWindowManager::_setFocus(std::string const& uid, bool notifyOld)
 {
     std::string const target = uid; // may be focusedUid itself
+    std::string const before = focusedUid; // the journal's "from", blurred or not
     std::string oldFocus;
     if (ApplicationMapEntry* current = notifyOld ? _getApplicationEntry(focusedUid) : nullptr) {
         oldFocus = focusedUid;
@@ -71,10 +72,10 @@ bool MasterWindowManager::_setFocus(std::string const& uid, bool notifyOld)
     } else {
         focusedUid.clear();
     }
-    if (oldFocus != focusedUid || (!took && !target.empty()))
-        journal({.uid = focusedUid.empty() ? oldFocus : focusedUid, .kind = LifecycleEntry::KIND_FOCUS,
+    if (before != focusedUid || (!took && !target.empty()))
+        journal({.uid = focusedUid.empty() ? before : focusedUid, .kind = LifecycleEntry::KIND_FOCUS,
                  .reason = focusReason.empty() ? "focus requested" : focusReason,
-                 .cause = "from \"" + oldFocus + "\" to \"" + focusedUid + "\"" +
+                 .cause = "from \"" + before + "\" to \"" + focusedUid + "\"" +
                           (took || target.empty() ? "" : "; " + target + " unreachable")});
     focusReason.clear();
     onFocusChange(*this, oldFocus, focusedUid);
@@ -86,11 +87,11 @@ void MasterWindowManager::_autoFocus(bool notifyOld)
     for (auto const& [uid, entry] : applications) {
         if (uid != masterUid && entry.getLastReportedState() == ILifecycleManagement::STATE_RUNNING &&
             !entry.getDeathMark()) {
-            focusBecause("master window hidden: the first running window", uid, notifyOld);
+            focusBecause("master window hidden (" + toggleCause + "): the first running window", uid, notifyOld);
             return;
         }
     }
-    focusBecause("master window hidden: no running window", std::string(), notifyOld);
+    focusBecause("master window hidden (" + toggleCause + "): no running window", std::string(), notifyOld);
 }
 
 void MasterWindowManager::showMaster(bool visible)
@@ -105,12 +106,19 @@ void MasterWindowManager::sendSyntheticKey()
     _dispatchEvent(&key);
 }
 
+void MasterWindowManager::toggleMasterWindowBecause(std::string const& why)
+{
+    toggleCause = why;
+    _toggleMasterWindow();
+    toggleCause = "toggled";
+}
+
 void MasterWindowManager::_toggleMasterWindow()
 {
     if (!_getApplicationEntry(masterUid))
         return;
     if (focusedUid != masterUid || applications.size() == 1) {
-        focusBecause("master window toggled", masterUid, true);
+        focusBecause("master window shown (" + toggleCause + ")", masterUid, true);
         showMaster(true);
         sendSyntheticKey(); // tells the master window it came up
         return;
@@ -139,7 +147,7 @@ void MasterWindowManager::_onStateChange(std::string const& uid, std::string con
                 reachWindow(*shown, "_onStateChange", [&] { compositingOf(*shown).setVisibility(id, true); });
         } else if (terminated) {
             if (focusedUid == id)
-                focusBecause("focused window ended (" + state + ")", std::string(), false); // gone: no blur
+                focusBecause("the focused window ended (" + state + ")", std::string(), false); // gone: no blur
             if (masterUid == id)
                 masterUid.clear();
         }
@@ -154,7 +162,7 @@ void MasterWindowManager::_onStateChange(std::string const& uid, std::string con
         launchFor(waiting, "the put-off launch, after " + id + " ended");
         pendingLaunches.pop();
     } else if (!applications.empty()) {
-        _toggleMasterWindow();
+        toggleMasterWindowBecause(id + " ended");
     }
 }
 

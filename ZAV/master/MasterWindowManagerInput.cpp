@@ -32,7 +32,7 @@ void MasterWindowManager::onBootComplete() { queueStartUp(); }
 void MasterWindowManager::onServiceFailure(std::string const& name)
 {
     VLOG(DebugLevelInfo, "Service %s failed, killing running application\n", name.c_str());
-    terminate(SINGLETON_UID);
+    terminateBecause(SINGLETON_UID, "the service " + name + " failed");
 }
 
 void MasterWindowManager::onServiceListChange(VectorObject<std::string> const&) {}
@@ -127,7 +127,7 @@ bool MasterWindowManager::consumedInDemoMode(KeyEvent const& key)
     case KeyEvent::KEY_MASTER_TOGGLE_CLIENT: {
         bool const mine = clientMode == (key.getKeyCode() == KeyEvent::KEY_MASTER_TOGGLE_CLIENT);
         if (mine && act)
-            _toggleMasterWindow();
+            toggleMasterWindowBecause("the Home key");
         return mine;
     }
     case KeyEvent::KEY_POWER_DEMO_DMS:
@@ -202,6 +202,8 @@ void MasterWindowManager::_handlePowerKey(KeyEvent::Code code)
             VLOG(DebugLevelError, "_handlePowerKey(): the media engine did not release every window\n");
         }
     }
+    journal({.kind = LifecycleEntry::KIND_POWER, .reason = "the Power key (code " + std::to_string(code) + ")",
+             .cause = "asks the power manager for " + std::to_string(powerState) + " -> " + std::to_string(target)});
     try {
         powerClient->setPowerState(target);
     } catch (...) {

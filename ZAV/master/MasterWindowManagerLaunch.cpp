@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <utility>
 
 namespace Velmora {
 
@@ -150,7 +151,8 @@ std::string MasterWindowManager::_launch(LaunchParameters const& parameters)
     }
     // Until the new window runs, keys reach no one.
     if (!keepMasterFocus && focusedUid == masterUid)
-        focusBecause("a launch is under way", std::string(), true);
+        focusBecause("the launch of " + type + " " + url + " requested by " + requester + " is under way",
+                     std::string(), true);
     return uid;
 }
 
@@ -180,6 +182,7 @@ std::string MasterWindowManager::launchOnSlave(LaunchParameters const& parameter
 
 void MasterWindowManager::_terminate(std::string const& uid)
 {
+    std::string const reason = std::exchange(terminateReason, std::string());
     if (uid != SINGLETON_UID) {
         ApplicationManager::_terminate(uid);
         return;
@@ -188,8 +191,10 @@ void MasterWindowManager::_terminate(std::string const& uid)
         ApplicationMapEntry* entry = &window.second;
         if (window.first == masterUid)
             continue;
-        journal({.uid = window.first, .kind = LifecycleEntry::KIND_TERMINATE, .reason = "terminate requested",
-                 .cause = "IApplicationManager.terminate of \"singleton\": every window but the master"});
+        journal({.uid = window.first, .kind = LifecycleEntry::KIND_TERMINATE,
+                 .reason = reason.empty() ? "terminate requested" : reason,
+                 .cause = (reason.empty() ? "IApplicationManager.terminate of \"singleton\"" : "\"singleton\"") +
+                          std::string(": every window but the master")});
         runLoggingExceptions(MODULE, __LINE__, "_terminate", [this, entry] { ApplicationManager::_terminate(entry); });
     }
 }

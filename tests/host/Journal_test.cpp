@@ -1,15 +1,24 @@
 // The lifecycle journal of a real server: for each way a window goes away the
 // journal names the reason and the cause, keeps them over a restart, and a
-// journal file that cannot be written costs the server nothing.
+// journal file that cannot be written or a subscriber that never reads costs
+// the server nothing.
 #include "HostWorld.h"
+#include "PackageWorld.h"
 
 #include "interfaces/IRPC.h"
 #include "rpc/RPCClient.h"
+#include "rpc/RuntimeDirectory.h"
+#include "FileDescriptor.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
 #include <fstream>
+
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 
 using namespace HostTest;
 
@@ -43,15 +52,20 @@ Json::Value entry(Velmora::RPCClient& client, std::string const& uid, std::strin
     return Json::Value();
 }
 
-// The uid of the window started for `url`; empty while none is.
-std::string startedFor(Velmora::RPCClient& client, std::string const& url)
+// The uid of the program started for `name`; empty while none is.
+std::string startedFor(Velmora::RPCClient& client, std::string const& name)
 {
     Json::Value query;
     query["kind"] = "started";
     for (Json::Value const& found : client.callOrThrow("ILifecycleJournal.query", query))
-        if (found["name"] == url)
+        if (found["name"] == name)
             return found["uid"].asString();
     return std::string();
+}
+
+pid_t pidOf(Velmora::RPCClient& client, std::string const& uid)
+{
+    return std::stoi(entry(client, uid, "started")["cause"].asString().substr(4)); // "pid N, script ..."
 }
 
 bool hasEnded(Velmora::RPCClient& client, std::string const& uid) { return !entry(client, uid, "ended").isNull(); }
@@ -72,73 +86,162 @@ std::string launchRunning(Velmora::RPCClient& client, std::string const& url)
     return uid;
 }
 
+// The box's services: the start of the system and the media engine's simulator.
+void installServices(VelmoraTest::PackageWorld const& packages, HostWorld const& world)
+{
+    std::vector<VelmoraTest::PackageSpec> const specs{
+        {"velmora-start", "1.0", "Velmora/Service", "{\"applicationURL\":\"start_velmora\"}", {}},
+        {"velmora-qen", "1.0", "Velmora/Service", "{\"applicationURL\":\"VelmoraQENExec\"}", {"velmora-start"}}};
+    fs::path const cache = fs::path(VELMORA_PACKAGE_CACHE) / "journal";
+    VelmoraTest::PackageWorld::buildMany(cache, specs);
+    packages.installWithTool({cache / "velmora-start-1.0.rpm", cache / "velmora-qen-1.0.rpm"});
+    // The packager finds its settings, and with them the RPM root, in the server's sysroot.
+    fs::create_directories(world.sysroot / "usr/local/var");
+    fs::create_directory_symlink(packages.root().parent_path() / "sysroot/usr/local/var/velmora",
+                                 world.sysroot / "usr/local/var/velmora");
+}
+
+// Why the journal must say a window went: the entry of `kind` names `reason`
+// and its cause holds `cause`.
+struct Why {
+    char const* path;
+    std::string uid;
+    std::string kind;
+    std::string reason;
+    std::string cause;
+};
+
 } // namespace
 
 TEST(Journal, NamesWhyEachWindowWentAwayAndKeepsItOverARestart)
 {
     HostWorld world;
-    std::string evicted, terminated, killed;
+    VelmoraTest::PackageWorld packages;
+    installServices(packages, world);
+    rlimit core{};
+    ::getrlimit(RLIMIT_CORE, &core);
+    core.rlim_cur = 0; // the crash below dumps nothing, and the server's grace stays short
+    ::setrlimit(RLIMIT_CORE, &core);
+    std::map<std::string, std::string> const withSimulators{
+        {"PATH", std::string(VELMORA_TEST_APP_DIR) + ":" + VELMORA_SIM_DIR + ":" + std::getenv("PATH")}};
+    std::vector<Why> whys;
     {
-        HostServer server(world, NO_MASTER);
+        HostServer server(world, NO_MASTER, withSimulators);
         ASSERT_TRUE(world.notify.awaitMessage("READY=1")) << server.log();
         Velmora::RPCClient client(1);
         connectFollowing(client);
+        auto const ended = [&](std::string const& uid) {
+            EXPECT_TRUE(BusTest::waitFor([&] { return hasEnded(client, uid); })) << uid << "\n" << server.log();
+        };
 
         // A full table: the oldest window is evicted for the third launch, which waits for its end.
-        evicted = launchRunning(client, "first");
-        terminated = launchRunning(client, "second");
+        std::string const first = launchRunning(client, "first");
+        std::string const second = launchRunning(client, "second");
         EXPECT_EQ("", launch(client, "third")); // put off: it has no uid yet
-        ASSERT_TRUE(BusTest::waitFor([&] { return hasEnded(client, evicted); })) << server.log();
-        Json::Value const eviction = entry(client, evicted, "evicted");
-        EXPECT_EQ("first", eviction["name"].asString());
-        EXPECT_NE(eviction["cause"].asString().find("for the launch of OTHER third"), std::string::npos) << eviction;
-        EXPECT_EQ("TERMINATED", entry(client, evicted, "ended")["reason"].asString());
-        EXPECT_EQ("process " + evicted + " reaped: exit status 0", entry(client, evicted, "ended")["cause"].asString());
-        ASSERT_TRUE(BusTest::waitFor([&] { return !(killed = startedFor(client, "third")).empty(); }));
-        ASSERT_TRUE(BusTest::waitFor([&] { return !entry(client, killed, "focus").isNull(); })) << server.log();
-        EXPECT_NE(entry(client, killed, "started")["reason"].asString().find("the put-off launch, after " + evicted),
-                  std::string::npos);
+        ended(first);
+        whys.push_back({"eviction", first, "evicted", "oldest window at the limit",
+                        "for the launch of OTHER third requested by IWindowManager.launch"});
+        std::string third;
+        ASSERT_TRUE(BusTest::waitFor([&] { return !(third = startedFor(client, "third")).empty(); }));
+        ASSERT_TRUE(BusTest::waitFor([&] { return !entry(client, third, "focus").isNull(); })) << server.log();
 
         // Over the bus, as a user asks.
-        EXPECT_EQ(0, world.ctl("terminate " + terminated).status);
-        ASSERT_TRUE(BusTest::waitFor([&] { return hasEnded(client, terminated); })) << server.log();
-        EXPECT_EQ("IApplicationManager.terminate", entry(client, terminated, "terminate")["cause"].asString());
+        EXPECT_EQ(0, world.ctl("terminate " + second).status);
+        ended(second);
+        whys.push_back({"terminate over the bus", second, "terminate", "terminate requested",
+                        "IApplicationManager.terminate"});
 
-        // Killed behind the server's back: the next focus change can't reach it,
-        // and the collection ends it as a runaway.
-        ::kill(std::stoi(entry(client, killed, "started")["cause"].asString().substr(4)), SIGKILL);
-        launchRunning(client, "fourth");
-        ASSERT_TRUE(BusTest::waitFor([&] { return hasEnded(client, killed); })) << server.log();
-        EXPECT_EQ("ignored a terminate request or could not be reached",
-                  entry(client, killed, "runaway")["reason"].asString());
-        EXPECT_EQ("RUNAWAY", entry(client, killed, "ended")["reason"].asString());
-        EXPECT_EQ("process " + killed + " killed: signal 9 (Killed)", entry(client, killed, "ended")["cause"].asString());
+        // Killed, or crashed, behind the server's back: the end is noticed at once.
+        ::kill(pidOf(client, third), SIGKILL);
+        ended(third);
+        whys.push_back({"SIGKILL", third, "exited", "signal 9 (Killed)", "ended in state RUNNING"});
+        whys.push_back({"SIGKILL", third, "focus", "the focused window ended (TERMINATED)", "from \"" + third});
+        std::string const crasher = launchRunning(client, "crasher");
+        ::kill(pidOf(client, crasher), SIGABRT); // as a failed assertion does; sanitizers leave it be
+        ended(crasher);
+        whys.push_back({"crash", crasher, "exited", "signal 6 (Aborted)", "ended in state RUNNING"});
+
+        // The media engine's end ends every window; it is started again.
+        std::string const victim = launchRunning(client, "victim");
+        std::string const engine = startedFor(client, "VelmoraQENExec");
+        ::kill(pidOf(client, engine), SIGKILL);
+        ended(victim);
+        whys.push_back({"service failure", victim, "terminate", "the service QEN failed", "every window but the master"});
+        whys.push_back({"service failure", engine, "exited", "signal 9 (Killed)", "ended in state RUNNING"});
+        // Booted once, and once more when the restarted engine runs, however often the service manager says so.
+        Json::Value boots;
+        boots["kind"] = "boot-complete";
+        EXPECT_TRUE(BusTest::waitFor([&] { return client.callOrThrow("ILifecycleJournal.query", boots).size() == 2; }));
+        EXPECT_EQ("again, after a service ended",
+                  client.callOrThrow("ILifecycleJournal.query", boots)[1]["cause"].asString());
+
+        // Alive but deaf: a stopped window can't answer the request to end; the collection kills it.
+        std::string const deaf = launchRunning(client, "deaf");
+        ::kill(pidOf(client, deaf), SIGSTOP);
+        world.ctl("terminate " + deaf); // fails once its answer is overdue
+        ended(deaf);
+        whys.push_back({"run-away", deaf, "runaway", "ignored a terminate request or could not be reached",
+                        "silent for over 6000 ms"});
+        whys.push_back({"run-away", deaf, "ended", "RUNAWAY", "killed: signal 9 (Killed)"});
         client.disconnect();
         EXPECT_EQ(0, server.stop(SIGTERM)) << server.log();
     }
 
-    // A second server reads the file back: the readable form answers the question.
-    HostServer again(world, NO_MASTER);
+    // A second server reads the file back: each path's reason and cause are there.
+    HostServer again(world, NO_MASTER, withSimulators);
     ASSERT_TRUE(world.notify.awaitMessage("READY=1")) << again.log();
-    BusTest::Output const history = world.ctl("journal --uid " + evicted);
+    Velmora::RPCClient client(1);
+    client.connect("ZAV");
+    for (Why const& why : whys) {
+        Json::Value const all = entriesOf(client, why.uid);
+        auto const found = std::find_if(all.begin(), all.end(), [&](Json::Value const& one) {
+            return one["kind"] == why.kind && one["reason"] == why.reason;
+        });
+        ASSERT_NE(found, all.end()) << why.path << ": " << all;
+        EXPECT_NE((*found)["cause"].asString().find(why.cause), std::string::npos) << why.path << ": " << *found;
+    }
+    // The readable form answers the question.
+    BusTest::Output const history = world.ctl("journal --uid " + whys.front().uid);
     EXPECT_EQ(0, history.status);
-    EXPECT_NE(history.text.find("s0  evicted " + evicted + " OTHER first: oldest window at the limit (for the launch "
-                                "of OTHER third requested by IWindowManager.launch)"),
+    EXPECT_NE(history.text.find("s0  evicted " + whys.front().uid + " OTHER first: oldest window at the limit (for the "
+                                "launch of OTHER third requested by IWindowManager.launch)"),
               std::string::npos)
         << history.text;
-    EXPECT_NE(history.text.find("ended " + evicted + " OTHER first: TERMINATED"), std::string::npos) << history.text;
+    EXPECT_NE(history.text.find("ended " + whys.front().uid + " OTHER first: TERMINATED"), std::string::npos)
+        << history.text;
 }
 
-// A journal path that is a directory can never be opened: the server serves
-// all the same, keeps the entries in memory and says why once.
-TEST(Journal, AnUnwritableFileCostsOnlyTheFileCopy)
+// A journal path that is a directory can never be opened, and a subscriber
+// never reads its socket while 10,000 changes happen: the server serves all
+// the same, keeps the entries in memory and says why once.
+TEST(Journal, AnUnwritableFileOrASubscriberThatNeverReadsCostsNothing)
 {
     HostWorld world;
     fs::create_directories(world.sysroot / "usr/local/var/velmora/journal");
     HostServer server(world, NO_MASTER);
     ASSERT_TRUE(world.notify.awaitMessage("READY=1")) << server.log();
+
+    // Subscribes with a small buffer that fills at once, and never reads.
+    Velmora::FileDescriptor const stalled(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    int const small = 4096;
+    ::setsockopt(stalled.get(), SOL_SOCKET, SO_RCVBUF, &small, sizeof(small));
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    Velmora::RuntimeDirectory::endpointPath("ZAV").copy(address.sun_path, sizeof(address.sun_path) - 1);
+    ASSERT_EQ(0, ::connect(stalled.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)));
+    std::string const subscribe = R"({"jsonrpc":"2.0","id":1,"method":"RPC.subscribe",)"
+                                  R"("params":{"events":["ILifecycleJournal::onEntry"]}})"
+                                  "\n";
+    ASSERT_EQ(static_cast<ssize_t>(subscribe.size()), ::write(stalled.get(), subscribe.data(), subscribe.size()));
+
     Velmora::RPCClient client(1);
     connectFollowing(client);
+    Json::Value unknown;
+    unknown["proxy"] = 0;
+    unknown["applicationType"] = "NONE";
+    unknown["applicationURL"] = "nowhere";
+    for (int i = 0; i < 10000; ++i)
+        client.callOrThrow("IWindowManager.launch", unknown); // a launch-failed entry each
     std::string const uid = launchRunning(client, "still served");
     EXPECT_EQ("requested by IWindowManager.launch", entry(client, uid, "started")["reason"].asString());
     BusTest::Output const recent = world.ctl("journal --since 1h --kind started");

@@ -1,12 +1,11 @@
-// Tells when a child process ends, whether or not it said goodbye: a service
-// that is killed or crashes before it reports must still leave the table so
-// that the boot sequencer starts it again. Each watch holds a pidfd, which
-// becomes readable when the process ends without reaping it (the factory
-// reaps), and fires once.
+// Tells when a child process ends, whether or not it said goodbye: a program
+// that is killed or crashes must leave its manager's table at once, not when
+// a later call to it fails. Each watch holds a pidfd, which becomes readable
+// when the process ends without reaping it (the factory reaps), and fires once.
 //
 // Threads: one watcher thread, started by the constructor and joined by the
 // destructor; watch() from any thread. The callback runs on the watcher
-// thread and must not block for long.
+// thread and must not block for long (its owner queues a command).
 #pragma once
 
 #include "FileDescriptor.h"
@@ -21,7 +20,7 @@ namespace Velmora {
 
 class ProcessWatcher {
 public:
-    using Callback = std::function<void(std::string const& uid)>;
+    using Callback = std::function<void(std::string const& uid, std::string const& pid)>;
 
     explicit ProcessWatcher(Callback onEnd);
     ~ProcessWatcher();
@@ -32,13 +31,24 @@ public:
     bool watch(std::string const& pid, std::string const& uid);
     std::size_t getWatchCount() const;
 
+    // How the child `pid` ended ("exit status 0", "signal 9 (Killed)") while it
+    // waits to be reaped; empty while it runs, or when it is no child of ours.
+    // Leaves it to the reaper.
+    static std::string endOf(std::string const& pid);
+
 private:
+    struct Watch {
+        FileDescriptor pidfd;
+        std::string uid;
+        std::string pid;
+    };
+
     void run();
     void wake();
 
     Callback onEnd;
     mutable std::mutex mutex;
-    std::map<int, std::pair<FileDescriptor, std::string>> watches; // by descriptor
+    std::map<int, Watch> watches; // by descriptor
     bool stopping = false;
     FileDescriptor wakeup;
     std::thread watcher;

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/syscall.h>
@@ -14,6 +15,18 @@
 namespace Velmora {
 
 static char const MODULE[] = "ProcessWatcher";
+
+namespace {
+
+// The pid of a decimal text; 0 when it is none.
+pid_t pidOf(std::string const& text)
+{
+    char* end = nullptr;
+    long const number = std::strtol(text.c_str(), &end, 10);
+    return text.empty() || *end != '\0' || number <= 0 ? 0 : static_cast<pid_t>(number);
+}
+
+} // namespace
 
 ProcessWatcher::ProcessWatcher(Callback onEnd)
     : onEnd(std::move(onEnd)), wakeup(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
@@ -35,11 +48,10 @@ ProcessWatcher::~ProcessWatcher()
 
 bool ProcessWatcher::watch(std::string const& pid, std::string const& uid)
 {
-    char* end = nullptr;
-    long const number = std::strtol(pid.c_str(), &end, 10);
-    if (pid.empty() || *end != '\0' || number <= 0)
+    pid_t const number = pidOf(pid);
+    if (number == 0)
         return false;
-    FileDescriptor fd(static_cast<int>(::syscall(SYS_pidfd_open, static_cast<pid_t>(number), 0)));
+    FileDescriptor fd(static_cast<int>(::syscall(SYS_pidfd_open, number, 0)));
     if (!fd.valid())
         return false;
     // Only our own children: their end is ours to notice, and pids of others may be reused.
@@ -49,10 +61,22 @@ bool ProcessWatcher::watch(std::string const& pid, std::string const& uid)
     {
         std::lock_guard lock(mutex);
         int const key = fd.get();
-        watches[key] = {std::move(fd), uid};
+        watches[key] = {std::move(fd), uid, pid};
     }
     wake();
     return true;
+}
+
+std::string ProcessWatcher::endOf(std::string const& pid)
+{
+    pid_t const number = pidOf(pid);
+    siginfo_t info{};
+    if (number == 0 || ::waitid(P_PID, static_cast<id_t>(number), &info, WEXITED | WNOHANG | WNOWAIT) != 0 ||
+        info.si_pid != number)
+        return std::string();
+    if (info.si_code == CLD_EXITED)
+        return "exit status " + std::to_string(info.si_status);
+    return "signal " + std::to_string(info.si_status) + " (" + ::strsignal(info.si_status) + ")";
 }
 
 std::size_t ProcessWatcher::getWatchCount() const
@@ -82,7 +106,7 @@ void ProcessWatcher::run()
             return;
         uint64_t drained = 0;
         [[maybe_unused]] ssize_t const read = ::read(wakeup.get(), &drained, sizeof(drained));
-        std::vector<std::string> ended;
+        std::vector<Watch> ended;
         {
             std::lock_guard lock(mutex);
             for (pollfd const& entry : polled) {
@@ -91,13 +115,13 @@ void ProcessWatcher::run()
                 auto const found = watches.find(entry.fd);
                 if (found == watches.end())
                     continue;
-                ended.push_back(found->second.second);
+                ended.push_back(std::move(found->second));
                 watches.erase(found);
             }
         }
-        for (std::string const& uid : ended) {
-            VLOG(DebugLevelInfo, "process of %s ended\n", uid.c_str());
-            runLoggingExceptions(MODULE, __LINE__, "run", [&] { onEnd(uid); });
+        for (Watch const& watch : ended) {
+            VLOG(DebugLevelInfo, "process %s of %s ended\n", watch.pid.c_str(), watch.uid.c_str());
+            runLoggingExceptions(MODULE, __LINE__, "run", [&] { onEnd(watch.uid, watch.pid); });
         }
     }
 }
