@@ -151,6 +151,12 @@ Json::Value APPClient::request(Side side, char const* method, Json::Value params
 
 void APPClient::onRegistered(std::shared_ptr<RPCConnection> const& registered)
 {
+    {
+        // The events posted to an older connection are no debt of the new one.
+        std::lock_guard posted(postedEvents->mutex);
+        postedEvents->unanswered.clear();
+        postedEvents->failed = false;
+    }
     Mutex::ScopedLock lock(&connectionMutex);
     connection = registered;
     for (auto& [method, params] : pendingTokens)
