@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <signal.h>
+#include <spawn.h>
 #include <sstream>
 #include <string_view>
 #include <vector>
@@ -31,28 +31,8 @@ namespace {
 
 extern "C" char** environ;
 
-// Owns a descriptor; closes it on every way out.
-class Descriptor {
-public:
-    explicit Descriptor(int fd = -1) : fd(fd) {}
-    ~Descriptor() { reset(); }
-    Descriptor(Descriptor const&) = delete;
-    Descriptor& operator=(Descriptor const&) = delete;
-    int get() const { return fd; }
-    void reset()
-    {
-        if (fd >= 0)
-            close(fd);
-        fd = -1;
-    }
-
-private:
-    int fd;
-};
-
-// Everything the child needs, built before the fork: between fork and exec a
-// child of a threaded process may only make async-signal-safe calls (no
-// malloc, no locks), so it merely walks these arrays.
+// The child's argv {name, ""} and its environment: this process's, with the
+// two variables of the launch set.
 struct ExecPlan {
     ExecPlan(std::string const& name, std::string const& hostname, std::string const& parameters)
         : arguments{name, ""}
@@ -66,21 +46,6 @@ struct ExecPlan {
         }
         environment.push_back(HOSTNAME + hostname);
         environment.push_back(PARAMETERS + parameters);
-        // As execlp searches: a name with a slash is a path, else each PATH entry in turn.
-        if (name.find('/') != std::string::npos) {
-            candidates.push_back(name);
-        } else {
-            char const* path = std::getenv("PATH");
-            std::string_view rest = path ? path : "/bin:/usr/bin";
-            for (;;) {
-                std::size_t const colon = rest.find(':');
-                std::string_view const directory = rest.substr(0, colon);
-                candidates.push_back((directory.empty() ? std::string(".") : std::string(directory)) + "/" + name);
-                if (colon == std::string_view::npos)
-                    break;
-                rest.remove_prefix(colon + 1);
-            }
-        }
         argv = pointers(arguments);
         envp = pointers(environment);
     }
@@ -94,21 +59,8 @@ struct ExecPlan {
         return result;
     }
 
-    // In the child: tries each candidate; returns the errno of the most telling failure.
-    int exec() const
-    {
-        int failure = ENOENT;
-        for (std::string const& candidate : candidates) {
-            execve(candidate.c_str(), argv.data(), envp.data());
-            if (errno != ENOENT && errno != ENOTDIR)
-                failure = errno;
-        }
-        return failure;
-    }
-
     std::vector<std::string> arguments;
     std::vector<std::string> environment;
-    std::vector<std::string> candidates;
     std::vector<char*> argv;
     std::vector<char*> envp;
 };
@@ -118,39 +70,18 @@ struct ExecPlan {
 std::string HWPApplicationFactory::createApplication(std::string const& name, std::string const& hostname,
                                                      std::string const& parameters)
 {
-    ExecPlan const plan(name, hostname, parameters);
-    int pipeEnds[2];
-    if (pipe2(pipeEnds, O_CLOEXEC) != 0) {
-        VLOG(DebugLevelError, "an error occurred with pipe (%s)", strerror(errno));
+    ExecPlan plan(name, hostname, parameters);
+    pid_t pid = 0;
+    // The child shares this process's memory until its exec, which it reports:
+    // no copy of the server's address space, and no pipe for the exec's outcome.
+    int const failure = posix_spawnp(&pid, name.c_str(), nullptr, nullptr, plan.argv.data(), plan.envp.data());
+    if (failure == EAGAIN || failure == ENOMEM) {
+        VLOG(DebugLevelError, "an error occurred with fork (%s)", strerror(failure));
         return std::string();
     }
-    Descriptor readEnd(pipeEnds[0]);
-    Descriptor writeEnd(pipeEnds[1]);
-    pid_t const pid = fork();
-    if (pid == -1) {
-        VLOG(DebugLevelError, "an error occurred with fork (%s)", strerror(errno));
-        return std::string();
-    }
-    if (pid == 0) {
-        // Only async-signal-safe calls from here on: the exec, a write, _exit.
-        int const failure = plan.exec();
-        ssize_t ignored = write(writeEnd.get(), &failure, sizeof failure);
-        (void)ignored;
-        _exit(1);
-    }
-    writeEnd.reset();
-    // The write end closes on a successful exec and nothing arrives; a failed
-    // exec sends its errno.
-    int failure = 0;
-    ssize_t got;
-    do {
-        got = read(readEnd.get(), &failure, sizeof failure);
-    } while (got < 0 && errno == EINTR);
-    if (got == static_cast<ssize_t>(sizeof failure)) {
+    if (failure != 0) {
         VLOG(DebugLevelError, "an error occurred with execlp (%s)", strerror(failure));
         VLOG(DebugLevelError, "failure creating %s with %s", name.c_str(), parameters.c_str());
-        int status;
-        waitpid(pid, &status, 0);
         return std::string();
     }
     return std::to_string(pid);

@@ -1,14 +1,12 @@
-// The ApplicationFactory for processes on this machine: fork, a close-on-exec
-// pipe that tells whether exec succeeded (a failed exec sends its errno), and
-// execve of the name along PATH as execlp searches it; and a graceful wait
+// The ApplicationFactory for processes on this machine: posix_spawnp of the
+// name along PATH as execlp searches it (the child shares this process's
+// memory until its exec, whose outcome the call returns), and a graceful wait
 // that turns into SIGKILL when the process outlives terminationTimeout.
-// Arguments, environment and candidate paths are built before the fork, so
-// that the child of this threaded process only calls execve, write and _exit.
 //
 // The child gets VELMORA_APP_HOSTNAME and VELMORA_APP_PARAMETERS, argv {name, ""},
 // and inherits everything else but close-on-exec descriptors.
 // Threads: no mutable state; any number of managers' threads may call at once.
-// Each call blocks its caller (exec round trip, or up to twice the timeout).
+// Each call blocks its caller (until the child's exec, or up to twice the timeout).
 #pragma once
 
 #include "ApplicationFactory.h"

@@ -177,7 +177,8 @@ private:
         std::string const self = fs::read_symlink("/proc/self/exe").string();
         std::string const uid = box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "bench",
                                            "exec '" + self + "' app '" + replyFifo.string() + "'");
-        box.journal.await("focus >" + uid);
+        // From the master window, or from none.
+        box.journal.awaitLine([&](std::string const& line) { return line.ends_with(">" + uid); });
     }
 
     static inline std::unique_ptr<InputBox> instance;

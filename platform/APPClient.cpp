@@ -151,6 +151,12 @@ Json::Value APPClient::request(Side side, char const* method, Json::Value params
 
 void APPClient::onRegistered(std::shared_ptr<RPCConnection> const& registered)
 {
+    {
+        // The events posted to an older connection are no debt of the new one.
+        std::lock_guard posted(postedEvents->mutex);
+        postedEvents->unanswered.clear();
+        postedEvents->failed = false;
+    }
     Mutex::ScopedLock lock(&connectionMutex);
     connection = registered;
     for (auto& [method, params] : pendingTokens)
@@ -263,6 +269,34 @@ bool APPClient::isFocused(std::string const& id) { return asBool(request(Side::E
 bool APPClient::handleEvent(std::string const& id, Event const& event)
 {
     return asBool(request(Side::Event, "handleEvent", withUid(id, "event", IRPC::toJson(event))));
+}
+
+void APPClient::postEvent(std::string const& id, Event const& event)
+{
+    auto const now = std::chrono::steady_clock::now();
+    auto const deadline = std::chrono::milliseconds(RPCConnection::defaultTimeoutMs());
+    {
+        std::lock_guard lock(postedEvents->mutex);
+        bool const overdue = !postedEvents->unanswered.empty() && now - postedEvents->unanswered.front() > deadline;
+        if (postedEvents->failed || overdue) {
+            VLOG(DebugLevelError, "handleEvent(): application %s failed an earlier event\n", uid.c_str());
+            throwException(MODULE, __LINE__, "handleEvent", ReturnGenericFailure);
+        }
+    }
+    auto const peer = currentConnection();
+    if (!peer)
+        failNotConnected("handleEvent");
+    {
+        std::lock_guard lock(postedEvents->mutex);
+        postedEvents->unanswered.push_back(now);
+    }
+    peer->callDetached(interfaceName(Side::Event) + ".handleEvent", withUid(id, "event", IRPC::toJson(event)),
+                       [posted = postedEvents](RPCConnection::Reply const& reply) {
+                           std::lock_guard lock(posted->mutex);
+                           if (!posted->unanswered.empty())
+                               posted->unanswered.pop_front();
+                           posted->failed = posted->failed || !reply.ok;
+                       });
 }
 
 void APPClient::authorizationTokenCreation(unsigned int token, IServiceManager::Rights const& rights)

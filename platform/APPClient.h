@@ -25,8 +25,11 @@
 #include "frame/Mutex.h"
 #include "rpc/RPCRegistry.h"
 
+#include <chrono>
+#include <deque>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -86,6 +89,11 @@ public:
     void handleFocus(std::string const& uid, bool focus) override;
     bool isFocused(std::string const& uid) override;
     bool handleEvent(std::string const& uid, Event const& event) override;
+    // handleEvent without waiting for the program's answer, so that a key
+    // costs the caller one send. The events reach the program in order; one
+    // that the program failed (an error answer, its end, or no answer within
+    // the bus deadline) makes the next postEvent throw as handleEvent would.
+    void postEvent(std::string const& uid, Event const& event);
 
     // One-way: accepted before the program has connected and delivered in order.
     virtual void authorizationTokenCreation(unsigned int token, IServiceManager::Rights const& rights);
@@ -133,6 +141,15 @@ private:
     template <class Notify>
     void notifyListeners(Notify&& notify);
     std::shared_ptr<Listeners> const listeners = std::make_shared<Listeners>();
+
+    // The posted events not yet answered, oldest first, and whether one
+    // failed; shared with the answers in flight, which may outlive the client.
+    struct PostedEvents {
+        std::mutex mutex;
+        std::deque<std::chrono::steady_clock::time_point> unanswered;
+        bool failed = false;
+    };
+    std::shared_ptr<PostedEvents> const postedEvents = std::make_shared<PostedEvents>();
 };
 
 } // namespace Velmora

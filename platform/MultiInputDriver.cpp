@@ -316,8 +316,10 @@ void MultiInputDriver::run()
         }
         if (::poll(polled.data(), polled.size(), -1) < 0 && errno != EINTR)
             return;
-        uint64_t drained = 0;
-        [[maybe_unused]] ssize_t const read = ::read(wakeup.get(), &drained, sizeof(drained));
+        if (polled.front().revents != 0) {
+            uint64_t drained = 0;
+            [[maybe_unused]] ssize_t const read = ::read(wakeup.get(), &drained, sizeof(drained));
+        }
         std::vector<Delivery> deliveries;
         {
             std::lock_guard lock(sourceMutex);

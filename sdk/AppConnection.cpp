@@ -116,7 +116,10 @@ void AppConnection::installMethods()
         std::lock_guard lock(mutex);
         return Json::Value(visible);
     });
-    client.setMethod("IWindowEvent.handleFocus", [this](Json::Value const& params) {
+    // Focus and events are answered on the reading thread, one at a time in
+    // the order they came: no hand-off to a handler thread on the path of
+    // every key and of every launch's focus.
+    client.setQuickMethod("IWindowEvent.handleFocus", [this](Json::Value const& params) {
         {
             std::lock_guard lock(mutex);
             focused = params["focus"].asBool();
@@ -129,7 +132,7 @@ void AppConnection::installMethods()
         std::lock_guard lock(mutex);
         return Json::Value(focused);
     });
-    client.setMethod("IWindowEvent.handleEvent", [this](Json::Value const& params) {
+    client.setQuickMethod("IWindowEvent.handleEvent", [this](Json::Value const& params) {
         return Json::Value(eventCallback ? eventCallback(params["event"]) : false);
     });
     client.setNotificationHandler([this](std::string const& name, Json::Value const& params) {

@@ -4,7 +4,9 @@
 // keep-alives, and answers the server's lifecycle, window and event calls.
 //
 // Threads: set the callbacks before connect(); the callbacks run on the
-// connection's threads; reportState/keepAlive from any thread. Destruction
+// connection's threads; the focus and event callbacks run on its reading
+// thread, in the order of the calls, and must not block (the program's other
+// calls wait behind them); reportState/keepAlive from any thread. Destruction
 // disconnects, which waits for the methods still running and their answers.
 #pragma once
 

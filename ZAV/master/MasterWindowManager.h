@@ -240,6 +240,10 @@ private:
     bool consumedByKeyTables(IWindowEvent::KeyEvent const& key);
     bool consumedInDemoMode(IWindowEvent::KeyEvent const& key);
     void routeEvent(Event* event);
+    // Hands `event` to a window: a program of ours gets it without the
+    // manager's thread waiting for its answer (a failed one marks the window at
+    // its next event); a slave's window answers through the slave server.
+    static void deliverEvent(ApplicationMapEntry& entry, Event const& event);
     // Voice and Wi-Fi Direct helper: a web application at `url`, launched and waited for.
     void launchPage(std::string const& url, std::string const& requester);
 };

@@ -150,7 +150,7 @@ bool MasterWindowManager::consumedByKeyTables(KeyEvent const& key)
     if (code != KeyEvent::KEY_SYSTEM && code != KeyEvent::KEY_SYSTEM_ALT && code != KeyEvent::KEY_POWER)
         return false;
     if (ApplicationMapEntry* master = _getApplicationEntry(masterUid))
-        reachWindow(*master, "_dispatchEvent", [&] { eventsOf(*master).handleEvent(masterUid, key); });
+        deliverEvent(*master, key);
     return true;
 }
 
@@ -170,13 +170,20 @@ void MasterWindowManager::routeEvent(Event* event)
 {
     if (event->isFocusEvent()) {
         if (ApplicationMapEntry* focused = _getApplicationEntry(focusedUid))
-            reachWindow(*focused, "_dispatchEvent", [&] { eventsOf(*focused).handleEvent(focusedUid, *event); });
+            deliverEvent(*focused, *event);
         return;
     }
-    for (auto& window : applications) {
-        ApplicationMapEntry& entry = window.second;
-        reachWindow(entry, "_dispatchEvent", [&] { eventsOf(entry).handleEvent(entry.getUid(), *event); });
-    }
+    for (auto& window : applications)
+        deliverEvent(window.second, *event);
+}
+
+void MasterWindowManager::deliverEvent(ApplicationMapEntry& entry, Event const& event)
+{
+    reachWindow(entry, "_dispatchEvent", [&] {
+        if (APPClient* client = entry.getAPPClient())
+            return client->postEvent(entry.getUid(), event);
+        eventsOf(entry).handleEvent(entry.getUid(), event);
+    });
 }
 
 void MasterWindowManager::_handlePowerKey(KeyEvent::Code code)

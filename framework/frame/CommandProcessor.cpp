@@ -10,6 +10,21 @@
 
 namespace Velmora {
 
+namespace {
+
+// Gives the lock back, then wakes the loop if it slept when the command went
+// in: woken after the unlock, the loop finds the mutex free instead of
+// sleeping again on it at once. A busy loop looks at the queue before it
+// sleeps again: no wake-up needed.
+void handOver(std::unique_lock<std::mutex>& lock, bool idle, std::condition_variable& wakeUp)
+{
+    lock.unlock();
+    if (idle)
+        wakeUp.notify_one();
+}
+
+} // namespace
+
 static char const MODULE[] = "CommandProcessor";
 
 CommandProcessor::Command::Command(CommandProcessor* processor) : processor(processor) {}
@@ -208,7 +223,7 @@ ReturnCode CommandProcessor::executeCommand(Command* command)
         return ReturnInvalidState;
     }
     enqueue({command, false, &caller});
-    lock.unlock();
+    handOver(lock, idle, wakeUp);
     caller.wait();
     return command->getStatus();
 }
@@ -232,15 +247,10 @@ void CommandProcessor::queueCommand(Command* command, bool takeOwnership)
         return;
     }
     enqueue({command, takeOwnership, nullptr});
+    handOver(lock, idle, wakeUp);
 }
 
-void CommandProcessor::enqueue(Entry const& entry)
-{
-    queue.push_back(entry);
-    // A busy loop looks at the queue before it sleeps again: no wake-up needed.
-    if (idle)
-        wakeUp.notify_one();
-}
+void CommandProcessor::enqueue(Entry const& entry) { queue.push_back(entry); }
 
 void CommandProcessor::registerPeriodicCommand(PeriodicCommand* command)
 {

@@ -16,6 +16,7 @@ struct RPCConnection::PendingCall {
     bool done = false;
     bool lost = false; // the connection ended first
     Reply reply;
+    Completion completion; // set for a call nobody waits for
 };
 
 namespace {
@@ -121,9 +122,9 @@ void RPCConnection::notify(std::string const& method, Json::Value const& params)
     sendText(IRPC::write(message));
 }
 
-RPCConnection::Reply RPCConnection::call(std::string const& method, Json::Value const& params, unsigned int timeoutMs)
+unsigned long long RPCConnection::send(std::string const& method, Json::Value const& params,
+                                       std::shared_ptr<PendingCall> const& call)
 {
-    auto const call = std::make_shared<PendingCall>();
     unsigned long long id = 0;
     {
         std::lock_guard lock(mutex);
@@ -141,6 +142,20 @@ RPCConnection::Reply RPCConnection::call(std::string const& method, Json::Value 
     if (!params.isNull())
         message["params"] = params;
     write(IRPC::write(message));
+    return id;
+}
+
+void RPCConnection::callDetached(std::string const& method, Json::Value const& params, Completion answered)
+{
+    auto const call = std::make_shared<PendingCall>();
+    call->completion = std::move(answered);
+    send(method, params, call);
+}
+
+RPCConnection::Reply RPCConnection::call(std::string const& method, Json::Value const& params, unsigned int timeoutMs)
+{
+    auto const call = std::make_shared<PendingCall>();
+    unsigned long long const id = send(method, params, call);
 
     std::unique_lock lock(mutex);
     bool const answered = call->answered.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&] { return call->done; });
@@ -263,6 +278,8 @@ void RPCConnection::completeCall(Json::Value const& message)
         call->done = true;
     }
     // Outside the lock: the woken caller need not wait for it.
+    if (call->completion)
+        return call->completion(call->reply);
     call->answered.notify_one();
 }
 
@@ -291,6 +308,7 @@ bool RPCConnection::waitClosed(unsigned int timeoutMs)
 
 void RPCConnection::closed()
 {
+    std::vector<std::shared_ptr<PendingCall>> detached;
     {
         std::lock_guard lock(mutex);
         if (!open)
@@ -301,7 +319,14 @@ void RPCConnection::closed()
             call->lost = true;
             call->done = true;
             call->answered.notify_one();
+            if (call->completion)
+                detached.push_back(call);
         }
+        std::erase_if(pending, [](auto const& entry) { return entry.second->completion != nullptr; });
+    }
+    for (auto const& call : detached) {
+        call->reply.message = "the peer went away";
+        call->completion(call->reply);
     }
     handler.handleClosed(*this);
 }

@@ -72,6 +72,12 @@ public:
     Reply call(std::string const& method, Json::Value const& params) { return call(method, params, defaultTimeoutMs()); }
     // The same, but an error answer throws Exception(ReturnGenericFailure) too.
     Json::Value callOrThrow(std::string const& method, Json::Value const& params);
+    // Calls `method` on the peer without waiting: `answered` runs once, on the
+    // reading thread, with the answer, or with a reply that is not ok when the
+    // connection ends first. Throws Exception(ReturnGenericFailure) when the
+    // connection is closed. No deadline: the caller keeps its own.
+    using Completion = std::function<void(Reply const&)>;
+    void callDetached(std::string const& method, Json::Value const& params, Completion answered);
     void notify(std::string const& method, Json::Value const& params);
     // Sends one message text as it is.
     void sendText(std::string text);
@@ -114,6 +120,9 @@ protected:
 
 private:
     struct PendingCall;
+    // Enters `call` in the table and sends the request; returns its id.
+    unsigned long long send(std::string const& method, Json::Value const& params,
+                            std::shared_ptr<PendingCall> const& call);
     void dispatch(std::string const& text);
     void answerRequest(IRPC::RPCSynchronousMethodObject request, Json::Value id);
     void answer(IRPC::RPCSynchronousMethodObject const& request, Json::Value const& id);

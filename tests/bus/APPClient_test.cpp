@@ -99,6 +99,20 @@ TEST_F(APPClientTest, ProgramRegistersReportsAndAnswersServerCalls)
               contentsOf(log));
 }
 
+// A posted event leaves without waiting for the program; one that it never
+// answers within the deadline fails the next post.
+TEST_F(APPClientTest, PostedEventsDoNotWaitAndAnUnansweredOneFailsTheNext)
+{
+    BusTest::ScopedEnv timeout("VELMORA_RPC_TIMEOUT_MS", "300");
+    APPClient& hung = client("5006");
+    start("5006", {{"VELMORA_TEST_APP_HANG", "IWindowEvent.handleEvent"}});
+    ASSERT_TRUE(waitFor([&] { return reports.has("5006 RUNNING"); }));
+    IWindowEvent::KeyEvent const key(IWindowEvent::KeyEvent::KEY_SYNTHETIC, true);
+    hung.postEvent("5006", key);
+    EXPECT_EQ(ReturnTimedOut, returnCodeOf([&] { hung.handleEvent("5006", key); })); // the deadline passes
+    EXPECT_EQ(ReturnGenericFailure, returnCodeOf([&] { hung.postEvent("5006", key); }));
+}
+
 // The newer connection of a uid serves it, even one that never reports a
 // state, and the older one going away doesn't cut it off.
 TEST_F(APPClientTest, ASecondRegistrationOfAUidTakesOverEvenWithoutReports)
