@@ -44,6 +44,7 @@
 #include <string>
 #include <vector>
 
+#include <malloc.h>
 #include <pthread.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -336,6 +337,10 @@ private:
 
 int main(int argc, char** argv)
 {
+    // One malloc arena for all threads: glibc gives each new thread an arena
+    // of its own (up to eight per core), and on a box the pages that each one
+    // keeps cost more than the rare wait for the shared one.
+    ::mallopt(M_ARENA_MAX, 1);
     Options options;
     if (auto const status = parse(argc, argv, options))
         return *status;
