@@ -82,7 +82,9 @@ bool AuthorizationAttributesManager::initialize(std::string certificatePath, std
                                                 IServiceManager* manager)
 {
     serviceManager = manager;
-    OPENSSL_init_crypto(OPENSSL_INIT_LOAD_CRYPTO_STRINGS | OPENSSL_INIT_ADD_ALL_CIPHERS | OPENSSL_INIT_ADD_ALL_DIGESTS,
+    // The library's configuration file is not read: nothing here depends on it.
+    OPENSSL_init_crypto(OPENSSL_INIT_LOAD_CRYPTO_STRINGS | OPENSSL_INIT_ADD_ALL_CIPHERS | OPENSSL_INIT_ADD_ALL_DIGESTS |
+                            OPENSSL_INIT_NO_LOAD_CONFIG,
                         nullptr);
     acIssuerCertificatePath = std::move(certificatePath);
     acIssuerPrivateKeyPath = std::move(keyPath);
