@@ -1,7 +1,7 @@
 # libvelmora_auth: attribute certificates, the rule set and authorization tokens.
 find_package(OpenSSL REQUIRED)
 set(AUTH_DIR ${CMAKE_CURRENT_LIST_DIR}/master)
-add_library(velmora_auth SHARED
+add_library(velmora_auth
   ${AUTH_DIR}/AllowedInterface.cpp
   ${AUTH_DIR}/AttributeCertificate.cpp
   ${AUTH_DIR}/AttributeCertificateHolder.cpp

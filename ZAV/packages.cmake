@@ -15,7 +15,7 @@ if(TARGET velmora_store AND TARGET velmora_sysroot)
   list(APPEND VELMORA_PACKAGES_LIBS velmora_store velmora_sysroot PkgConfig::RPM)
 endif()
 
-add_library(velmora_packages SHARED ${VELMORA_PACKAGES_SOURCES})
+add_library(velmora_packages ${VELMORA_PACKAGES_SOURCES})
 target_include_directories(velmora_packages PUBLIC
   ${CMAKE_CURRENT_LIST_DIR} ${CMAKE_CURRENT_LIST_DIR}/master ${CMAKE_CURRENT_LIST_DIR}/stub)
 target_link_libraries(velmora_packages PUBLIC ${VELMORA_PACKAGES_LIBS})

@@ -1,6 +1,6 @@
 # libvelmora_server: the RPC surface (ZAVServer, ZAVRPCServer, PortMapper) over
 # every manager library; a host links this one library.
-add_library(velmora_server SHARED
+add_library(velmora_server
   ${CMAKE_CURRENT_LIST_DIR}/PortMapper.cpp
   ${CMAKE_CURRENT_LIST_DIR}/ZAVServer.cpp
   ${CMAKE_CURRENT_LIST_DIR}/ZAVRPCServer.cpp

@@ -1,6 +1,6 @@
 # libvelmora_settings: the settings database (command layer, master, stub) and
 # the state manager.
-add_library(velmora_settings SHARED
+add_library(velmora_settings
   ${CMAKE_CURRENT_LIST_DIR}/SettingsDB.cpp
   ${CMAKE_CURRENT_LIST_DIR}/StateManager.cpp
   ${CMAKE_CURRENT_LIST_DIR}/master/MasterSettingsDB.cpp

@@ -1,6 +1,6 @@
 # libvelmora_windows: the window command layer and the window policy, and
 # the launch scripts that the factory starts windows with.
-add_library(velmora_windows SHARED
+add_library(velmora_windows
   ${CMAKE_CURRENT_LIST_DIR}/WindowManager.cpp
   ${CMAKE_CURRENT_LIST_DIR}/master/MasterWindowManagerLaunch.cpp
   ${CMAKE_CURRENT_LIST_DIR}/master/MasterWindowManagerFocus.cpp
