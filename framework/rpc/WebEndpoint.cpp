@@ -258,6 +258,10 @@ std::shared_ptr<RPCListener> WebEndpoint::listen(RPCIoContext& context, std::str
     std::shared_ptr<RPCIoContext::Impl> loop = context.impl();
     auto const allowed = std::make_shared<std::vector<std::string> const>(readAllowedOrigins());
     auto listener = std::make_shared<RPCAcceptor<tcp>>(loop, [loop, &handler, payload, allowed](tcp::socket socket) {
+        // A reply and the notifications after it are small writes in a row:
+        // with Nagle's algorithm each would wait for the peer's delayed ACK.
+        beast::error_code ignored;
+        socket.set_option(tcp::no_delay(true), ignored);
         std::make_shared<HttpSession>(loop, std::move(socket), handler, payload, allowed)->readNext();
     });
     try {
