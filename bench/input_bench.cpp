@@ -174,10 +174,11 @@ private:
     {
         ::mkfifo(replyFifo.c_str(), 0600);
         replies = FileDescriptor(::open(replyFifo.c_str(), O_RDWR | O_CLOEXEC));
+        // The master window first: coming up later, it would take the focus from the bench's.
+        box.journal.await("focus >" + box.windows->master());
         std::string const self = fs::read_symlink("/proc/self/exe").string();
         std::string const uid = box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "bench",
                                            "exec '" + self + "' app '" + replyFifo.string() + "'");
-        // From the master window, or from none.
         box.journal.awaitLine([&](std::string const& line) { return line.ends_with(">" + uid); });
     }
 
