@@ -122,7 +122,7 @@ void RPCConnection::notify(std::string const& method, Json::Value const& params)
     sendText(IRPC::write(message));
 }
 
-unsigned long long RPCConnection::send(std::string const& method, Json::Value const& params,
+unsigned long long RPCConnection::send(std::string const& method, Json::Value params,
                                        std::shared_ptr<PendingCall> const& call)
 {
     unsigned long long id = 0;
@@ -140,16 +140,16 @@ unsigned long long RPCConnection::send(std::string const& method, Json::Value co
     message["id"] = Json::UInt64(id);
     message["method"] = method;
     if (!params.isNull())
-        message["params"] = params;
+        message["params"] = std::move(params);
     write(IRPC::write(message));
     return id;
 }
 
-void RPCConnection::callDetached(std::string const& method, Json::Value const& params, Completion answered)
+void RPCConnection::callDetached(std::string const& method, Json::Value params, Completion answered)
 {
     auto const call = std::make_shared<PendingCall>();
     call->completion = std::move(answered);
-    send(method, params, call);
+    send(method, std::move(params), call);
 }
 
 RPCConnection::Reply RPCConnection::call(std::string const& method, Json::Value const& params, unsigned int timeoutMs)

@@ -77,7 +77,7 @@ public:
     // connection ends first. Throws Exception(ReturnGenericFailure) when the
     // connection is closed. No deadline: the caller keeps its own.
     using Completion = std::function<void(Reply const&)>;
-    void callDetached(std::string const& method, Json::Value const& params, Completion answered);
+    void callDetached(std::string const& method, Json::Value params, Completion answered);
     void notify(std::string const& method, Json::Value const& params);
     // Sends one message text as it is.
     void sendText(std::string text);
@@ -121,8 +121,7 @@ protected:
 private:
     struct PendingCall;
     // Enters `call` in the table and sends the request; returns its id.
-    unsigned long long send(std::string const& method, Json::Value const& params,
-                            std::shared_ptr<PendingCall> const& call);
+    unsigned long long send(std::string const& method, Json::Value params, std::shared_ptr<PendingCall> const& call);
     void dispatch(std::string const& text);
     void answerRequest(IRPC::RPCSynchronousMethodObject request, Json::Value id);
     void answer(IRPC::RPCSynchronousMethodObject const& request, Json::Value const& id);
