@@ -1,5 +1,6 @@
 #include "HWPApplicationFactory.h"
 
+#include "FileDescriptor.h"
 #include "frame/DebugPrint.h"
 #include "frame/Exception.h"
 #include "frame/OSTime.h"
@@ -7,12 +8,14 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sstream>
 #include <string_view>
 #include <vector>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -96,6 +99,20 @@ std::string endOf(int status)
     return "exit status " + std::to_string(WEXITSTATUS(status));
 }
 
+// One step of the wait for a process to end: up to `milliseconds`, over as
+// soon as the process behind `pidfd` has ended, so that the manager's commands
+// do not wait out the rest of the step. Without a pidfd, or on a test clock,
+// the step is a plain delay.
+void awaitEnd(FileDescriptor const& pidfd, unsigned int milliseconds)
+{
+    if (!pidfd.valid() || OS_TestClockActive()) {
+        OS_TaskDelayMsec(milliseconds);
+        return;
+    }
+    pollfd ended{pidfd.get(), POLLIN, 0};
+    ::poll(&ended, 1, static_cast<int>(milliseconds));
+}
+
 } // namespace
 
 std::string HWPApplicationFactory::destroyApplication(std::string const& pidText, bool forceful)
@@ -107,6 +124,7 @@ std::string HWPApplicationFactory::destroyApplication(std::string const& pidText
         VLOG(DebugLevelError, "waitpid failed %s", "(invalid pid)");
         throwException(MODULE, __LINE__, "destroyApplication", ReturnGenericFailure);
     }
+    FileDescriptor const pidfd(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
     pid_t result = -1;
     int status = 0;
     unsigned int start = OS_GetTicks();
@@ -123,7 +141,7 @@ std::string HWPApplicationFactory::destroyApplication(std::string const& pidText
         if (result != 0)
             continue;
         if (OS_GetTicks() - start <= terminationTimeout) {
-            OS_TaskDelayMsec(500);
+            awaitEnd(pidfd, 500);
             continue;
         }
         if (forceful) {

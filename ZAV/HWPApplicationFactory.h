@@ -1,7 +1,8 @@
 // The ApplicationFactory for processes on this machine: posix_spawnp of the
 // name along PATH as execlp searches it (the child shares this process's
 // memory until its exec, whose outcome the call returns), and a graceful wait
-// that turns into SIGKILL when the process outlives terminationTimeout.
+// that turns into SIGKILL when the process outlives terminationTimeout. The
+// wait goes in steps of 500 ms, each over as soon as the process has ended.
 //
 // The child gets VELMORA_APP_HOSTNAME and VELMORA_APP_PARAMETERS, argv {name, ""},
 // and inherits everything else but close-on-exec descriptors.
