@@ -4,9 +4,10 @@
 #include "frame/Exception.h"
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <poll.h>
+#include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -29,20 +30,20 @@ pid_t pidOf(std::string const& text)
 } // namespace
 
 ProcessWatcher::ProcessWatcher(Callback onEnd)
-    : onEnd(std::move(onEnd)), wakeup(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+    : onEnd(std::move(onEnd)), stop(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), epoll(::epoll_create1(EPOLL_CLOEXEC))
 {
-    if (!wakeup.valid())
+    epoll_event event{};
+    event.events = EPOLLIN;
+    event.data.fd = stop.get();
+    if (!stop.valid() || !epoll.valid() || ::epoll_ctl(epoll.get(), EPOLL_CTL_ADD, stop.get(), &event) != 0)
         throwException(MODULE, __LINE__, "ProcessWatcher", ReturnGenericFailure);
     watcher = std::thread([this] { run(); });
 }
 
 ProcessWatcher::~ProcessWatcher()
 {
-    {
-        std::lock_guard lock(mutex);
-        stopping = true;
-    }
-    wake();
+    uint64_t const one = 1;
+    [[maybe_unused]] ssize_t const written = ::write(stop.get(), &one, sizeof(one));
     watcher.join();
 }
 
@@ -58,13 +59,17 @@ bool ProcessWatcher::watch(std::string const& pid, std::string const& uid)
     siginfo_t info{};
     if (::waitid(P_PIDFD, static_cast<id_t>(fd.get()), &info, WEXITED | WNOHANG | WNOWAIT) != 0)
         return false;
-    {
-        std::lock_guard lock(mutex);
-        int const key = fd.get();
-        watches[key] = {std::move(fd), uid, pid};
-    }
-    wake();
-    return true;
+    epoll_event event{};
+    event.events = EPOLLIN;
+    event.data.fd = fd.get();
+    int const key = fd.get();
+    std::lock_guard lock(mutex);
+    // In the table before the set: an end reported at once finds its watch.
+    watches[key] = {std::move(fd), uid, pid};
+    if (::epoll_ctl(epoll.get(), EPOLL_CTL_ADD, key, &event) == 0)
+        return true;
+    watches.erase(key);
+    return false;
 }
 
 std::string ProcessWatcher::endOf(std::string const& pid)
@@ -85,37 +90,23 @@ std::size_t ProcessWatcher::getWatchCount() const
     return watches.size();
 }
 
-void ProcessWatcher::wake()
-{
-    uint64_t const one = 1;
-    [[maybe_unused]] ssize_t const written = ::write(wakeup.get(), &one, sizeof(one));
-}
-
 void ProcessWatcher::run()
 {
     for (;;) {
-        std::vector<pollfd> polled{{wakeup.get(), POLLIN, 0}};
-        {
-            std::lock_guard lock(mutex);
-            if (stopping)
-                return;
-            for (auto const& [fd, watch] : watches)
-                polled.push_back({fd, POLLIN, 0});
-        }
-        if (::poll(polled.data(), polled.size(), -1) < 0 && errno != EINTR)
+        epoll_event events[16];
+        int const count = ::epoll_wait(epoll.get(), events, 16, -1);
+        if (count < 0 && errno != EINTR)
             return;
-        uint64_t drained = 0;
-        [[maybe_unused]] ssize_t const read = ::read(wakeup.get(), &drained, sizeof(drained));
         std::vector<Watch> ended;
         {
             std::lock_guard lock(mutex);
-            for (pollfd const& entry : polled) {
-                if (entry.fd == wakeup.get() || entry.revents == 0)
-                    continue;
-                auto const found = watches.find(entry.fd);
+            for (int i = 0; i < count; ++i) {
+                if (events[i].data.fd == stop.get())
+                    return;
+                auto const found = watches.find(events[i].data.fd);
                 if (found == watches.end())
                     continue;
-                ended.push_back(std::move(found->second));
+                ended.push_back(std::move(found->second)); // its pidfd leaves the set when closed
                 watches.erase(found);
             }
         }

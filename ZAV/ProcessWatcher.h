@@ -2,6 +2,8 @@
 // that is killed or crashes must leave its manager's table at once, not when
 // a later call to it fails. Each watch holds a pidfd, which becomes readable
 // when the process ends without reaping it (the factory reaps), and fires once.
+// The pidfds sit in one epoll set, so that a new watch joins the set without
+// waking the watcher.
 //
 // Threads: one watcher thread, started by the constructor and joined by the
 // destructor; watch() from any thread. The callback runs on the watcher
@@ -44,13 +46,12 @@ private:
     };
 
     void run();
-    void wake();
 
     Callback onEnd;
     mutable std::mutex mutex;
     std::map<int, Watch> watches; // by descriptor
-    bool stopping = false;
-    FileDescriptor wakeup;
+    FileDescriptor stop; // readable when the watcher is to end
+    FileDescriptor epoll;
     std::thread watcher;
 };
 
