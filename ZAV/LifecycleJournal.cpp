@@ -13,6 +13,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <sstream>
 #include <sys/stat.h>
 #include <syslog.h>
@@ -45,9 +46,16 @@ bool underSystemd()
 
 std::string line(LifecycleEntry const& entry)
 {
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    return Json::writeString(builder, LifecycleJournal::toJson(entry)) + "\n";
+    // A writer made once per thread (the writer thread's), not a builder and its settings per line.
+    thread_local std::unique_ptr<Json::StreamWriter> const writer = [] {
+        Json::StreamWriterBuilder builder;
+        builder["indentation"] = "";
+        return std::unique_ptr<Json::StreamWriter>(builder.newStreamWriter());
+    }();
+    std::ostringstream text;
+    writer->write(LifecycleJournal::toJson(entry), &text);
+    text << '\n';
+    return std::move(text).str();
 }
 
 std::string message(LifecycleEntry const& entry)
