@@ -36,10 +36,14 @@ using Clock = std::chrono::steady_clock;
 // Waits, without polling, for the focus to name a window.
 class FocusWaiter : public VelmoraTest::NullWindowManagerListener {
 public:
+    // Notified after the unlock: woken, the bench's thread finds the mutex free
+    // instead of sleeping on it once more before it reads the clock.
     void onFocusChange(IWindowManager&, std::string const&, std::string const& newFocus) override
     {
-        std::lock_guard lock(mutex);
-        focus = newFocus;
+        {
+            std::lock_guard lock(mutex);
+            focus = newFocus;
+        }
         changed.notify_all();
     }
     // A launch or an end that never shows in the focus ends the bench with a
