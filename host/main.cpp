@@ -33,6 +33,7 @@
 #include "rpc/RuntimeDirectory.h"
 
 #include <CLI/CLI.hpp>
+#include <sqlite3.h>
 #include <systemd/sd-daemon.h>
 
 #include <algorithm>
@@ -341,6 +342,11 @@ int main(int argc, char** argv)
     // of its own (up to eight per core), and on a box the pages that each one
     // keeps cost more than the rare wait for the shared one.
     ::mallopt(M_ARENA_MAX, 1);
+    // SQLite's page caches grow a page at a time instead of setting aside
+    // twenty pages per connection at the first read: each store is a few
+    // pages and keeps two connections. A process-wide setting, so it is made
+    // here, before any thread or any other user of SQLite.
+    ::sqlite3_config(SQLITE_CONFIG_PAGECACHE, nullptr, 0, 0);
     Options options;
     if (auto const status = parse(argc, argv, options))
         return *status;

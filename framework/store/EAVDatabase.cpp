@@ -27,17 +27,6 @@ ReturnCode returnCodeOf(int sqliteCode)
     }
 }
 
-// SQLite sets aside twenty pages of cache for each connection at its first
-// read. A store is a few pages and each store keeps two connections open, so
-// the cache grows a page at a time instead. This holds only when it comes
-// before SQLite's initialisation; after another user of SQLite in the process
-// the default stays.
-void growPageCachesOnDemand()
-{
-    static int const configured = sqlite3_config(SQLITE_CONFIG_PAGECACHE, nullptr, 0, 0);
-    (void)configured;
-}
-
 } // namespace
 
 EAVDatabase::Statement::Statement(EAVDatabase& database, char const* sql)
@@ -120,7 +109,6 @@ void EAVDatabase::Transaction::commit()
 EAVDatabase::EAVDatabase(std::string const& path, Role role)
     : path(path), connection(nullptr, sqlite3_close_v2)
 {
-    growPageCachesOnDemand();
     sqlite3* opened = nullptr;
     int rc = sqlite3_open_v2(path.c_str(), &opened, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX,
                              nullptr);
