@@ -3,80 +3,35 @@
 #include "store/EAVStore.h"
 #include "IntegrityOf.h"
 #include "ScratchDirectory.h"
+#include "ServerProcess.h"
 
 #include <gtest/gtest.h>
 
-#include <csignal>
-#include <fcntl.h>
-#include <cstdio>
 #include <random>
-#include <sstream>
-#include <sys/wait.h>
-#include <unistd.h>
 
 using namespace Velmora;
 
 namespace {
 
-// The writer child with its stdout on a pipe; killed if still running at the end.
-class Writer {
-public:
-    explicit Writer(std::vector<std::string> const& arguments)
-    {
-        int fds[2];
-        if (pipe2(fds, O_CLOEXEC) != 0)
-            throw std::runtime_error("pipe2");
-        std::vector<char*> argv{const_cast<char*>(VELMORA_EAV_WRITER)};
-        for (std::string const& argument : arguments)
-            argv.push_back(const_cast<char*>(argument.c_str()));
-        argv.push_back(nullptr);
-        pid = fork();
-        if (pid == 0) {
-            dup2(fds[1], STDOUT_FILENO);
-            execv(argv[0], argv.data());
-            _exit(127);
-        }
-        close(fds[1]);
-        output = fdopen(fds[0], "r");
-    }
-    ~Writer()
-    {
-        if (pid > 0) {
-            kill(pid, SIGKILL);
-            waitpid(pid, nullptr, 0);
-        }
-        if (output)
-            fclose(output);
-    }
-    Writer(Writer const&) = delete;
-    Writer& operator=(Writer const&) = delete;
+// Runs the writer child with `arguments` to its end: its exit status (-1 for
+// a death by signal) and the lines it printed (its debug output among them).
+std::pair<int, std::vector<std::string>> runWriter(std::vector<std::string> const& arguments, std::string const& output)
+{
+    HostTest::ServerProcess writer(VELMORA_EAV_WRITER, arguments, {{"VELMORA_DEBUG", "0"}}, output);
+    int const status = writer.stop(0);
+    return {status, readLines(output)};
+}
 
-    // The next line of output, without its newline; empty at the end.
-    std::string line()
-    {
-        char buffer[256];
-        if (!fgets(buffer, sizeof buffer, output))
-            return {};
-        std::string text(buffer);
-        if (!text.empty() && text.back() == '\n')
-            text.pop_back();
-        return text;
-    }
-    // Kills the child at once.
-    void killNow() { kill(pid, SIGKILL); }
-    // The wait status of the ended child.
-    int reap()
-    {
-        int status = 0;
-        waitpid(pid, &status, 0);
-        pid = -1;
-        return status;
-    }
-
-private:
-    pid_t pid = -1;
-    FILE* output = nullptr;
-};
+// The numbers of the lines that are `prefix` and a number, in order.
+std::vector<long> numbersAfter(std::string const& prefix, std::vector<std::string> const& lines)
+{
+    std::vector<long> numbers;
+    for (std::string const& line : lines)
+        if (line.size() > prefix.size() && line.rfind(prefix, 0) == 0 &&
+            line.find_first_not_of("0123456789", prefix.size()) == std::string::npos)
+            numbers.push_back(std::stol(line.substr(prefix.size())));
+    return numbers;
+}
 
 } // namespace
 
@@ -84,31 +39,21 @@ TEST(EAVStoreProcess, EveryAcknowledgedWriteSurvivesSIGKILL)
 {
     std::mt19937 random(std::random_device{}());
     for (int round = 0; round < 6; ++round) {
+        SCOPED_TRACE("round " + std::to_string(round));
         ScratchDirectory scratch;
-        long acknowledged = -1;
-        {
-            Writer writer({"stream", scratch.get()});
-            // Let it write a random number of times; the kill lands somewhere in
-            // the middle of the next write.
-            long target = std::uniform_int_distribution<long>(1, 120)(random);
-            while (acknowledged < target) {
-                std::string text = writer.line();
-                ASSERT_FALSE(text.empty()) << "writer ended early";
-                acknowledged = std::stol(text);
-            }
-            if (round % 2)
-                usleep(std::uniform_int_distribution<unsigned>(0, 3000)(random));
-            writer.killNow();
-            // Writes that were acknowledged before the kill are still in the pipe.
-            for (std::string text = writer.line(); !text.empty(); text = writer.line())
-                acknowledged = std::stol(text);
-            int status = writer.reap();
-            ASSERT_TRUE(WIFSIGNALED(status));
-        }
-        std::string file = scratch.file("Probe.db");
+        // The writer kills itself after a random number of writes, at once or a
+        // little later: the kill lands somewhere in the middle of a write.
+        std::string const writes = std::to_string(std::uniform_int_distribution<long>(1, 120)(random));
+        std::string const delay = std::to_string(std::uniform_int_distribution<unsigned>(0, round % 2 ? 3000 : 0)(random));
+        auto const [status, lines] = runWriter({"stream", scratch.get(), writes, delay}, scratch.file("out"));
+        ASSERT_EQ(status, -1) << "the writer ended without being killed";
+        std::vector<long> const acknowledgements = numbersAfter("", lines);
+        ASSERT_FALSE(acknowledgements.empty());
+        long const acknowledged = acknowledgements.back();
+
         EAVStore store("Probe", scratch.get(), ".db");
-        ASSERT_NO_THROW(store.init()) << "round " << round;
-        ASSERT_EQ(integrityOf(file), "ok");
+        ASSERT_NO_THROW(store.init());
+        ASSERT_EQ(integrityOf(scratch.file("Probe.db")), "ok");
         for (long i = 0; i <= acknowledged; ++i) {
             std::string index = std::to_string(i);
             if (i % 4 == 3)
@@ -128,25 +73,16 @@ TEST(EAVStoreProcess, EveryAcknowledgedWriteSurvivesSIGKILL)
 TEST(EAVStoreProcess, AFullDiskFailsTheWriteAndKeepsTheStore)
 {
     ScratchDirectory scratch;
-    std::vector<int> written;
-    {
-        Writer writer({"fill", scratch.get(), "65536"});
-        std::string last;
-        for (std::string text = writer.line(); !text.empty(); text = writer.line()) {
-            last = text;
-            if (text.rfind("ok ", 0) == 0)
-                written.push_back(std::stoi(text.substr(3)));
-        }
-        int status = writer.reap();
-        ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "last line: " << last;
-        EXPECT_EQ(last.rfind("full ", 0), 0u) << last;
-    }
+    auto const [status, lines] = runWriter({"fill", scratch.get(), "65536"}, scratch.file("out"));
+    EXPECT_EQ(status, 0) << "no clean failure: " << testing::PrintToString(lines);
+    EXPECT_EQ(numbersAfter("full ", lines).size(), 1u);
+    std::vector<long> const written = numbersAfter("ok ", lines);
     EXPECT_FALSE(written.empty());
     EXPECT_EQ(integrityOf(scratch.file("Probe.db")), "ok");
     EAVStore store("Probe", scratch.get(), ".db");
     store.init();
     EXPECT_EQ(store.getValue("fill", "before"), "present");
-    for (int i : written)
+    for (long i : written)
         ASSERT_EQ(store.getValue("fill", std::string("k").append(std::to_string(i))).size(), 4096u) << i;
     // With room again, the store takes writes.
     store.setValue("fill", "after", "present");
@@ -158,9 +94,9 @@ TEST(EAVStoreProcess, ADirectoryThatCannotBeWrittenIsAnError)
     ScratchDirectory scratch;
     std::filesystem::create_directory(scratch.file("locked"));
     std::filesystem::permissions(scratch.file("locked"), std::filesystem::perms(0555));
-    Writer fresh({"open", scratch.file("locked")});
-    EXPECT_EQ(fresh.line().rfind("failed", 0), 0u);
-    EXPECT_EQ(WEXITSTATUS(fresh.reap()), 1);
+    auto const [fresh, freshLines] = runWriter({"open", scratch.file("locked")}, scratch.file("out"));
+    EXPECT_EQ(fresh, 1);
+    EXPECT_EQ(numbersAfter("failed ", freshLines).size(), 1u);
     EXPECT_TRUE(std::filesystem::is_empty(scratch.file("locked")));
 
     // A store that exists but lies in a locked directory (it can't get its
@@ -173,8 +109,8 @@ TEST(EAVStoreProcess, ADirectoryThatCannotBeWrittenIsAnError)
     }
     std::string before = contentsOf(scratch.file("existing/Probe.db"));
     std::filesystem::permissions(scratch.file("existing/Probe.db"), std::filesystem::perms(0444));
-    Writer readOnly({"open", scratch.file("existing")});
-    EXPECT_EQ(readOnly.line().rfind("failed", 0), 0u);
-    EXPECT_EQ(WEXITSTATUS(readOnly.reap()), 1);
+    auto const [readOnly, readOnlyLines] = runWriter({"open", scratch.file("existing")}, scratch.file("out"));
+    EXPECT_EQ(readOnly, 1);
+    EXPECT_EQ(numbersAfter("failed ", readOnlyLines).size(), 1u);
     EXPECT_TRUE(contentsOf(scratch.file("existing/Probe.db")) == before) << "the file was changed";
 }

@@ -1,6 +1,8 @@
 // A child process for store tests. Its first argument is the mode:
-//   stream <dir>        write forever; after each write returns, print its index
-//                       (every fourth write is a list of three values)
+//   stream <dir> <n> <us>  write forever; after each write returns, print its
+//                       index (every fourth write is a list of three values);
+//                       <us> microseconds after the <n>th, die by SIGKILL,
+//                       somewhere in the middle of a later write
 //   fill <dir> <bytes>  cap file growth at <bytes> more, write until the store
 //                       refuses; print "ok <i>" per write that returned, then
 //                       "full <code>"; exit 0 on a clean Exception
@@ -9,12 +11,14 @@
 #include "store/EAVStore.h"
 #include "frame/Exception.h"
 
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <sys/resource.h>
+#include <thread>
 #include <unistd.h>
 
 using namespace Velmora;
@@ -23,11 +27,16 @@ namespace {
 
 char const* const STORE_NAME = "Probe";
 
-int stream(std::string const& directory)
+int stream(std::string const& directory, unsigned long writes, unsigned long microseconds)
 {
     EAVStore store(STORE_NAME, directory, ".db");
     store.init();
     for (unsigned long i = 0;; ++i) {
+        if (i == writes)
+            std::thread([microseconds] {
+                std::this_thread::sleep_for(std::chrono::microseconds(microseconds));
+                ::kill(::getpid(), SIGKILL);
+            }).detach();
         std::string index = std::to_string(i);
         if (i % 4 == 3)
             store.setValueList({{"batch" + index, {"a", index}}, {"batch" + index, {"b", index}},
@@ -90,8 +99,8 @@ int open(std::string const& directory)
 int main(int argc, char** argv)
 {
     std::string mode = argc > 2 ? argv[1] : "";
-    if (mode == "stream")
-        return stream(argv[2]);
+    if (mode == "stream" && argc > 4)
+        return stream(argv[2], std::strtoul(argv[3], nullptr, 10), std::strtoul(argv[4], nullptr, 10));
     if (mode == "fill" && argc > 3)
         return fill(argv[2], std::strtoul(argv[3], nullptr, 10));
     if (mode == "open")
