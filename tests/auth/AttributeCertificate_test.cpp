@@ -4,7 +4,6 @@
 
 using namespace Velmora;
 using namespace VelmoraTest;
-using ::testing::HasSubstr;
 
 namespace {
 
@@ -87,25 +86,4 @@ TEST_F(AttributeCertificateFormat, HolderWithOnlyAnEntityNameParsesButFailsTheBa
     ASSERT_TRUE(decoded);
     EXPECT_EQ(X509_NAME_cmp(Manager::retreiveHolderEntityName(decoded.get()), holderName), 0);
     expectRejected(pki.doricHolder.get(), pem, "baseCertificateID is NULL.\n");
-}
-
-// Null arguments are refused and logged, never followed.
-TEST_F(AttributeCertificateFormat, HelpersRejectNullArguments)
-{
-    std::string log = stderrOf([] {
-        EXPECT_FALSE(Manager::updateAttributeVersion(nullptr, 2));
-        EXPECT_FALSE(Manager::updateAttributeSerialNumber(nullptr, 0));
-        EXPECT_FALSE(Manager::dupBaseCertificateIDFromIssuer(nullptr));
-        EXPECT_FALSE(Manager::setHolderBaseCertificateIDNoDuplicate(nullptr, nullptr));
-        EXPECT_FALSE(Manager::updateIssuerName(nullptr, nullptr));
-        EXPECT_FALSE(Manager::generalNameInsert(nullptr, nullptr));
-        EXPECT_FALSE(Manager::x509NameDuplicateAndFree(nullptr, nullptr));
-        EXPECT_FALSE(Manager::insertAttribute(nullptr, nullptr));
-        EXPECT_EQ(Manager::signKey(nullptr, nullptr, nullptr), 0);
-        EXPECT_FALSE(Manager::AllowedInterfaceAddValue(nullptr, nullptr));
-        EXPECT_FALSE(Manager::cmpBaseCertificateIDWithIssuer(nullptr, nullptr));
-        EXPECT_EQ(Manager::getACCertificateIssuerName(nullptr), nullptr);
-        EXPECT_EQ(Manager::retreiveHolderEntityName(nullptr), nullptr);
-    });
-    EXPECT_THAT(log, HasSubstr("acCertificate is NULL.\n"));
 }

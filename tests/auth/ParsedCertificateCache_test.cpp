@@ -51,13 +51,10 @@ TEST_F(ParsedCertificates, EachReadGivesTheCertificateOfTheBytesReadNow)
     cut.insert(cut.find('\n'), std::string("\0tail", 5));
     EXPECT_EQ(serialOf(cut), 7);
     EXPECT_EQ(serialOf(cut), 7);
-}
 
-TEST_F(ParsedCertificates, PipesAreReadAsTheyCome)
-{
+    // Pipes are read as they come.
     std::filesystem::path fifo = sandbox.root / "certificate.fifo";
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-    std::string doric = toPem(pki.doricHolder.get());
     for (int round = 0; round < 2; ++round) {
         std::thread writer([&] { writeFile(fifo, doric); });
         EXPECT_EQ(serialAt(fifo), 7);
