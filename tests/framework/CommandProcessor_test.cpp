@@ -189,55 +189,50 @@ TEST(CommandProcessor, ExecuteBlocksUntilTheCommandHasRunAndReturnsItsStatusOrTh
     EXPECT_EQ(order, (std::vector<int>{1, 2, 3}));
 }
 
-TEST(CommandProcessor, QueuedCommandsAreDeletedAfterRunningAndPendingOnesAtStop)
+// Queued commands are deleted once run, and pending ones at the stop; an
+// unstarted or stopped processor refuses work instead of hanging, and deletes
+// what is queued to it at once.
+TEST(CommandProcessor, QueuedCommandsAreDeletedOnceAndAStoppedProcessorRefusesWork)
 {
     std::atomic<int> deletions{0};
     std::atomic<int> runs{0};
-    {
-        Processor processor;
-        processor.init();
-        for (int i = 0; i < 10; ++i)
-            processor.queueCommand(new LambdaCommand(&processor, [&] { ++runs; }, &deletions), true);
-        processor.sync();
-        EXPECT_EQ(runs, 10);
-        EXPECT_EQ(deletions, 10);
-
-        // Block the thread, pile up work, then stop: nothing leaks, nothing hangs.
-        Signal blocked;
-        std::promise<void> release;
-        processor.queueCommand(new LambdaCommand(&processor, [&, released = release.get_future().share()] {
-                                   blocked.raise();
-                                   released.wait();
-                               }, &deletions),
-                               true);
-        for (int i = 0; i < 5; ++i)
-            processor.queueCommand(new LambdaCommand(&processor, [&] { ++runs; }, &deletions), true);
-        ASSERT_TRUE(blocked.waitFor(1));
-        std::thread releaser([&] { release.set_value(); });
-        processor.uninit();
-        releaser.join();
-    }
-    EXPECT_EQ(deletions, 16);
-}
-
-TEST(CommandProcessor, AStoppedOrUnstartedProcessorRefusesWorkInsteadOfHanging)
-{
-    std::atomic<int> deletions{0};
     Processor processor;
-    LambdaCommand command(&processor, [] {});
-    EXPECT_EQ(processor.executeCommand(&command), ReturnInvalidState);
+    LambdaCommand refused(&processor, [&] { ++runs; });
+    EXPECT_EQ(processor.executeCommand(&refused), ReturnInvalidState);
     processor.init();
+    for (int i = 0; i < 10; ++i)
+        processor.queueCommand(new LambdaCommand(&processor, [&] { ++runs; }, &deletions), true);
+    processor.sync();
+    EXPECT_EQ(runs, 10);
+    EXPECT_EQ(deletions, 10);
+
+    // Block the thread, pile up work, then stop: nothing leaks, nothing hangs.
+    Signal blocked;
+    std::promise<void> release;
+    processor.queueCommand(new LambdaCommand(&processor, [&, released = release.get_future().share()] {
+                               blocked.raise();
+                               released.wait();
+                           }, &deletions),
+                           true);
+    for (int i = 0; i < 5; ++i)
+        processor.queueCommand(new LambdaCommand(&processor, [&] { ++runs; }, &deletions), true);
+    ASSERT_TRUE(blocked.waitFor(1));
+    std::thread releaser([&] { release.set_value(); });
     processor.uninit();
-    EXPECT_EQ(processor.executeCommand(&command), ReturnInvalidState);
-    processor.queueCommand(new LambdaCommand(&processor, [] {}, &deletions), true);
-    EXPECT_EQ(deletions, 1);
+    releaser.join();
+    EXPECT_EQ(deletions, 16);
+
+    EXPECT_EQ(processor.executeCommand(&refused), ReturnInvalidState);
+    processor.queueCommand(new LambdaCommand(&processor, [&] { ++runs; }, &deletions), true);
+    EXPECT_EQ(deletions, 17);
+    EXPECT_LE(runs, 15);
 }
 
 // Periodic commands run on the test clock, across the wrap of the tick
-// counter, and stop when unregistered. Moving the clock wakes the sleeping
-// loop, with no sync command and no polling: moved one tick at a time from
-// another thread, some moves land between the loop's look at the ticks and
-// its sleep.
+// counter, and stop when unregistered; unregistering waits for a run in
+// progress. Moving the clock wakes the sleeping loop, with no sync command and
+// no polling: moved one tick at a time from another thread, some moves land
+// between the loop's look at the ticks and its sleep.
 TEST(CommandProcessor, PeriodicCommandsRunAsSoonAsTheTestClockReachesThemAndStopWhenUnregistered)
 {
     TestClock clock(0xFFFFF000u); // close to the wrap of the tick counter
@@ -269,28 +264,23 @@ TEST(CommandProcessor, PeriodicCommandsRunAsSoonAsTheTestClockReachesThemAndStop
     clock.advance(60000); // a jump over many periods runs the command again
     EXPECT_TRUE(ran.waitFor(301));
     everyTick.remove();
-}
 
-TEST(CommandProcessor, UnregisteringWaitsForARunningPeriodicCommand)
-{
-    TestClock clock;
-    Processor processor;
-    processor.init();
+    // Unregistering waits for a run in progress.
     Signal inside;
     std::promise<void> release;
     std::shared_future<void> released = release.get_future().share();
     std::atomic<bool> finished{false};
-    auto periodic = std::make_unique<PeriodicCounter>(&processor, 100, [&] {
+    auto blocking = std::make_unique<PeriodicCounter>(&processor, 100, [&] {
         inside.raise();
         released.wait();
         finished = true;
     });
-    processor.registerPeriodicCommand(periodic.get());
+    processor.registerPeriodicCommand(blocking.get());
     clock.advance(100);
     ASSERT_TRUE(inside.waitFor(1));
     bool finishedWhenUnregistered = false;
     std::future<void> unregistered = std::async(std::launch::async, [&] {
-        processor.unregisterPeriodicCommand(periodic.get());
+        processor.unregisterPeriodicCommand(blocking.get());
         finishedWhenUnregistered = finished;
     });
     // An unregistering that does not wait shows here; one that waits lets this pass by.
@@ -298,6 +288,6 @@ TEST(CommandProcessor, UnregisteringWaitsForARunningPeriodicCommand)
     release.set_value();
     unregistered.get();
     EXPECT_TRUE(finishedWhenUnregistered);
-    periodic.reset(); // safe now: the processor no longer touches it
+    blocking.reset(); // safe now: the processor no longer touches it
     processor.sync();
 }
