@@ -11,7 +11,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <memory>
 #include <mutex>
@@ -170,34 +169,6 @@ TEST_F(RPCServerTest, NotificationsReachOnlyTheirSubscribersInOrder)
     EXPECT_EQ(0u, noneInbox.size());
 }
 
-TEST_F(RPCServerTest, ServerCallsARegisteredPeerWithADeadline)
-{
-    BusTest::ScopedEnv timeout("VELMORA_RPC_TIMEOUT_MS", "300");
-    VelmoraTest::Signal released;
-    RPCClient peer;
-    peer.setMethod("IPeer.add", [](Json::Value const& params) {
-        return Json::Value(params["a"].asInt() + params["b"].asInt());
-    });
-    peer.setMethod("IPeer.hang", [&](Json::Value const&) {
-        released.waitFor(1);
-        return Json::Value();
-    });
-    peer.setMethod("IPeer.refuse", [](Json::Value const&) -> Json::Value { throw std::runtime_error("refused"); });
-    peer.connect("T");
-    ASSERT_TRUE(peer.call("RPC.register", json(R"({"uid":"42"})")).ok);
-
-    auto const connection = RPCRegistry::getInstance().find("42");
-    ASSERT_TRUE(connection);
-    Json::Value const params = json(R"({"a":2,"b":3})");
-    EXPECT_EQ(5, connection->callOrThrow("IPeer.add", params).asInt());
-    EXPECT_EQ("refused", connection->call("IPeer.refuse", Json::Value()).message);
-    EXPECT_EQ(IRPC::METHOD_NOT_FOUND, connection->call("IPeer.absent", Json::Value()).code);
-    EXPECT_EQ(ReturnTimedOut, returnCodeOf([&] { connection->call("IPeer.hang", Json::Value()); }));
-    released.raise();
-    // The late answer is dropped and the connection still serves.
-    EXPECT_EQ(5, connection->callOrThrow("IPeer.add", params).asInt());
-}
-
 // A connection holds one uid, only a long-lived one may register, and what it
 // registered goes with it.
 TEST_F(RPCServerTest, RegistrationIsOneUidPerLongLivedConnection)
@@ -218,15 +189,36 @@ TEST_F(RPCServerTest, RegistrationIsOneUidPerLongLivedConnection)
     EXPECT_TRUE(waitFor([] { return !RPCRegistry::getInstance().find("u1"); }));
 }
 
-// Handlers that wait for a program's answer do not hold up the reading of
-// that answer, however many wait at once.
-TEST_F(RPCServerTest, BlockedHandlersNeverStopReading)
+// The server calls a registered peer with a deadline; handlers that wait for
+// the peer's answer do not hold up the reading of that answer, however many
+// wait at once.
+TEST_F(RPCServerTest, ServerCallsARegisteredPeerWithADeadlineAndBlockedHandlersNeverStopReading)
 {
     BusTest::ScopedEnv timeout("VELMORA_RPC_TIMEOUT_MS", "20000");
+    VelmoraTest::Signal released;
     RPCClient peer;
+    peer.setMethod("IPeer.add", [](Json::Value const& params) {
+        return Json::Value(params["a"].asInt() + params["b"].asInt());
+    });
     peer.setMethod("IPeer.echo", [](Json::Value const& params) { return params; });
+    peer.setMethod("IPeer.hang", [&](Json::Value const&) {
+        released.waitFor(1);
+        return Json::Value();
+    });
+    peer.setMethod("IPeer.refuse", [](Json::Value const&) -> Json::Value { throw std::runtime_error("refused"); });
     peer.connect("T");
     ASSERT_TRUE(peer.call("RPC.register", json(R"({"uid":"peer"})")).ok);
+
+    auto const connection = RPCRegistry::getInstance().find("peer");
+    ASSERT_TRUE(connection);
+    Json::Value const params = json(R"({"a":2,"b":3})");
+    EXPECT_EQ(5, connection->callOrThrow("IPeer.add", params).asInt());
+    EXPECT_EQ("refused", connection->call("IPeer.refuse", Json::Value()).message);
+    EXPECT_EQ(IRPC::METHOD_NOT_FOUND, connection->call("IPeer.absent", Json::Value()).code);
+    EXPECT_EQ(ReturnTimedOut, returnCodeOf([&] { connection->call("IPeer.hang", Json::Value(), 300); }));
+    released.raise();
+    // The late answer is dropped and the connection still serves.
+    EXPECT_EQ(5, connection->callOrThrow("IPeer.add", params).asInt());
 
     constexpr int CALLERS = 8;
     std::vector<std::unique_ptr<RPCClient>> callers;
@@ -249,9 +241,10 @@ TEST_F(RPCServerTest, BlockedHandlersNeverStopReading)
     EXPECT_EQ(7, json(post)["result"]["v"].asInt());
 }
 
-// Disconnecting ends a call in flight at once instead of at its deadline, and
-// a client may be destroyed from its own handler.
-TEST_F(RPCServerTest, DisconnectEndsCallsInFlightAndAClientMayDeleteItself)
+// A call in flight ends at once, not at its deadline, when either side goes:
+// the caller disconnecting, or the called peer hanging up, which also loses
+// its registration. A client may be destroyed from its own handler.
+TEST_F(RPCServerTest, EitherSideGoingEndsCallsInFlightAndAClientMayDeleteItself)
 {
     RawPeer silent(runtime.socket("T")); // registers as the relay's peer and never answers
     ASSERT_FALSE(silent.ask(request("RPC.register", R"({"uid":"peer"})")).empty());
@@ -263,6 +256,18 @@ TEST_F(RPCServerTest, DisconnectEndsCallsInFlightAndAClientMayDeleteItself)
     client.disconnect();
     caller.join();
     EXPECT_EQ(ReturnGenericFailure, code);
+
+    auto const connection = RPCRegistry::getInstance().find("peer");
+    ASSERT_TRUE(connection);
+    std::thread hangUp([&] {
+        silent.readLine(); // the server's call arrives
+        ::shutdown(silent.fd, SHUT_RDWR);
+    });
+    // A call that ran into its deadline would say ReturnTimedOut.
+    EXPECT_EQ(ReturnGenericFailure, returnCodeOf([&] { connection->call("IPeer.anything", Json::Value(), 60000); }));
+    hangUp.join();
+    EXPECT_TRUE(waitFor([] { return !RPCRegistry::getInstance().find("peer"); }));
+    EXPECT_THROW(connection->call("IPeer.anything", Json::Value()), Exception);
 
     VelmoraTest::Signal deleted;
     auto* doomed = new RPCClient();
@@ -297,45 +302,32 @@ public:
     bool bound = false;
 };
 
-std::string readAll(int fd)
-{
-    std::string received;
-    char chunk[65536];
-    for (ssize_t n; (n = ::recv(fd, chunk, sizeof(chunk), 0)) > 0;)
-        received.append(chunk, static_cast<std::size_t>(n));
-    return received;
-}
-
-// A program that answers terminate and leaves at once: what its client
-// queued behind a full socket still goes out before disconnect() returns.
-TEST_F(RPCServerTest, ADisconnectingClientWritesOutWhatItQueued)
+// Against a bare listener playing a program that leaves at once: what its
+// client queued behind a full socket still goes out before disconnect()
+// returns, and an answer followed at once by a hang-up (which often lands
+// before the caller has woken) still counts.
+TEST_F(RPCServerTest, AProgramLeavingAtOnceLosesNeitherWhatWasQueuedNorItsLastAnswer)
 {
     RawListener listener(runtime.socket("R"));
     ASSERT_TRUE(listener.bound);
-    RPCClient client;
-    client.connectPath(listener.path);
-    int const peer = listener.accept();
-    ASSERT_GE(peer, 0);
-    constexpr int MESSAGES = 16;
-    for (int n = 0; n < MESSAGES; ++n) // far beyond the socket buffer: most of it queues
-        client.notify("IX::n", json(R"({"pad":")" + std::string(256 * 1024, 'p') + R"("})"));
-    client.notify("IX::last", Json::Value());
-
-    std::string received;
-    std::thread reader([&] { received = readAll(peer); });
-    client.disconnect();
-    reader.join();
-    ::close(peer);
-    EXPECT_EQ(MESSAGES + 1, std::count(received.begin(), received.end(), '\n'));
-    EXPECT_NE(std::string::npos, received.find("IX::last"));
-}
-
-// The other side of it: a peer that answers and hangs up at once. The hang-up
-// often lands before the caller has woken; the answer must still count.
-TEST_F(RPCServerTest, AnAnswerFollowedAtOnceByAHangUpIsNotLost)
-{
-    RawListener listener(runtime.socket("R"));
-    ASSERT_TRUE(listener.bound);
+    {
+        RPCClient client;
+        client.connectPath(listener.path);
+        RawPeer peer(listener.accept());
+        constexpr std::size_t MESSAGES = 16;
+        for (std::size_t n = 0; n < MESSAGES; ++n) // far beyond the socket buffer: most of it queues
+            client.notify("IX::n", json(R"({"pad":")" + std::string(256 * 1024, 'p') + R"("})"));
+        client.notify("IX::last", Json::Value());
+        std::vector<std::string> received;
+        std::thread reader([&] {
+            for (std::string line; !(line = peer.readLine()).empty();)
+                received.push_back(line);
+        });
+        client.disconnect();
+        reader.join();
+        ASSERT_EQ(MESSAGES + 1, received.size());
+        EXPECT_NE(std::string::npos, received.back().find("IX::last"));
+    }
     for (int round = 0; round < 50; ++round) {
         RPCClient client;
         client.connectPath(listener.path);
@@ -353,34 +345,14 @@ TEST_F(RPCServerTest, AnAnswerFollowedAtOnceByAHangUpIsNotLost)
     }
 }
 
-TEST_F(RPCServerTest, APeerThatHangsUpMidCallFailsTheCallAtOnce)
-{
-    RawPeer peer(runtime.socket("T"));
-    ASSERT_FALSE(peer.ask(request("RPC.register", R"({"uid":"77"})")).empty());
-    auto const connection = RPCRegistry::getInstance().find("77");
-    ASSERT_TRUE(connection);
-
-    std::thread hangUp([&] {
-        peer.readLine(); // the server's call arrives
-        ::shutdown(peer.fd, SHUT_RDWR);
-    });
-    // At once: a call that ran into its deadline would say ReturnTimedOut.
-    EXPECT_EQ(ReturnGenericFailure, returnCodeOf([&] { connection->call("IPeer.anything", Json::Value(), 60000); }));
-    hangUp.join();
-    EXPECT_TRUE(waitFor([] { return !RPCRegistry::getInstance().find("77"); }));
-    EXPECT_THROW(connection->call("IPeer.anything", Json::Value()), Exception);
-}
-
 // A socket file left by a killed process is taken over; a live endpoint's is
 // neither taken over nor removed by the failed attempt.
 TEST_F(RPCServerTest, StaleSocketIsReplacedButALiveEndpointIsNotStolen)
 {
-    int const fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    runtime.socket("S").copy(address.sun_path, sizeof(address.sun_path) - 1);
-    ASSERT_EQ(0, ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)));
-    ::close(fd);
+    {
+        RawListener stale(runtime.socket("S"));
+        ASSERT_TRUE(stale.bound);
+    } // closed, its file left
     TestServer replacing("S");
     ASSERT_NO_THROW(replacing.init());
     {
