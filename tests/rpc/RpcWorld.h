@@ -9,6 +9,7 @@
 #pragma once
 
 #include "BusTestSupport.h"
+#include "Signal.h"
 #include "HWPApplicationFactory.h"
 #include "PackageInstaller.h"
 #include "PortMapper.h"
@@ -22,10 +23,9 @@
 #include "frame/Exception.h"
 #include "rpc/RPCClient.h"
 
-#include <condition_variable>
+#include <chrono>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -39,36 +39,12 @@ using Recorder = std::function<void(std::string line)>;
 // One line of compact JSON.
 inline std::string text(SerialObject const& object) { return IRPC::write(IRPC::toJson(object)); }
 
-// Holds every launch of the URL "wait" until opened: a manager that is busy
-// for as long as a test likes.
-class Gate {
-public:
-    void open()
-    {
-        {
-            std::lock_guard lock(mutex);
-            opened = true;
-        }
-        changed.notify_all();
-    }
-    void pass()
-    {
-        std::unique_lock lock(mutex);
-        changed.wait(lock, [this] { return opened; });
-    }
-
-private:
-    std::mutex mutex;
-    std::condition_variable changed;
-    bool opened = false;
-};
-
 // A session whose window list is fixed; "gone" is listed but has no entry, as
 // a window that ended between the list and the call.
 class ScriptedWindows : public WindowManager {
 public:
     ScriptedWindows(unsigned int session, ApplicationFactory* factory, std::vector<std::string> windows,
-                    Recorder record, Gate& gate)
+                    Recorder record, VelmoraTest::Signal& gate)
         : WindowManager(session, factory, 0, nullptr), windows(std::move(windows)), record(std::move(record)),
           gate(gate)
     {
@@ -122,7 +98,7 @@ protected:
     std::string _launch(LaunchParameters const& parameters) override
     {
         if (parameters.getApplicationURL() == "wait")
-            gate.pass();
+            gate.waitFor(1, std::chrono::seconds(600));
         log("launch " + std::to_string(getSessionIndex()) + " " + text(parameters));
         return "new-" + parameters.getApplicationURL();
     }
@@ -141,7 +117,7 @@ private:
     void log(std::string line) { record(std::move(line)); }
     std::vector<std::string> windows;
     Recorder record;
-    Gate& gate;
+    VelmoraTest::Signal& gate; // holds every launch of the URL "wait" until raised
 };
 
 // One service, "svc", that takes tokens.
@@ -222,7 +198,7 @@ public:
     }
     ~RpcWorld()
     {
-        gate.open();
+        gate.raise();
         server->shutdown();
         server.reset();
     }
@@ -234,17 +210,13 @@ public:
         client->setNotificationHandler(
             [&heard](std::string const& name, Json::Value const& params) { heard.add(name + " " + IRPC::write(params)); });
         client->connect("ZAV");
-        Json::Value events(Json::arrayValue);
-        events.append("*");
-        Json::Value params(Json::objectValue);
-        params["events"] = events;
-        client->callOrThrow("RPC.subscribe", params);
+        client->callOrThrow("RPC.subscribe", IRPC::parse(R"({"events":["*"]})"));
         return client;
     }
 
     BusTest::RuntimeDir runtime;
     BusTest::Log calls;
-    Gate gate;
+    VelmoraTest::Signal gate;
     HWPApplicationFactory factory;
     std::vector<std::unique_ptr<WindowManager>> sessions;
     std::unique_ptr<ScriptedServices> scriptedServices;
