@@ -5,15 +5,15 @@
 #pragma once
 
 #include "AuthorizationAttributesManager.h"
-#include "ScopedEnv.h"
-#include "ScratchDirectory.h"
 #include "frame/Exception.h"
 
 #include <gmock/gmock.h>
 #include <openssl/objects.h>
 #include <openssl/pem.h>
 
+#include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <mutex>
 #include <vector>
@@ -110,6 +110,11 @@ inline Velmora::X509AttributePtr makeAttribute(int nid)
     return attribute;
 }
 
+inline void writeFile(std::filesystem::path const& path, std::string const& text)
+{
+    std::ofstream(path, std::ios::binary) << text;
+}
+
 template <typename Action>
 std::string stderrOf(Action action)
 {
@@ -157,24 +162,36 @@ private:
 // A private sysroot with its tmp/ and a file each for the issuer's PEMs.
 class Sandbox {
 public:
+    Sandbox() { setenv("VELMORA_ROOT", root.c_str(), 1); }
+    ~Sandbox()
+    {
+        unsetenv("VELMORA_ROOT");
+        std::error_code ignored;
+        std::filesystem::remove_all(root, ignored);
+    }
+    Sandbox(Sandbox const&) = delete;
+    Sandbox& operator=(Sandbox const&) = delete;
+
     std::string file(std::string const& name, std::string const& text) const
     {
-        writeFile(scratch.file(name), text);
-        return scratch.file(name);
+        writeFile(root / name, text);
+        return (root / name).string();
     }
     // Files left in the sysroot's tmp/.
     long temporaryFiles() const { return std::distance(std::filesystem::directory_iterator(root / "tmp"), {}); }
 
-    ScratchDirectory const scratch{"velmora-auth"};
-    std::filesystem::path const root = scratch.get();
-
-private:
-    ScopedEnv const variable{"VELMORA_ROOT", scratch.get()};
-    bool const made = std::filesystem::create_directory(root / "tmp");
-
-public:
+    std::filesystem::path const root = makeRoot();
     std::string const issuerCertificate = file("issuer.crt", toPem(TestPki::get().issuer.get()));
     std::string const issuerKey = file("issuer.key", toPem(TestPki::get().issuerKey.get()));
+
+private:
+    static std::filesystem::path makeRoot()
+    {
+        std::string pattern = (std::filesystem::temp_directory_path() / "velmora-auth-XXXXXX").string();
+        std::filesystem::path root = mkdtemp(pattern.data());
+        std::filesystem::create_directories(root / "tmp");
+        return root;
+    }
 };
 
 class FakeServiceManager : public Velmora::IServiceManager {
