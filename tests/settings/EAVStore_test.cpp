@@ -144,51 +144,44 @@ TEST_F(EAVStoreTest, ListenersHearEachWriteThenTheCommit)
     EXPECT_TRUE(second.take().empty());
 }
 
-TEST_F(EAVStoreTest, ListenerSeesTheCommittedValueAndMayWriteBack)
+// A listener sees the committed value and may write back on its own thread;
+// it may also hand a write to another thread and wait for it: that write
+// commits at once and is told right after the commit that is being told.
+TEST_F(EAVStoreTest, AListenerMayReadWriteBackAndWaitForAWriteOfAnotherThread)
 {
-    struct Echo : EAVStoreListener {
+    struct Reentrant : Recorder {
         EAVStore* store = nullptr;
-        Strings seen;
+        std::atomic<bool> handOver{false};
+        std::future_status handed = std::future_status::deferred;
         int onEAVUpdate(std::string const& entity, std::string const& attribute, std::string const&) override
         {
-            seen.push_back(store->getValue(entity, attribute));
+            Recorder::onEAVUpdate(entity, attribute, store->getValue(entity, attribute));
             if (entity == "in")
                 store->setValue("out", attribute, "echo");
             return 0;
         }
-        int onEAVCommit() override { return 0; }
-    } echo;
-    EAVStore& s = open();
-    echo.store = &s;
-    s.addListener(&echo);
-    s.setValue("in", "a", "1");
-    EXPECT_EQ(echo.seen, (Strings{"1", "echo"}));
-    EXPECT_EQ(s.getValue("out", "a"), "echo");
-}
-
-// A listener that hands a write to another thread and waits for it: the other
-// write commits at once and is told right after the commit that is being told.
-TEST_F(EAVStoreTest, AListenerMayWaitForAWriteOfAnotherThread)
-{
-    struct Handover : Recorder {
-        EAVStore* store = nullptr;
-        std::future_status handed = std::future_status::deferred;
         int onEAVCommit() override
         {
             Recorder::onEAVCommit();
-            if (handed == std::future_status::deferred) {
+            if (handOver.exchange(false)) {
                 auto write = std::async(std::launch::async, [this] { store->setValue("other", "b", "2"); });
                 handed = write.wait_for(std::chrono::seconds(30)); // the bound only catches the deadlock
             }
             return 0;
         }
-    } handover;
+    } listener;
     EAVStore& s = open();
-    handover.store = &s;
-    s.addListener(&handover);
+    listener.store = &s;
+    s.addListener(&listener);
+    s.setValue("in", "a", "1");
+    EXPECT_EQ(listener.count("in.a=1") + listener.count("out.a=echo") + listener.count("commit"), 4u);
+    EXPECT_EQ(s.getValue("out", "a"), "echo");
+    listener.take();
+
+    listener.handOver = true;
     s.setValue("first", "a", "1");
-    EXPECT_EQ(handover.handed, std::future_status::ready);
-    EXPECT_EQ(handover.take(), (Strings{"first.a=1", "commit", "other.b=2", "commit"}));
+    EXPECT_EQ(listener.handed, std::future_status::ready);
+    EXPECT_EQ(listener.take(), (Strings{"first.a=1", "commit", "other.b=2", "commit"}));
     EXPECT_EQ(s.getValue("other", "b"), "2");
 }
 
