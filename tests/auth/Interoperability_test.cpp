@@ -1,46 +1,26 @@
 // What other programs see: the DER checked by an independent RFC 5755 decoder
 // and signature check, and the velmora-ac tool on real files.
 #include "AuthorizationFixture.h"
-
-#include <sys/wait.h>
-
-#include <array>
-#include <cstdio>
+#include "ServerProcess.h"
 
 using namespace Velmora;
 using namespace VelmoraTest;
 using ::testing::HasSubstr;
 
-namespace {
-
-struct Outcome {
-    int status = -1;
-    std::string out;
-};
-
-// Runs `program` with each argument quoted for the shell; standard error is dropped.
-Outcome run(std::string const& program, std::initializer_list<std::string> arguments)
-{
-    std::string command = "'" + program + "'";
-    for (std::string const& argument : arguments)
-        command += " '" + argument + "'";
-    Outcome outcome;
-    FILE* pipe = popen((command + " 2>/dev/null").c_str(), "r");
-    if (pipe == nullptr)
-        return outcome;
-    std::array<char, 4096> buffer;
-    size_t read = 0;
-    while ((read = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0)
-        outcome.out.append(buffer.data(), read);
-    int status = pclose(pipe);
-    outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return outcome;
-}
-
-} // namespace
-
 class Interoperability : public AuthorizationTest {
 protected:
+    struct Outcome {
+        int status = -1;
+        std::string out;
+    };
+    // Runs `program` to its end: its exit status and its output, with its
+    // debug output off and any error it prints.
+    Outcome run(std::string const& program, std::vector<std::string> arguments)
+    {
+        HostTest::ServerProcess process(program, std::move(arguments), {{"VELMORA_DEBUG", "0"}}, sandbox.root / "out");
+        int const status = process.stop(0);
+        return {status, process.log()};
+    }
     std::string forged()
     {
         return altered(pki.doricHolder.get(), [](ATTRIBUTE_CERTIFICATE*) {}, pki.strangerKey.get());
