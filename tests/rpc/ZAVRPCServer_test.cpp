@@ -73,7 +73,9 @@ void runTable(RpcWorld& world, std::vector<Row> const& rows)
 
 } // namespace
 
-TEST(RPCSurface, IApplicationManagerFindsTheUidInAnySessionThenAmongTheServices)
+// IApplicationManager finds the uid in any session, then among the services;
+// the other interfaces follow, each table on a connection of its own.
+TEST(RPCSurface, EveryInterfaceOnOneInstance)
 {
     RpcWorld world;
     std::string const huge = "{\"uid\":\"" + std::string(900000, 'u') + "\"}";
@@ -97,11 +99,8 @@ TEST(RPCSurface, IApplicationManagerFindsTheUidInAnySessionThenAmongTheServices)
         {"IApplicationManager.terminate", R"({"uid":"svc"})", "error:Invalid parameter"},
         {"IApplicationManager.getRuntimeStatistics", R"({"uid":"b1"})", R"({"@type":"RuntimeStatistics","name":"b1"})"},
     });
-}
 
-TEST(RPCSurface, IWindowManagerSelectsByUidOrSessionAndKeepsItsOddRows)
-{
-    RpcWorld world;
+    // IWindowManager selects by uid or by session, and keeps its odd rows.
     char const* const key = R"({"@type":"KeyEvent","code":30,"pressed":true})";
     std::string const handleEvent = std::string(R"({"uid":"b1","event":)") + key + "}";
     std::string const dispatchEvent = std::string(R"({"proxy":0,"event":)") + key + "}";
@@ -142,11 +141,8 @@ TEST(RPCSurface, IWindowManagerSelectsByUidOrSessionAndKeepsItsOddRows)
         {"IWindowManager.dispatchEvent", R"({"proxy":0})", "error:Invalid parameter"},
         {"IWindowManager.raise", R"({})", "error:Method not found"},
     });
-}
 
-TEST(RPCSurface, ServicesPackagesPortMapperAndSettings)
-{
-    RpcWorld world;
+    // Services, packages, the port mapper and settings.
     runTable(world, {
         {"IServiceManager.getServiceList", "{}", R"(["svc"])"},
         {"IServiceManager.authorizationTokenCreation", R"({"token":7,"authAttrInternal":"{\"IWindowManager\":{\"launch\":1}}"})",
