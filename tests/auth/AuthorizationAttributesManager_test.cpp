@@ -30,7 +30,9 @@ Rights const verisignRights{{"IMediaService", {{"transformation", 1}, {"translat
 using RulesAndTokens = AuthorizationTest;
 
 // Every application mints a token of its own, known to the manager and told to
-// the service manager with the rights of the holder's issuer.
+// the service manager with the rights of the holder's issuer. The rule is
+// chosen by the first entry of the holder's issuer name that the rule set
+// knows; a holder whose issuer it does not know gets nothing.
 TEST_F(RulesAndTokens, EachApplicationMintsANewTokenWithItsIssuersRights)
 {
     std::string certificate = issue(pki.doricHolder.get());
@@ -57,12 +59,7 @@ TEST_F(RulesAndTokens, EachApplicationMintsANewTokenWithItsIssuersRights)
     EXPECT_EQ(sandbox.temporaryFiles(), 0);
     services.failing = false;
     EXPECT_NE(apply(pki.doricHolder.get(), certificate), 0u);
-}
 
-// The rule is chosen by the first entry of the holder's issuer name that the
-// rule set knows; a holder whose issuer it does not know gets nothing.
-TEST_F(RulesAndTokens, FirstKnownEntryOfTheHoldersIssuerNameChoosesTheRule)
-{
     Rights rights;
     ASSERT_TRUE(manager->getInterfaceInfoAccessFromRulesSet(sandbox.file("both.crt", toPem(pki.bothHolder.get())),
                                                             &rights));
