@@ -9,7 +9,6 @@
 #pragma once
 
 #include "BusTestSupport.h"
-#include "Signal.h"
 #include "HWPApplicationFactory.h"
 #include "PackageInstaller.h"
 #include "PortMapper.h"
@@ -23,9 +22,10 @@
 #include "frame/Exception.h"
 #include "rpc/RPCClient.h"
 
-#include <chrono>
+#include <condition_variable>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -39,12 +39,36 @@ using Recorder = std::function<void(std::string line)>;
 // One line of compact JSON.
 inline std::string text(SerialObject const& object) { return IRPC::write(IRPC::toJson(object)); }
 
+// Holds every launch of the URL "wait" until opened: a manager that is busy
+// for as long as a test likes.
+class Gate {
+public:
+    void open()
+    {
+        {
+            std::lock_guard lock(mutex);
+            opened = true;
+        }
+        changed.notify_all();
+    }
+    void pass()
+    {
+        std::unique_lock lock(mutex);
+        changed.wait(lock, [this] { return opened; });
+    }
+
+private:
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool opened = false;
+};
+
 // A session whose window list is fixed; "gone" is listed but has no entry, as
 // a window that ended between the list and the call.
 class ScriptedWindows : public WindowManager {
 public:
     ScriptedWindows(unsigned int session, ApplicationFactory* factory, std::vector<std::string> windows,
-                    Recorder record, VelmoraTest::Signal& gate)
+                    Recorder record, Gate& gate)
         : WindowManager(session, factory, 0, nullptr), windows(std::move(windows)), record(std::move(record)),
           gate(gate)
     {
@@ -98,7 +122,7 @@ protected:
     std::string _launch(LaunchParameters const& parameters) override
     {
         if (parameters.getApplicationURL() == "wait")
-            gate.waitFor(1, std::chrono::seconds(600));
+            gate.pass();
         log("launch " + std::to_string(getSessionIndex()) + " " + text(parameters));
         return "new-" + parameters.getApplicationURL();
     }
@@ -117,7 +141,7 @@ private:
     void log(std::string line) { record(std::move(line)); }
     std::vector<std::string> windows;
     Recorder record;
-    VelmoraTest::Signal& gate; // holds every launch of the URL "wait" until raised
+    Gate& gate;
 };
 
 // One service, "svc", that takes tokens.
@@ -198,7 +222,7 @@ public:
     }
     ~RpcWorld()
     {
-        gate.raise();
+        gate.open();
         server->shutdown();
         server.reset();
     }
@@ -216,7 +240,7 @@ public:
 
     BusTest::RuntimeDir runtime;
     BusTest::Log calls;
-    VelmoraTest::Signal gate;
+    Gate gate;
     HWPApplicationFactory factory;
     std::vector<std::unique_ptr<WindowManager>> sessions;
     std::unique_ptr<ScriptedServices> scriptedServices;
