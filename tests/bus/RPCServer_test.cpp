@@ -67,11 +67,12 @@ class RPCServerTest : public ::testing::Test {
 protected:
     RPCServerTest() { server.init(); }
 
-    // Connects `client` with its notifications logged as "<name> <params>".
+    // Connects `client` with its notifications logged as "<name> <params>",
+    // the parameters cut at 64 characters: waits read the whole log often.
     void listen(RPCClient& client, BusTest::Log& inbox)
     {
         client.setNotificationHandler([&inbox](std::string const& name, Json::Value const& params) {
-            inbox.add(name + " " + IRPC::write(params));
+            inbox.add(name + " " + IRPC::write(params).substr(0, 64));
         });
         client.connect("T");
     }
