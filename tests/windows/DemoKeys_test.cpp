@@ -38,10 +38,8 @@ struct Demo : ::testing::Test {
 TEST_F(Demo, ThePowerKeyWalksThePowerStatesWithTheFilterAndThePowerManagerMayDieOnTheWay)
 {
     WindowBox box;
-    std::string const master = box.windows->master();
-    ASSERT_TRUE(box.journal.await("focus >" + master));
-    std::string const app = box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "app");
-    ASSERT_TRUE(box.journal.await("focus >" + app));
+    std::string const master = box.master;
+    std::string const app = box.launchFocused("app");
 
     // Home toggles the master window up and down.
     box.journal.clear();
@@ -111,10 +109,7 @@ TEST_F(Demo, WithPowerDemoTheDemonstrationKeysTakeThePowerKeysPlace)
 {
     ScopedEnvironment powerDemo("pm_demo", "y");
     WindowBox box;
-    std::string const master = box.windows->master();
-    ASSERT_TRUE(box.journal.await("focus >" + master));
-    std::string const app = box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "app");
-    ASSERT_TRUE(box.journal.await("focus >" + app));
+    box.launchFocused("app");
 
     // 1 and 35 (DMS is off) are swallowed, 38 outside the client mode and a
     // code past the tables go to the focus, 36 asks for sleep.

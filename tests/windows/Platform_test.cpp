@@ -32,27 +32,19 @@ std::string awaitNewFocus(WindowBox& box, Lines const& known)
 
 // The media engine's notices follow the manager's own queue: once the
 // compositor's animation notice for the master window has moved the focus,
-// every notice sent before it has been handled.
-void awaitNoticesHandled(WindowBox& box, std::string const& master)
+// every notice sent before it has been handled. After a simulator restarted,
+// the client dials it again by itself, which nobody is told of: so the
+// sentinel is sent again each time it is not heard within half a second, for up to 30 s.
+void awaitNoticesHandled(WindowBox& box)
 {
-    box.journal.clear();
-    ASSERT_TRUE(box.inject("QEN", "animationFinished", object({{"uid", master}})));
-    ASSERT_FALSE(box.journal.awaitLine([&](std::string const& told) { return told.ends_with(">" + master); }).empty());
-}
-
-// After a simulator restarted, the client dials it again by itself, which
-// nobody is told of: the sentinel notice is sent again, each time heard or
-// not within half a second, for up to 30 s.
-void awaitHeardAgain(WindowBox& box, std::string const& master)
-{
+    auto const heard = [&](std::string const& told) { return told.ends_with(">" + box.master); };
     for (int attempt = 0; attempt < 60; ++attempt) {
         box.journal.clear();
-        box.inject("QEN", "animationFinished", object({{"uid", master}}));
-        auto const heard = [&](std::string const& told) { return told.ends_with(">" + master); };
+        box.inject("QEN", "animationFinished", object({{"uid", box.master}}));
         if (!box.journal.awaitLine(heard, std::chrono::milliseconds(500)).empty())
             return;
     }
-    FAIL() << "the media engine was not heard again";
+    FAIL() << "the media engine's notices were not heard";
 }
 
 } // namespace
@@ -60,10 +52,8 @@ void awaitHeardAgain(WindowBox& box, std::string const& master)
 TEST(Platform, KeysFromTheFifoReachTheFocusedWindowAndSystemKeysTheMasterWhileTheFocusMoves)
 {
     WindowBox box;
-    std::string const master = box.windows->master();
-    ASSERT_TRUE(box.journal.await("focus >" + master));
-    std::string const app = box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "app");
-    ASSERT_TRUE(box.journal.await("focus >" + app));
+    std::string const master = box.master;
+    std::string const app = box.launchFocused("app");
 
     // OK and a code in no table go to the focus, press and release; Home is an
     // ordinary key outside the demonstration mode; Menu goes to the master alone.
@@ -100,8 +90,7 @@ TEST(Platform, KeysFromTheFifoReachTheFocusedWindowAndSystemKeysTheMasterWhileTh
 TEST(Platform, RendererRequestsOpenOneMediaWindowAndFinishedAnimationsMoveTheFocus)
 {
     WindowBox box;
-    std::string const master = box.windows->master();
-    ASSERT_TRUE(box.journal.await("focus >" + master));
+    std::string const master = box.master;
 
     // The last URI announced wins; other events are ignored.
     for (auto const& [event, text] : std::vector<std::pair<unsigned, char const*>>{
@@ -119,7 +108,7 @@ TEST(Platform, RendererRequestsOpenOneMediaWindowAndFinishedAnimationsMoveTheFoc
     box.inject("QEN", "renderer", object({{"event", "one"}, {"text", 5}}));
     box.inject("QEN", "speak", object({}));
     box.inject("QEN", "connectPeer", object({{"ipAddress", 7}}));
-    awaitNoticesHandled(box, master);
+    awaitNoticesHandled(box);
     EXPECT_EQ(box.windows->windowCount(), 2u);
 
     // An animation of a window that has gone empties the focus.
@@ -161,10 +150,8 @@ TEST(Platform, AVoiceLaunchIntoAFullTableEvictsAndAMediaEngineThatRestartsIsHear
 {
     ScopedEnvironment site("VELMORA_SEARCH_URL", "http://search.test/");
     WindowBox box;
-    std::string const master = box.windows->master();
-    ASSERT_TRUE(box.journal.await("focus >" + master));
-    std::string const app = box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "app");
-    ASSERT_TRUE(box.journal.await("focus >" + app));
+    std::string const master = box.master;
+    std::string const app = box.launchFocused("app");
 
     // Refused without a launch: a transcript too long for a child's environment.
     box.inject("QEN", "speak", object({{"transcript", "search " + std::string(5000, 'x')}}));
@@ -179,7 +166,7 @@ TEST(Platform, AVoiceLaunchIntoAFullTableEvictsAndAMediaEngineThatRestartsIsHear
     // The media engine crashes and starts again; the manager hears it again.
     box.crashSimulator("QEN");
     box.startSimulator("QEN");
-    awaitHeardAgain(box, master);
+    awaitNoticesHandled(box);
     box.journal.clear();
     box.inject("QEN", "speak", object({{"transcript", "start the media player"}}));
     std::string const player = awaitNewFocus(box, {master, app, page});
@@ -191,8 +178,7 @@ TEST(Platform, AVoiceLaunchIntoAFullTableEvictsAndAMediaEngineThatRestartsIsHear
 TEST(Platform, MiracastPeersGetThePlayerOneAfterTheOtherAndUnreachablePeersNothing)
 {
     WindowBox box;
-    std::string const master = box.windows->master();
-    ASSERT_TRUE(box.journal.await("focus >" + master));
+    std::string const master = box.master;
     auto const peer = [&](Json::Value address, bool miraCast, Json::Value port) {
         ASSERT_TRUE(box.inject("QEN", "connectPeer",
                                object({{"ipAddress", address}, {"miraCast", miraCast}, {"rtspPort", port}})));
@@ -218,7 +204,7 @@ TEST(Platform, MiracastPeersGetThePlayerOneAfterTheOtherAndUnreachablePeersNothi
     peer("192.168.49.4", true, 0);
     peer("192.168.49.4", true, 70000);
     peer("192.168.49.4", false, 7236);
-    awaitNoticesHandled(box, master);
+    awaitNoticesHandled(box);
     EXPECT_EQ(box.windows->windowCount(), 2u);
 
     // The demonstration opens the media page whatever the peer.

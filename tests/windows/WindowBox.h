@@ -74,28 +74,25 @@ bool awaitFile(fs::path const& path, Condition condition)
     return VelmoraTest::DirectoryWatch(path.parent_path()).waitFor([&] { return condition(readLines(path)); });
 }
 
-inline long countOf(Lines const& lines, std::string const& line)
-{
-    return std::count(lines.begin(), lines.end(), line);
-}
+inline long countOf(Lines const& lines, std::string const& line) { return std::ranges::count(lines, line); }
+inline bool contains(Lines const& lines, std::string const& line) { return countOf(lines, line) > 0; }
 
-inline bool contains(Lines const& lines, std::string const& line)
+// The children of `parent` that have ended and not been reaped (`zombies`), or those that still run.
+inline std::vector<pid_t> childrenOf(pid_t parent, bool zombies)
 {
-    return std::find(lines.begin(), lines.end(), line) != lines.end();
-}
-
-// Children of this process that have ended and not been reaped.
-inline int zombieChildren()
-{
-    int zombies = 0;
+    std::vector<pid_t> found;
     for (auto const& entry : fs::directory_iterator("/proc")) {
         std::ifstream stat(entry.path() / "stat");
-        std::string pid, name, state, parent;
-        if (stat >> pid >> name >> state >> parent && state == "Z" && parent == std::to_string(::getpid()))
-            ++zombies;
+        std::string pid, name, state, of;
+        if (stat >> pid >> name >> state >> of && of == std::to_string(parent) && (state == "Z") == zombies)
+            found.push_back(static_cast<pid_t>(std::stol(pid)));
     }
-    return zombies;
+    return found;
 }
+
+inline int zombieChildren() { return static_cast<int>(childrenOf(::getpid(), true).size()); }
+
+using Entry = Velmora::ApplicationManager::ApplicationMapEntry;
 
 // What the window manager tells its listeners, one line each:
 // "focus <old>><new>", "error <uid>:<text>", "layout <old>><new>".
@@ -127,10 +124,7 @@ public:
         return found;
     }
     // Waits until `line` has been told.
-    bool await(std::string const& line)
-    {
-        return waitFor([&] { return has(line); });
-    }
+    bool await(std::string const& line) { return waitFor([&] { return has(line); }); }
     void clear() { take(); }
 };
 
@@ -179,28 +173,21 @@ public:
         unregisterPeriodicCommand(&garbageCollectionCommand);
     }
     void onThread(std::function<void()> body) { Velmora::FunctionCommand::run(*this, std::move(body)); }
+    // What `read` gives on the manager's thread.
+    template <class Read>
+    auto fetch(Read read)
+    {
+        decltype(read()) value{};
+        onThread([&] { value = read(); });
+        return value;
+    }
     void collect()
     {
         onThread([this] { _garbageCollection(); });
     }
-    std::string master()
-    {
-        std::string uid;
-        onThread([&] { uid = masterUid; });
-        return uid;
-    }
-    std::size_t windowCount()
-    {
-        std::size_t count = 0;
-        onThread([&] { count = applications.size(); });
-        return count;
-    }
-    std::size_t pending()
-    {
-        std::size_t count = 0;
-        onThread([&] { count = pendingLaunches.size(); });
-        return count;
-    }
+    std::string master() { return fetch([this] { return masterUid; }); }
+    std::size_t windowCount() { return fetch([this] { return applications.size(); }); }
+    std::size_t pending() { return fetch([this] { return pendingLaunches.size(); }); }
     // The power states reported so far, in order; `reported` rises with each.
     Lines powerStates()
     {
@@ -210,12 +197,10 @@ public:
     VelmoraTest::Signal reported;
     std::string pidOf(std::string const& uid)
     {
-        std::string pid;
-        onThread([&] {
-            if (ApplicationMapEntry* entry = _getApplicationEntry(uid))
-                pid = entry->getPid();
+        return fetch([&] {
+            ApplicationMapEntry* entry = _getApplicationEntry(uid);
+            return entry ? entry->getPid() : std::string();
         });
-        return pid;
     }
 
 protected:
@@ -256,8 +241,11 @@ class WindowBox {
 public:
     // `options` follow the host's name, as on its command line.
     explicit WindowBox(std::vector<std::string> options = {"--velmora:masterType", "OTHER", "--velmora:masterURL", "home"})
-        : arguments(makeArguments(std::move(options)))
+        : arguments(std::move(options))
     {
+        arguments.insert(arguments.begin(), "velmora-server");
+        for (std::string& word : arguments)
+            argv.push_back(word.data());
         fs::create_directories(bin);
         fs::create_directories(etc);
         fs::create_directories(runtime);
@@ -289,7 +277,8 @@ public:
         windows->addListener(&journal);
         windows->init();
         windows->onBootComplete();
-        windows->master(); // waits for the start-up
+        master = windows->master(); // waits for the start-up
+        EXPECT_TRUE(master.empty() || journal.await("focus >" + master)) << "the master window never took the focus";
     }
     ~WindowBox()
     {
@@ -319,6 +308,13 @@ public:
     {
         std::ofstream(sandbox.root / (url + ".env")) << behaviour << "\n";
         return windows->launch(IWindowManager::LaunchParameters("", type, url, "", {}, false, false));
+    }
+    // A launch of an OTHER window as launch() makes it, once the window has taken the focus.
+    std::string launchFocused(std::string const& url, std::string const& behaviour = "")
+    {
+        std::string const uid = launch(IWindowManager::APPLICATION_TYPE_OTHER, url, behaviour);
+        EXPECT_TRUE(!uid.empty() && journal.await("focus >" + uid)) << url << " never took the focus";
+        return uid;
     }
     fs::path logOf(std::string const& url) const { return sandbox.root / (url + ".log"); }
     bool appLogged(std::string const& url, std::string const& line) const
@@ -406,7 +402,7 @@ public:
     fs::path const runtime = sandbox.root / "run";
     std::string oldPath;
     std::vector<std::string> arguments;
-    std::vector<char*> argv = pointers(arguments);
+    std::vector<char*> argv;
     Velmora::RPCServer host{"Host"};
     PatientFactory factory;
     Services services{&factory};
@@ -416,20 +412,9 @@ public:
     Velmora::FileDescriptor keyWriter;
     Journal journal;
     std::unique_ptr<Windows> windows;
+    std::string master; // the master window's uid, which has had the focus; empty without one
 
 private:
-    static std::vector<std::string> makeArguments(std::vector<std::string> options)
-    {
-        options.insert(options.begin(), "velmora-server");
-        return options;
-    }
-    static std::vector<char*> pointers(std::vector<std::string>& words)
-    {
-        std::vector<char*> result;
-        for (std::string& word : words)
-            result.push_back(word.data());
-        return result;
-    }
     // What the launch scripts start: the test program, told its log and
     // behaviour by the window's URL (up to any query).
     void installProgram()

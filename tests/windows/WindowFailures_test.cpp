@@ -1,26 +1,18 @@
-// Windows that can't start, won't report or die at the wrong moment, and a
-// holder certificate that is missing.
+// Windows that can't start or die at the wrong moment, and a holder
+// certificate that is missing.
 #include "WindowBox.h"
 
 #include "FdCount.h"
-#include "ReturnCodeOf.h"
 
 #include <csignal>
 
 using namespace Velmora;
 using namespace WindowTest;
 
-namespace {
-
-using Entry = ApplicationManager::ApplicationMapEntry;
-
-} // namespace
-
-TEST(WindowFailures, LaunchesThatCannotStartReportAnErrorAndLeaveNothingBehind)
+TEST(WindowFailures, LaunchesThatCannotStartOrDieWhileFocusedLeaveNothingBehind)
 {
     WindowBox box;
-    std::string const master = box.windows->master();
-    ASSERT_TRUE(box.journal.await("focus >" + master));
+    std::string const master = box.master;
     std::filesystem::remove(box.bin / "start_air3.x.sh");
     std::filesystem::permissions(box.bin / "start_wfd_player.sh", std::filesystem::perms::owner_read);
     int const descriptors = openDescriptorCount();
@@ -40,50 +32,20 @@ TEST(WindowFailures, LaunchesThatCannotStartReportAnErrorAndLeaveNothingBehind)
     EXPECT_EQ(zombieChildren(), 0);
     EXPECT_EQ(box.windows->windowCount(), 1u);
 
-    // Without a holder certificate the window starts without a token: its pid is its uid.
-    std::filesystem::remove(box.etc / "DORICProtected.crt");
-    std::string const plain = box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "plain");
-    ASSERT_FALSE(plain.empty());
-    EXPECT_EQ(box.windows->pidOf(plain), plain);
-    EXPECT_EQ(box.windows->getLaunchParameters(plain).getAuthorizationToken(), "");
-    EXPECT_TRUE(box.journal.await("focus >" + plain));
-}
-
-TEST(WindowFailures, ProgramsThatNeverReportAreCollectedOneAPassAndReaped)
-{
-    WindowBox box(NO_MASTER);
-    std::string const silent =
-        box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "silent", "export VELMORA_TEST_APP_SILENT=1");
-    std::string const mute =
-        box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "mute", "export VELMORA_TEST_APP_SILENT=1");
-    ASSERT_FALSE(silent.empty());
-    ASSERT_FALSE(mute.empty());
-    ASSERT_TRUE(box.appLogged("silent", "registered " + silent));
-    ASSERT_TRUE(box.appLogged("mute", "registered " + mute));
-    EXPECT_TRUE(box.windows->getWindowList().empty()); // neither has reported a state
-    EXPECT_EQ(box.windows->windowCount(), 2u);
-
-    // One pass collects the first; the walk then goes on from the second entry.
-    box.collectAfter(Entry::INITIAL_TIMEOUT_DELAY + 1);
-    EXPECT_EQ(box.windows->windowCount(), 1u);
-    box.windows->collect();
-    EXPECT_EQ(box.windows->windowCount(), 0u);
-    EXPECT_EQ(zombieChildren(), 0);
-}
-
-TEST(WindowFailures, AWindowKilledWhileFocusedIsCollectedAndTheMasterComesBack)
-{
-    WindowBox box;
-    std::string const master = box.windows->master();
-    ASSERT_TRUE(box.journal.await("focus >" + master));
-    std::string const doomed = box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "doomed");
-    ASSERT_TRUE(box.journal.await("focus >" + doomed));
+    // A window killed while focused: its end is noticed at once, with no
+    // collection; the focus empties and the master window takes it.
+    std::string const doomed = box.launchFocused("doomed");
     box.journal.clear();
     ::kill(std::stoi(box.windows->pidOf(doomed)), SIGKILL);
-
-    // Its end is noticed at once, with no collection: the focus empties and the master window takes it.
     EXPECT_TRUE(box.journal.await("focus >" + master));
     EXPECT_EQ(box.windows->windowCount(), 1u);
     EXPECT_TRUE(contains(box.simulatorRecord("QEN"), "releaseClient " + doomed));
     EXPECT_EQ(zombieChildren(), 0);
+
+    // Without a holder certificate the window starts without a token: its pid is its uid.
+    std::filesystem::remove(box.etc / "DORICProtected.crt");
+    std::string const plain = box.launchFocused("plain");
+    ASSERT_FALSE(plain.empty());
+    EXPECT_EQ(box.windows->pidOf(plain), plain);
+    EXPECT_EQ(box.windows->getLaunchParameters(plain).getAuthorizationToken(), "");
 }

@@ -1,7 +1,8 @@
 // Windows over real processes: a launch from its authorization to its focus
 // and back to the master window, the eviction of the oldest window with the
 // one waiting launch, the focus rules, the master window's command line, the
-// choice of script, and launches and terminations from several threads at once.
+// choice of script, launches and terminations from several threads at once,
+// and programs that never report.
 #include "WindowBox.h"
 
 #include "ReturnCodeOf.h"
@@ -11,18 +12,11 @@
 using namespace Velmora;
 using namespace WindowTest;
 
-namespace {
-
-using Entry = ApplicationManager::ApplicationMapEntry;
-
-} // namespace
-
 TEST(Windows, ALaunchIsAuthorizedFocusedAndEndsBackOnTheMasterWindow)
 {
     WindowBox box;
-    std::string const master = box.windows->master();
+    std::string const master = box.master;
     ASSERT_FALSE(master.empty());
-    ASSERT_TRUE(box.journal.await("focus >" + master));
     IWindowManager::LaunchParameters const home = box.windows->getLaunchParameters(master);
     EXPECT_EQ(home.getAuthorizationToken(), master);
     EXPECT_EQ(home.getApplicationURL(), "home?sessionIndex=0");
@@ -32,9 +26,7 @@ TEST(Windows, ALaunchIsAuthorizedFocusedAndEndsBackOnTheMasterWindow)
     EXPECT_TRUE(box.appLogged("service", "IServiceManager.authorizationTokenCreation " + master));
 
     box.journal.clear();
-    std::string const app = box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "app");
-    ASSERT_FALSE(app.empty());
-    ASSERT_TRUE(box.journal.await("focus >" + app));
+    std::string const app = box.launchFocused("app");
     // The focus left the master window at the launch, and came to the new one when it ran.
     EXPECT_EQ(box.journal.all(), (Lines{"focus " + master + ">", "focus >" + app}));
     EXPECT_TRUE(box.appLogged("home", "visible 0"));
@@ -88,11 +80,7 @@ TEST(Windows, ALaunchIsAuthorizedFocusedAndEndsBackOnTheMasterWindow)
 TEST(Windows, AFullTableEvictsTheOldestAndStartsOnlyTheLatestWaitingLaunch)
 {
     WindowBox box; // the master window and one application fill it
-    std::string const master = box.windows->master();
-    ASSERT_TRUE(box.journal.await("focus >" + master));
-    std::string const stubborn =
-        box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "stubborn", "export VELMORA_TEST_APP_ON_TERMINATE=ignore");
-    ASSERT_TRUE(box.journal.await("focus >" + stubborn));
+    box.launchFocused("stubborn", "export VELMORA_TEST_APP_ON_TERMINATE=ignore");
 
     EXPECT_EQ(box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "second"), "");
     EXPECT_EQ(box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "third"), "");
@@ -106,11 +94,13 @@ TEST(Windows, AFullTableEvictsTheOldestAndStartsOnlyTheLatestWaitingLaunch)
     EXPECT_FALSE(fs::exists(box.logOf("second")));
     EXPECT_EQ(box.windows->pending(), 0u);
     EXPECT_EQ(box.windows->windowCount(), 2u);
-    EXPECT_EQ(box.windows->master(), master);
+    EXPECT_EQ(box.windows->master(), box.master);
     EXPECT_EQ(zombieChildren(), 0);
 }
 
-TEST(Windows, ConcurrentLaunchesAndTerminationsSettle)
+// The collection's work: it settles launches and terminations made from
+// several threads at once, and collects programs that never report, one a pass.
+TEST(Windows, ConcurrentLaunchesSettleAndProgramsThatNeverReportAreCollectedOneAPass)
 {
     WindowBox box(NO_MASTER);
     std::vector<std::thread> threads;
@@ -132,6 +122,20 @@ TEST(Windows, ConcurrentLaunchesAndTerminationsSettle)
         box.collectAfter(Entry::INITIAL_TIMEOUT_DELAY + 1);
         return box.windows->windowCount() == 0 && box.windows->pending() == 0;
     }));
+    EXPECT_EQ(zombieChildren(), 0);
+
+    char const* const quiet = "export VELMORA_TEST_APP_SILENT=1";
+    std::string const silent = box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "silent", quiet);
+    std::string const mute = box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "mute", quiet);
+    ASSERT_TRUE(box.appLogged("silent", "registered " + silent));
+    ASSERT_TRUE(box.appLogged("mute", "registered " + mute));
+    EXPECT_TRUE(box.windows->getWindowList().empty()); // neither has reported a state
+    EXPECT_EQ(box.windows->windowCount(), 2u);
+    // One pass collects the first; the walk then goes on from the second entry.
+    box.collectAfter(Entry::INITIAL_TIMEOUT_DELAY + 1);
+    EXPECT_EQ(box.windows->windowCount(), 1u);
+    box.windows->collect();
+    EXPECT_EQ(box.windows->windowCount(), 0u);
     EXPECT_EQ(zombieChildren(), 0);
 }
 
