@@ -143,10 +143,8 @@ TEST(CatalogueGrooming, SortsCaseBlindAndPagesWithoutEverGivingAnEmptyPage)
         MasterPackageManager::_groomList(PackageInfoListRequest({}, each.start, each.count, each.order), list);
         EXPECT_EQ(each.names, VelmoraTest::namesOf(list)) << each.start << " " << each.count;
     }
-}
 
-TEST(CatalogueGrooming, DateOrderOfManifestRecordsEndsAndKeepsEveryRecord)
-{
+    // Manifest records carry no install time: the date order must still end and keep every record.
     VectorObject<ManifestPackageInfo> list;
     // append rather than "p" + ...: GCC 12 gives a false -Wrestrict warning there when optimising
     for (int i = 0; i < 100; ++i)
