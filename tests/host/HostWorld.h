@@ -89,6 +89,16 @@ inline void connectWatching(Velmora::RPCClient& client)
     client.callOrThrow("RPC.subscribe", events);
 }
 
+// Launches an OTHER window at `url` over the bus: its uid, empty when the launch is put off.
+inline std::string launch(Velmora::RPCClient& client, std::string const& url)
+{
+    Json::Value params;
+    params["proxy"] = 0;
+    params["applicationType"] = "OTHER";
+    params["applicationURL"] = url;
+    return client.callOrThrow("IWindowManager.launch", params).asString();
+}
+
 // True once no process `pid` exists (it has ended and been reaped).
 inline bool processGone(pid_t pid) { return ::kill(pid, 0) < 0 && errno == ESRCH; }
 

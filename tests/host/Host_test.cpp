@@ -18,15 +18,6 @@ using namespace HostTest;
 
 namespace {
 
-Json::Value launchParams(std::string const& url)
-{
-    Json::Value params;
-    params["proxy"] = 0;
-    params["applicationType"] = "OTHER";
-    params["applicationURL"] = url;
-    return params;
-}
-
 std::vector<std::string> windowList(Velmora::RPCClient& client)
 {
     Json::Value session;
@@ -40,7 +31,7 @@ std::vector<std::string> windowList(Velmora::RPCClient& client)
 // The uid of a launched window once it is in the window list (it has reported a state).
 std::string launchRunning(Velmora::RPCClient& client, std::string const& url)
 {
-    std::string const uid = client.callOrThrow("IWindowManager.launch", launchParams(url)).asString();
+    std::string const uid = launch(client, url);
     EXPECT_TRUE(BusTest::waitFor([&] { return std::ranges::count(windowList(client), uid) == 1; }));
     return uid;
 }

@@ -70,15 +70,6 @@ pid_t pidOf(Velmora::RPCClient& client, std::string const& uid)
 
 bool hasEnded(Velmora::RPCClient& client, std::string const& uid) { return !entry(client, uid, "ended").isNull(); }
 
-std::string launch(Velmora::RPCClient& client, std::string const& url)
-{
-    Json::Value params;
-    params["proxy"] = 0;
-    params["applicationType"] = "OTHER";
-    params["applicationURL"] = url;
-    return client.callOrThrow("IWindowManager.launch", params).asString();
-}
-
 std::string launchRunning(Velmora::RPCClient& client, std::string const& url)
 {
     std::string const uid = launch(client, url);
