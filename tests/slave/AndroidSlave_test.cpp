@@ -78,10 +78,7 @@ TEST(AndroidSlave, AnAndroidWindowLivesAsAnyOtherAndGoesWithItsApplicationOrItsS
 
     // A second launch finds the table full: the first window is evicted through the slave, then the second runs.
     EXPECT_EQ(launchAndroid(box, "com.example.next"), "");
-    std::string const next = box.journal.awaitLine([&](std::string const& line) {
-        bool const focus = line.rfind("focus >", 0) == 0 && line.size() > 7;
-        return focus && line != "focus >" + uid && line != "focus >" + master;
-    }).substr(7);
+    std::string const next = box.awaitNewFocus({uid, master});
     ASSERT_FALSE(next.empty());
     EXPECT_TRUE(box.appLogged("android", "terminate"));
     EXPECT_EQ(box.windows->windowCount(), 2u);

@@ -316,6 +316,14 @@ public:
         EXPECT_TRUE(!uid.empty() && journal.await("focus >" + uid)) << url << " never took the focus";
         return uid;
     }
+    // A window that the journal saw take the focus, other than those in `known`; empty if none does in time.
+    std::string awaitNewFocus(Lines const& known)
+    {
+        std::string const line = journal.awaitLine([&](std::string const& told) {
+            return told.rfind("focus ", 0) == 0 && told.back() != '>' && !contains(known, told.substr(told.find('>') + 1));
+        });
+        return line.empty() ? line : line.substr(line.find('>') + 1);
+    }
     fs::path logOf(std::string const& url) const { return sandbox.root / (url + ".log"); }
     bool appLogged(std::string const& url, std::string const& line) const
     {
@@ -331,11 +339,6 @@ public:
         Velmora::RPCClient client(1);
         client.connect(endpoint);
         return client.call("Sim." + command, params).ok;
-    }
-    // Waits until the simulators' shared log holds `line`.
-    bool simulatorLogged(std::string const& line)
-    {
-        return awaitFile(sandbox.root / "sim.log", [&](Lines const& lines) { return contains(lines, line); });
     }
     // Waits until the manager has taken `state` as the last power state reported.
     bool awaitPowerState(std::string const& state)

@@ -2,9 +2,11 @@
 // and back to the master window, the eviction of the oldest window with the
 // one waiting launch, the focus rules, the master window's command line, the
 // choice of script, launches and terminations from several threads at once,
-// and programs that never report.
+// programs that never report, windows that can't start or die while focused,
+// and a holder certificate that is missing.
 #include "WindowBox.h"
 
+#include "FdCount.h"
 #include "ReturnCodeOf.h"
 
 #include <algorithm>
@@ -12,7 +14,7 @@
 using namespace Velmora;
 using namespace WindowTest;
 
-TEST(Windows, ALaunchIsAuthorizedFocusedAndEndsBackOnTheMasterWindow)
+TEST(Windows, ALaunchIsAuthorizedFocusedAndEndsBackOnTheMasterWindowAndAFullTableEvictsTheOldest)
 {
     WindowBox box;
     std::string const master = box.master;
@@ -75,13 +77,10 @@ TEST(Windows, ALaunchIsAuthorizedFocusedAndEndsBackOnTheMasterWindow)
     EXPECT_EQ(box.windows->windowCount(), 1u);
     EXPECT_FALSE(contains(readLines(box.logOf("home")), "terminate"));
     EXPECT_EQ(zombieChildren(), 0);
-}
 
-TEST(Windows, AFullTableEvictsTheOldestAndStartsOnlyTheLatestWaitingLaunch)
-{
-    WindowBox box; // the master window and one application fill it
+    // The master window and one application fill the table: the oldest
+    // window is evicted, and only the latest waiting launch starts.
     box.launchFocused("stubborn", "export VELMORA_TEST_APP_ON_TERMINATE=ignore");
-
     EXPECT_EQ(box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "second"), "");
     EXPECT_EQ(box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "third"), "");
     EXPECT_EQ(box.windows->pending(), 1u);
@@ -165,4 +164,45 @@ TEST(WindowRecords, TheMasterWindowsCommandLineAndEachTypesScript)
         EXPECT_EQ(script(IWindowManager::APPLICATION_TYPE_WEBBROWSER), "start_webkitGl.sh");
     }
     EXPECT_EQ(windows.getLocation("any").dimensions.width, 0u);
+}
+
+TEST(WindowFailures, LaunchesThatCannotStartOrDieWhileFocusedLeaveNothingBehind)
+{
+    WindowBox box;
+    std::string const master = box.master;
+    std::filesystem::remove(box.bin / "start_air3.x.sh");
+    std::filesystem::permissions(box.bin / "start_wfd_player.sh", std::filesystem::perms::owner_read);
+    int const descriptors = openDescriptorCount();
+    box.journal.clear();
+    Lines expected;
+    for (char const* type : {"BOGUS", IWindowManager::APPLICATION_TYPE_ANDROID, IWindowManager::APPLICATION_TYPE_INVALID,
+                             IWindowManager::APPLICATION_TYPE_AIR, IWindowManager::APPLICATION_TYPE_WFDPLAYER}) {
+        EXPECT_EQ(box.launch(type, "broken"), "") << type;
+        expected.push_back(std::string("error :") + type + " not supported by Velmora build");
+    }
+    // Each failure tells the focused window with the synthetic key; the focus stays.
+    EXPECT_EQ(box.journal.all(), expected);
+    EXPECT_TRUE(awaitFile(box.logOf("home"), [](Lines const& home) {
+        return std::count(home.begin(), home.end(), "event") == 5;
+    }));
+    EXPECT_EQ(openDescriptorCount(), descriptors);
+    EXPECT_EQ(zombieChildren(), 0);
+    EXPECT_EQ(box.windows->windowCount(), 1u);
+
+    // A window killed while focused: its end is noticed at once, with no
+    // collection; the focus empties and the master window takes it.
+    std::string const doomed = box.launchFocused("doomed");
+    box.journal.clear();
+    ::kill(std::stoi(box.windows->pidOf(doomed)), SIGKILL);
+    EXPECT_TRUE(box.journal.await("focus >" + master));
+    EXPECT_EQ(box.windows->windowCount(), 1u);
+    EXPECT_TRUE(contains(box.simulatorRecord("QEN"), "releaseClient " + doomed));
+    EXPECT_EQ(zombieChildren(), 0);
+
+    // Without a holder certificate the window starts without a token: its pid is its uid.
+    std::filesystem::remove(box.etc / "DORICProtected.crt");
+    std::string const plain = box.launchFocused("plain");
+    ASSERT_FALSE(plain.empty());
+    EXPECT_EQ(box.windows->pidOf(plain), plain);
+    EXPECT_EQ(box.windows->getLaunchParameters(plain).getAuthorizationToken(), "");
 }
