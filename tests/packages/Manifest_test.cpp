@@ -15,7 +15,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <mutex>
 #include <csignal>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -395,16 +394,25 @@ void ignoreSignal(int) {}
 
 // The repository directory may be missing when the monitor starts, or be
 // removed and made again: it is watched once it is there, and the catalogue
-// hears of each new row. A signal that interrupts the monitor's wait is no
-// failure: it goes on.
+// hears of new rows. A removal tells nobody: a later refresh drops its row. A
+// signal that interrupts the monitor's wait is no failure: it goes on.
 TEST(Monitor, ARepositoryThatComesLaterOrAgainIsWatchedAndTellsTheCatalogueAndASignalEndsNothing)
 {
     PackageWorld world;
     fs::remove_all(world.repository());
+    Announcements announced;
     ManifestEvents events;
     RPMPackager packager;
     MasterPackageManager manager(packager);
+    packager.addListener(&announced);
     manager.addListener(&events);
+    // True once a refresh that wrote the row of `name` has ended.
+    auto const refreshed = [&](std::string const& name) {
+        return announced.waitFor([&] {
+            std::vector<std::string> const lines = announced.all();
+            return std::find(std::find(lines.begin(), lines.end(), name + "/Path"), lines.end(), "commit") != lines.end();
+        });
+    };
     struct sigaction quiet {};
     quiet.sa_handler = ignoreSignal; // without SA_RESTART: the wait ends with EINTR
     struct sigaction saved {};
@@ -419,12 +427,10 @@ TEST(Monitor, ARepositoryThatComesLaterOrAgainIsWatchedAndTellsTheCatalogueAndAS
     fs::remove_all(world.repository());
     fs::create_directory(world.repository());
     fs::path const date = world.offer("date");
-    ASSERT_TRUE(events.waitFor([&] { return events.has("date/Path"); }));
-    // A removal tells nobody: the refresh that follows it is the one the next file's row shows.
+    ASSERT_TRUE(refreshed("date"));
     fs::remove(date);
     world.offer("fig"); // once its row is there, the monitor is named and back in its wait
-    ASSERT_TRUE(events.waitFor([&] { return events.has("fig/Path"); }));
-    EXPECT_EQ((std::vector<std::string>{"fig"}), VelmoraTest::namesOf(manager.getManifestPackageInfoList({})));
+    ASSERT_TRUE(refreshed("fig"));
 
     pid_t monitor = 0;
     for (auto const& task : fs::directory_iterator("/proc/self/task")) {
@@ -439,8 +445,11 @@ TEST(Monitor, ARepositoryThatComesLaterOrAgainIsWatchedAndTellsTheCatalogueAndAS
     for (int i = 0; i < 1000; ++i)
         syscall(SYS_tgkill, getpid(), monitor, SIGUSR1);
     world.offer("rich");
-    EXPECT_TRUE(events.waitFor([&] { return events.has("rich/Path"); }));
+    ASSERT_TRUE(refreshed("rich"));
+    // The refresh of rich began after fig's had ended, so after the removal.
+    EXPECT_EQ((std::vector<std::string>{"fig", "rich"}), VelmoraTest::namesOf(manager.getManifestPackageInfoList({})));
     manager.removeListener(&events);
+    packager.removeListener(&announced);
     sigaction(SIGUSR1, &saved, nullptr);
 }
 
