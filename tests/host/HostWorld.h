@@ -78,14 +78,14 @@ private:
     static inline int count = 0;
 };
 
-// Connects `client` to the server and has it wake waitFor() at every change
-// of a window list.
-inline void connectWatching(Velmora::RPCClient& client)
+// Connects `client` to the server and has it wake waitFor() at every `event`
+// (by default a change of a window list).
+inline void connectWatching(Velmora::RPCClient& client, std::string const& event = "IWindowManager::onWindowListChange")
 {
     client.setNotificationHandler([](std::string const&, Json::Value const&) { BusTest::notifyChanged(); });
     client.connect("ZAV"); // no retry: READY=1 comes after the endpoint opened
     Json::Value events;
-    events["events"].append("IWindowManager::onWindowListChange");
+    events["events"].append(event);
     client.callOrThrow("RPC.subscribe", events);
 }
 
