@@ -2,6 +2,7 @@
 // factory, reports through the clients, keep-alive delays, terminal states,
 // failures of clients and factories, and destruction with live entries.
 #include "ApplicationManager.h"
+#include "FakeFactory.h"
 #include "frame/Exception.h"
 #include "frame/FunctionCommand.h"
 #include "ReturnCodeOf.h"
@@ -12,38 +13,12 @@
 #include <atomic>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <vector>
 
 using namespace Velmora;
+using ServiceTest::FakeFactory;
 
 namespace {
-
-class FakeFactory : public ApplicationFactory {
-public:
-    std::string createApplication(std::string const& name, std::string const& hostname,
-                                  std::string const& parameters) override
-    {
-        std::lock_guard lock(mutex);
-        lastHostname = hostname;
-        if (name == "missing")
-            return "";
-        return std::to_string(nextPid++);
-    }
-    std::string destroyApplication(std::string const& pid, bool forceful) override
-    {
-        std::lock_guard lock(mutex);
-        destroyed.emplace_back(pid, forceful);
-        if (failDestroy)
-            throw Exception(ReturnGenericFailure);
-        return std::string();
-    }
-    std::mutex mutex;
-    int nextPid = 1000;
-    std::string lastHostname;
-    std::vector<std::pair<std::string, bool>> destroyed;
-    bool failDestroy = false;
-};
 
 class FakeClient : public APPClient {
 public:
@@ -180,6 +155,7 @@ TEST_F(ApplicationTable, UidIsTheTokenOrTheProcessIdAndTerminateMarksTheEntry)
     EXPECT_EQ(clientDeletions, 1);
     EXPECT_EQ(factory.destroyed.size(), 0u);
 
+    factory.failing.insert("missing");
     EXPECT_EQ(manager.create("missing", "{}"), "");
     EXPECT_EQ(manager.getState(byPid), "RUNNING");
 
@@ -235,7 +211,8 @@ TEST_F(ApplicationTable, ReportsMoveTheStateAndTerminalStatesEndTheEntry)
     EXPECT_FALSE(manager.has(uid));
     EXPECT_EQ(manager.listChanges, 3);
     ASSERT_EQ(factory.destroyed.size(), 1u);
-    EXPECT_EQ(factory.destroyed[0], std::make_pair(std::string("1000"), false));
+    EXPECT_EQ(factory.destroyed[0], "1000");
+    EXPECT_FALSE(factory.forcefully[0]);
     EXPECT_EQ(clientDeletions, 1);
 
     // Reports for a uid that is gone are ignored without a word; errors fan
@@ -271,7 +248,7 @@ TEST_F(ApplicationTable, ARunawayIsKilledAtOnceAndDestroyingTheManagerDestroysEv
         std::string const log = testing::internal::GetCapturedStderr();
         EXPECT_NE(log.find("_destroyApplication(): caught unknown exception"), std::string::npos) << log;
         ASSERT_EQ(factory.destroyed.size(), 1u);
-        EXPECT_TRUE(factory.destroyed[0].second);
+        EXPECT_TRUE(factory.forcefully[0]);
         factory.failDestroy = false;
         for (int round = 0; round < 50; ++round)
             for (std::string const& uid : uids)
