@@ -252,11 +252,8 @@ public:
         for (auto const& script : fs::directory_iterator(VELMORA_LAUNCH_SCRIPTS))
             fs::copy_file(script.path(), bin / script.path().filename());
         VelmoraTest::writeFile(etc / "DORICProtected.crt", VelmoraTest::toPem(VelmoraTest::TestPki::get().doricHolder.get()));
-        setenv("VELMORA_RUNTIME_DIR", runtime.c_str(), 1);
         oldPath = std::getenv("PATH") ? std::getenv("PATH") : "";
         setenv("PATH", (bin.string() + ":" + VELMORA_TEST_APP_DIR + ":" + VELMORA_SIM_DIR + ":" + oldPath).c_str(), 1);
-        setenv("VELMORA_SIM_LOG", (sandbox.root / "sim.log").c_str(), 1);
-        setenv("VELMORA_TEST_APP_KEYS", "1", 1);
         installProgram();
         host.init();
         services.init();
@@ -267,7 +264,6 @@ public:
         startSimulator("QEN");
         startSimulator("HUX");
         ::mkfifo(keys.c_str(), 0600);
-        setenv("VELMORA_INPUT_DEVICES", keys.c_str(), 1);
         input = Velmora::Singleton<Velmora::InputDriver>::getInstance<Velmora::MultiInputDriver>();
         input->enableIr();
         keyWriter = Velmora::FileDescriptor(::open(keys.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
@@ -290,13 +286,8 @@ public:
         // next box reads its own FIFO.
         delete input;
         delete input;
-        unsetenv("VELMORA_INPUT_DEVICES");
         delete authorization; // getInstance() and the constructor each hold a reference
         delete authorization;
-        unsetenv("VELMORA_SIM_LOG");
-        unsetenv("VELMORA_TEST_APP_KEYS");
-        unsetenv("VELMORA_APP_PROGRAM");
-        unsetenv("VELMORA_RUNTIME_DIR");
         setenv("PATH", oldPath.c_str(), 1);
     }
 
@@ -403,6 +394,13 @@ public:
     fs::path const bin = sandbox.root / "usr/local/bin";
     fs::path const etc = sandbox.root / "usr/local/etc/velmora";
     fs::path const runtime = sandbox.root / "run";
+    fs::path const keys = sandbox.root / "keys";
+    // The box's environment, which the programs it starts inherit.
+    ScopedEnvironment const runtimeDirectory{"VELMORA_RUNTIME_DIR", runtime.string()};
+    ScopedEnvironment const simulatorLog{"VELMORA_SIM_LOG", (sandbox.root / "sim.log").string()};
+    ScopedEnvironment const appKeys{"VELMORA_TEST_APP_KEYS", "1"};
+    ScopedEnvironment const inputDevices{"VELMORA_INPUT_DEVICES", keys.string()};
+    ScopedEnvironment const appProgram{"VELMORA_APP_PROGRAM", (sandbox.root / "test-program").string()};
     std::string oldPath;
     std::vector<std::string> arguments;
     std::vector<char*> argv;
@@ -410,7 +408,6 @@ public:
     PatientFactory factory;
     Services services{&factory};
     Velmora::AuthorizationAttributesManager* authorization = nullptr;
-    fs::path const keys = sandbox.root / "keys";
     Velmora::InputDriver* input = nullptr;
     Velmora::FileDescriptor keyWriter;
     Journal journal;
@@ -431,7 +428,6 @@ private:
                                << "/$url.env\"\n"
                                << "exec velmora-test-app\n";
         fs::permissions(program, fs::perms::owner_all);
-        setenv("VELMORA_APP_PROGRAM", program.c_str(), 1);
     }
 };
 
