@@ -10,16 +10,6 @@ using namespace WindowTest;
 
 namespace {
 
-using Params = std::vector<std::pair<char const*, Json::Value>>;
-
-Json::Value object(Params const& fields)
-{
-    Json::Value value(Json::objectValue);
-    for (auto const& [key, field] : fields)
-        value[key] = field;
-    return value;
-}
-
 // The media engine's notices follow the manager's own queue: once the
 // compositor's animation notice for the master window has moved the focus,
 // every notice sent before it has been handled. After a simulator restarted,

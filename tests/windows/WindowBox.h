@@ -74,6 +74,15 @@ bool awaitFile(fs::path const& path, Condition condition)
     return VelmoraTest::DirectoryWatch(path.parent_path()).waitFor([&] { return condition(readLines(path)); });
 }
 
+// A JSON object of the given members, as the simulators' commands take them.
+inline Json::Value object(std::vector<std::pair<char const*, Json::Value>> const& members)
+{
+    Json::Value value(Json::objectValue);
+    for (auto const& [key, member] : members)
+        value[key] = member;
+    return value;
+}
+
 inline long countOf(Lines const& lines, std::string const& line) { return std::ranges::count(lines, line); }
 inline bool contains(Lines const& lines, std::string const& line) { return countOf(lines, line) > 0; }
 
@@ -353,9 +362,7 @@ public:
         pid_t const process = static_cast<pid_t>(std::stol(up->substr(endpoint.size() + 4)));
         Velmora::FileDescriptor watch(static_cast<int>(::syscall(SYS_pidfd_open, process, 0)));
         ASSERT_TRUE(watch.valid());
-        Json::Value how(Json::objectValue);
-        how["how"] = "crash";
-        ASSERT_TRUE(inject(endpoint, "die", how));
+        ASSERT_TRUE(inject(endpoint, "die", object({{"how", "crash"}})));
         pollfd ended{watch.get(), POLLIN, 0};
         ASSERT_EQ(::poll(&ended, 1, 30000), 1);
     }
