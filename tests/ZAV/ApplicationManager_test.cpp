@@ -2,6 +2,7 @@
 // factory, reports through the clients, keep-alive delays, terminal states,
 // failures of clients and factories, and destruction with live entries.
 #include "ApplicationManager.h"
+#include "FakeFactory.h"
 #include "frame/Exception.h"
 #include "frame/FunctionCommand.h"
 #include "ReturnCodeOf.h"
@@ -12,38 +13,12 @@
 #include <atomic>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <vector>
 
 using namespace Velmora;
+using ServiceTest::FakeFactory;
 
 namespace {
-
-class FakeFactory : public ApplicationFactory {
-public:
-    std::string createApplication(std::string const& name, std::string const& hostname,
-                                  std::string const& parameters) override
-    {
-        std::lock_guard lock(mutex);
-        lastHostname = hostname;
-        if (name == "missing")
-            return "";
-        return std::to_string(nextPid++);
-    }
-    std::string destroyApplication(std::string const& pid, bool forceful) override
-    {
-        std::lock_guard lock(mutex);
-        destroyed.emplace_back(pid, forceful);
-        if (failDestroy)
-            throw Exception(ReturnGenericFailure);
-        return std::string();
-    }
-    std::mutex mutex;
-    int nextPid = 1000;
-    std::string lastHostname;
-    std::vector<std::pair<std::string, bool>> destroyed;
-    bool failDestroy = false;
-};
 
 class FakeClient : public APPClient {
 public:
@@ -158,7 +133,7 @@ TEST_F(ApplicationTable, OptionsSetTheFirstDelayAndTheHostname)
     EXPECT_EQ(trailing.getApplicationHostname(), "Host");
 }
 
-TEST_F(ApplicationTable, UidIsTheTokenWhenThereIsOneAndTheProcessIdOtherwise)
+TEST_F(ApplicationTable, UidIsTheTokenOrTheProcessIdAndTerminateMarksTheEntry)
 {
     TestManager manager(&factory, {});
     manager.init();
@@ -180,8 +155,28 @@ TEST_F(ApplicationTable, UidIsTheTokenWhenThereIsOneAndTheProcessIdOtherwise)
     EXPECT_EQ(clientDeletions, 1);
     EXPECT_EQ(factory.destroyed.size(), 0u);
 
+    factory.failing.insert("missing");
     EXPECT_EQ(manager.create("missing", "{}"), "");
     EXPECT_EQ(manager.getState(byPid), "RUNNING");
+
+    // Terminate marks the entry; unknown uids are invalid parameters.
+    clock.advance(9999);
+    manager.terminate(byPid);
+    EXPECT_EQ(clients[byPid]->terminated, std::vector<std::string>{byPid});
+    EXPECT_TRUE(manager.entry(byPid).getDeathMark());
+    clock.advance(10000);
+    EXPECT_TRUE(manager.entry(byPid).getKeepAlive()); // the mark restarted the delay
+
+    EXPECT_EQ(returnCodeOf([&] { manager.getState("nobody"); }), ReturnInvalidParameter);
+    EXPECT_EQ(returnCodeOf([&] { manager.terminate("nobody"); }), ReturnInvalidParameter);
+    EXPECT_EQ(returnCodeOf([&] { manager.activate("nobody"); }), ReturnInvalidParameter);
+    EXPECT_EQ(returnCodeOf([&] { manager.getRuntimeStatistics("nobody"); }), ReturnInvalidParameter);
+    EXPECT_EQ(returnCodeOf([&] { manager.terminateNull(); }), ReturnInvalidParameter);
+
+    clients[byPid]->failCalls = true;
+    EXPECT_EQ(returnCodeOf([&] { manager.getState(byPid); }), ReturnGenericFailure);
+    // The default client, with no program behind it, fails calls the same way.
+    EXPECT_EQ(returnCodeOf([&] { manager.suspend(byPid); }), ReturnGenericFailure);
 }
 
 TEST_F(ApplicationTable, ReportsMoveTheStateAndTerminalStatesEndTheEntry)
@@ -216,7 +211,8 @@ TEST_F(ApplicationTable, ReportsMoveTheStateAndTerminalStatesEndTheEntry)
     EXPECT_FALSE(manager.has(uid));
     EXPECT_EQ(manager.listChanges, 3);
     ASSERT_EQ(factory.destroyed.size(), 1u);
-    EXPECT_EQ(factory.destroyed[0], std::make_pair(std::string("1000"), false));
+    EXPECT_EQ(factory.destroyed[0], "1000");
+    EXPECT_FALSE(factory.forcefully[0]);
     EXPECT_EQ(clientDeletions, 1);
 
     // Reports for a uid that is gone are ignored without a word; errors fan
@@ -232,50 +228,10 @@ TEST_F(ApplicationTable, ReportsMoveTheStateAndTerminalStatesEndTheEntry)
     EXPECT_EQ(errors.seen, std::vector<std::string>{"7:crash"});
 }
 
-TEST_F(ApplicationTable, ARunawayIsKilledAtOnceAndAFailingFactoryStillLosesTheEntry)
-{
-    TestManager manager(&factory, {});
-    manager.init();
-    std::string uid = manager.create("app", "");
-    factory.failDestroy = true;
-    testing::internal::CaptureStderr();
-    manager.onStateChange(uid, "", ILifecycleManagement::STATE_RUNAWAY);
-    EXPECT_FALSE(manager.has(uid));
-    std::string log = testing::internal::GetCapturedStderr();
-    EXPECT_NE(log.find("_destroyApplication(): caught unknown exception"), std::string::npos) << log;
-    ASSERT_EQ(factory.destroyed.size(), 1u);
-    EXPECT_TRUE(factory.destroyed[0].second);
-}
-
-TEST_F(ApplicationTable, TerminateMarksTheEntryAndUnknownUidsAreInvalidParameters)
-{
-    TestManager manager(&factory, {});
-    manager.init();
-    std::string uid = manager.create("app", "");
-    clock.advance(9999);
-    manager.terminate(uid);
-    EXPECT_EQ(clients[uid]->terminated, std::vector<std::string>{uid});
-    auto entry = manager.entry(uid);
-    EXPECT_TRUE(entry.getDeathMark());
-    clock.advance(10000);
-    EXPECT_TRUE(manager.entry(uid).getKeepAlive()); // the mark restarted the delay
-
-    EXPECT_EQ(returnCodeOf([&] { manager.getState("nobody"); }), ReturnInvalidParameter);
-    EXPECT_EQ(returnCodeOf([&] { manager.terminate("nobody"); }), ReturnInvalidParameter);
-    EXPECT_EQ(returnCodeOf([&] { manager.activate("nobody"); }), ReturnInvalidParameter);
-    EXPECT_EQ(returnCodeOf([&] { manager.getRuntimeStatistics("nobody"); }), ReturnInvalidParameter);
-    EXPECT_EQ(returnCodeOf([&] { manager.terminateNull(); }), ReturnInvalidParameter);
-
-    clients[uid]->failCalls = true;
-    EXPECT_EQ(returnCodeOf([&] { manager.getState(uid); }), ReturnGenericFailure);
-    // The default client, with no program behind it, fails calls the same way.
-    EXPECT_EQ(returnCodeOf([&] { manager.suspend(uid); }), ReturnGenericFailure);
-}
-
 // The manager going destroys every live entry once, also with reports still
 // queued: its thread stops before the table empties. A runaway's entry is gone
 // already: the host stops calling in before it destroys.
-TEST_F(ApplicationTable, DestroyingTheManagerDestroysEveryLiveEntryOnce)
+TEST_F(ApplicationTable, ARunawayIsKilledAtOnceAndDestroyingTheManagerDestroysEveryLiveEntryOnce)
 {
     {
         TestManager manager(&factory, {});
@@ -283,9 +239,17 @@ TEST_F(ApplicationTable, DestroyingTheManagerDestroysEveryLiveEntryOnce)
         std::vector<std::string> uids;
         for (int i = 0; i < 5; ++i)
             uids.push_back(manager.create("app", ""));
+        // A runaway is killed at once, and loses its entry even when the factory fails.
         std::string const runaway = manager.create("app", "");
+        factory.failDestroy = true;
+        testing::internal::CaptureStderr();
         manager.onStateChange(runaway, "", ILifecycleManagement::STATE_RUNAWAY);
         EXPECT_FALSE(manager.has(runaway));
+        std::string const log = testing::internal::GetCapturedStderr();
+        EXPECT_NE(log.find("_destroyApplication(): caught unknown exception"), std::string::npos) << log;
+        ASSERT_EQ(factory.destroyed.size(), 1u);
+        EXPECT_TRUE(factory.forcefully[0]);
+        factory.failDestroy = false;
         for (int round = 0; round < 50; ++round)
             for (std::string const& uid : uids)
                 manager.onStateChange(uid, "", round % 2 ? "RUNNING" : "SUSPENDED");

@@ -47,15 +47,6 @@ struct Launcher : testing::Test {
 
 } // namespace
 
-TEST_F(Launcher, AMissingExecutableGivesNoPidAndLogsFromBothSides)
-{
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(factory.createApplication("velmora-no-such-program", "Host", "{}"), "");
-    std::string log = testing::internal::GetCapturedStderr();
-    EXPECT_NE(log.find("an error occurred with execlp (No such file or directory)"), std::string::npos) << log;
-    EXPECT_NE(log.find("failure creating velmora-no-such-program with {}"), std::string::npos) << log;
-}
-
 TEST_F(Launcher, TheChildGetsItsNameAnEmptyArgumentAndBothVariablesVerbatim)
 {
     ScratchDirectory scratch;
@@ -75,16 +66,35 @@ TEST_F(Launcher, TheChildGetsItsNameAnEmptyArgumentAndBothVariablesVerbatim)
     EXPECT_NE(echoed.find("parameters=" + parameters + "\n"), std::string::npos) << echoed;
 }
 
-TEST_F(Launcher, AProgramThatExitedAtOnceIsReapedByTheFirstWait)
+// A missing program gives no pid and is logged from both sides of the fork; a
+// forceful destroy kills a program that ignores SIGTERM at once, and the pid,
+// reaped then, is a generic failure the next time; a program that exited at
+// once is reaped by the first wait.
+TEST_F(Launcher, MissingProgramsProgramsThatExitAtOnceAndForcefulDestroys)
 {
-    std::string pid = factory.createApplication(VELMORA_TEST_CHILD, "Host", "exit");
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(factory.createApplication("velmora-no-such-program", "Host", "{}"), "");
+    std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_NE(log.find("an error occurred with execlp (No such file or directory)"), std::string::npos) << log;
+    EXPECT_NE(log.find("failure creating velmora-no-such-program with {}"), std::string::npos) << log;
+
+    std::string pid = factory.createApplication(VELMORA_TEST_CHILD, "Host", "ignore-term");
     ASSERT_FALSE(pid.empty());
+    factory.destroyApplication(pid, true);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(returnCodeOf([&] { factory.destroyApplication(pid, false); }), ReturnGenericFailure);
+    log = testing::internal::GetCapturedStderr();
+    EXPECT_NE(log.find("waitpid failed No child processes"), std::string::npos) << log;
+    EXPECT_NE(log.find("destroyApplication(): throwing exception: Generic failure"), std::string::npos) << log;
+
+    std::string const exited = factory.createApplication(VELMORA_TEST_CHILD, "Host", "exit");
+    ASSERT_FALSE(exited.empty());
     siginfo_t info{};
     // Blocks until it has exited, and leaves it a zombie for the destroy to reap.
-    ASSERT_EQ(0, waitid(P_PID, static_cast<id_t>(std::stoi(pid)), &info, WEXITED | WNOWAIT));
+    ASSERT_EQ(0, waitid(P_PID, static_cast<id_t>(std::stoi(exited)), &info, WEXITED | WNOWAIT));
     TestClock clock;
     unsigned int before = clock.now();
-    factory.destroyApplication(pid, false);
+    factory.destroyApplication(exited, false);
     EXPECT_EQ(clock.now(), before) << "no delay before the first wait";
 }
 
@@ -169,16 +179,3 @@ TEST_F(Launcher, AProgramThatNeverEndsIsKilledAfterTheTimeout)
     EXPECT_NE(log.find("triggering a forceful kill"), std::string::npos) << log;
 }
 
-// A forceful destroy kills a program that ignores SIGTERM at once; the pid,
-// reaped then, is a generic failure the next time.
-TEST_F(Launcher, AForcefulDestroyKillsAtOnceAndAReapedPidIsAGenericFailure)
-{
-    std::string pid = factory.createApplication(VELMORA_TEST_CHILD, "Host", "ignore-term");
-    ASSERT_FALSE(pid.empty());
-    factory.destroyApplication(pid, true);
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(returnCodeOf([&] { factory.destroyApplication(pid, false); }), ReturnGenericFailure);
-    std::string log = testing::internal::GetCapturedStderr();
-    EXPECT_NE(log.find("waitpid failed No child processes"), std::string::npos) << log;
-    EXPECT_NE(log.find("destroyApplication(): throwing exception: Generic failure"), std::string::npos) << log;
-}

@@ -78,15 +78,25 @@ private:
     static inline int count = 0;
 };
 
-// Connects `client` to the server and has it wake waitFor() at every change
-// of a window list.
-inline void connectWatching(Velmora::RPCClient& client)
+// Connects `client` to the server and has it wake waitFor() at every `event`
+// (by default a change of a window list).
+inline void connectWatching(Velmora::RPCClient& client, std::string const& event = "IWindowManager::onWindowListChange")
 {
     client.setNotificationHandler([](std::string const&, Json::Value const&) { BusTest::notifyChanged(); });
     client.connect("ZAV"); // no retry: READY=1 comes after the endpoint opened
     Json::Value events;
-    events["events"].append("IWindowManager::onWindowListChange");
+    events["events"].append(event);
     client.callOrThrow("RPC.subscribe", events);
+}
+
+// Launches an OTHER window at `url` over the bus: its uid, empty when the launch is put off.
+inline std::string launch(Velmora::RPCClient& client, std::string const& url)
+{
+    Json::Value params;
+    params["proxy"] = 0;
+    params["applicationType"] = "OTHER";
+    params["applicationURL"] = url;
+    return client.callOrThrow("IWindowManager.launch", params).asString();
 }
 
 // True once no process `pid` exists (it has ended and been reaped).

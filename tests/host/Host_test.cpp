@@ -18,15 +18,6 @@ using namespace HostTest;
 
 namespace {
 
-Json::Value launchParams(std::string const& url)
-{
-    Json::Value params;
-    params["proxy"] = 0;
-    params["applicationType"] = "OTHER";
-    params["applicationURL"] = url;
-    return params;
-}
-
 std::vector<std::string> windowList(Velmora::RPCClient& client)
 {
     Json::Value session;
@@ -40,7 +31,7 @@ std::vector<std::string> windowList(Velmora::RPCClient& client)
 // The uid of a launched window once it is in the window list (it has reported a state).
 std::string launchRunning(Velmora::RPCClient& client, std::string const& url)
 {
-    std::string const uid = client.callOrThrow("IWindowManager.launch", launchParams(url)).asString();
+    std::string const uid = launch(client, url);
     EXPECT_TRUE(BusTest::waitFor([&] { return std::ranges::count(windowList(client), uid) == 1; }));
     return uid;
 }
@@ -123,14 +114,30 @@ TEST(Host, WedgedManagerStopsTheWatchdogUntilItRunsAgain)
     EXPECT_EQ(0, server.stop(SIGTERM)) << server.log();
 }
 
-// A second server on a live endpoint's name fails with a clear message before
-// starting anything; one on a taken TCP port fails cleanly too, leaving no
-// socket behind; the first goes on serving.
-TEST(Host, SecondServerOnATakenEndpointOrPortFailsAndLeavesTheFirst)
+// A program that the server starts before its endpoint accepts (the services
+// of the first boot pass) waits for the endpoint instead of failing, and
+// registers once the server serves. A second server on a live endpoint's name
+// then fails with a clear message before starting anything; one on a taken
+// TCP port fails cleanly too, leaving no socket behind; the first goes on
+// serving.
+TEST(Host, EarlyProgramsRegisterOnceTheEndpointOpensAndASecondServerLeavesTheFirst)
 {
     HostWorld world;
+    auto const text = [](fs::path const& file) {
+        std::ifstream stream(file);
+        return std::string(std::istreambuf_iterator<char>(stream), {});
+    };
+    VelmoraTest::DirectoryWatch watch(world.base);
+    ServerProcess early(std::string(VELMORA_TEST_APP_DIR) + "/velmora-test-app", {}, world.environment(),
+                        world.base / "early.log");
+    ASSERT_TRUE(watch.waitFor([&] { return text(world.base / "early.log").find("ZAV.sock") != std::string::npos; }))
+        << "the program never dialled";
+
     HostServer first(world, {});
     ASSERT_TRUE(world.notify.awaitMessage("READY=1")) << first.log();
+    std::string const registered = "registered " + std::to_string(early.pid);
+    EXPECT_TRUE(watch.waitFor([&] { return text(world.base / "apps.log").find(registered) != std::string::npos; }))
+        << text(world.base / "early.log");
 
     HostServer second(world, {});
     EXPECT_EQ(1, second.stop(0));
@@ -147,28 +154,4 @@ TEST(Host, SecondServerOnATakenEndpointOrPortFailsAndLeavesTheFirst)
     EXPECT_EQ(0, ping.status);
     EXPECT_EQ("true\n", ping.text);
     EXPECT_EQ(0, first.stop(SIGINT)) << first.log();
-}
-
-// A program that the server starts before its endpoint accepts (the services of
-// the first boot pass) waits for the endpoint instead of failing, and
-// registers once the server serves.
-TEST(Host, ProgramStartedBeforeTheEndpointRegistersOnceItOpens)
-{
-    HostWorld world;
-    auto const text = [](fs::path const& file) {
-        std::ifstream stream(file);
-        return std::string(std::istreambuf_iterator<char>(stream), {});
-    };
-    VelmoraTest::DirectoryWatch watch(world.base);
-    ServerProcess early(std::string(VELMORA_TEST_APP_DIR) + "/velmora-test-app", {}, world.environment(),
-                        world.base / "early.log");
-    ASSERT_TRUE(watch.waitFor([&] { return text(world.base / "early.log").find("ZAV.sock") != std::string::npos; }))
-        << "the program never dialled";
-
-    HostServer server(world, {});
-    ASSERT_TRUE(world.notify.awaitMessage("READY=1")) << server.log();
-    std::string const registered = "registered " + std::to_string(early.pid);
-    EXPECT_TRUE(watch.waitFor([&] { return text(world.base / "apps.log").find(registered) != std::string::npos; }))
-        << text(world.base / "early.log");
-    EXPECT_EQ(0, server.stop(SIGTERM)) << server.log();
 }

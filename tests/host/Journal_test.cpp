@@ -14,7 +14,6 @@
 
 #include <algorithm>
 #include <csignal>
-#include <fstream>
 
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -25,16 +24,6 @@ using namespace HostTest;
 namespace {
 
 std::vector<std::string> const NO_MASTER{};
-
-// A client that wakes waitFor() at every new journal entry.
-void connectFollowing(Velmora::RPCClient& client)
-{
-    client.setNotificationHandler([](std::string const&, Json::Value const&) { BusTest::notifyChanged(); });
-    client.connect("ZAV");
-    Json::Value events;
-    events["events"].append("ILifecycleJournal::onEntry");
-    client.callOrThrow("RPC.subscribe", events);
-}
 
 Json::Value entriesOf(Velmora::RPCClient& client, std::string const& uid)
 {
@@ -69,15 +58,6 @@ pid_t pidOf(Velmora::RPCClient& client, std::string const& uid)
 }
 
 bool hasEnded(Velmora::RPCClient& client, std::string const& uid) { return !entry(client, uid, "ended").isNull(); }
-
-std::string launch(Velmora::RPCClient& client, std::string const& url)
-{
-    Json::Value params;
-    params["proxy"] = 0;
-    params["applicationType"] = "OTHER";
-    params["applicationURL"] = url;
-    return client.callOrThrow("IWindowManager.launch", params).asString();
-}
 
 std::string launchRunning(Velmora::RPCClient& client, std::string const& url)
 {
@@ -129,7 +109,7 @@ TEST(Journal, NamesWhyEachWindowWentAwayAndKeepsItOverARestart)
         HostServer server(world, NO_MASTER, withSimulators);
         ASSERT_TRUE(world.notify.awaitMessage("READY=1")) << server.log();
         Velmora::RPCClient client(1);
-        connectFollowing(client);
+        connectWatching(client, "ILifecycleJournal::onEntry"); // wakes waitFor() at every new entry
         auto const ended = [&](std::string const& uid) {
             EXPECT_TRUE(BusTest::waitFor([&] { return hasEnded(client, uid); })) << uid << "\n" << server.log();
         };
@@ -235,7 +215,7 @@ TEST(Journal, AnUnwritableFileOrASubscriberThatNeverReadsCostsNothing)
     ASSERT_EQ(static_cast<ssize_t>(subscribe.size()), ::write(stalled.get(), subscribe.data(), subscribe.size()));
 
     Velmora::RPCClient client(1);
-    connectFollowing(client);
+    connectWatching(client, "ILifecycleJournal::onEntry");
     Json::Value unknown;
     unknown["proxy"] = 0;
     unknown["applicationType"] = "NONE";

@@ -9,27 +9,19 @@
 
 using namespace HostTest;
 
-namespace {
-
-class VelmoractlTest : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        ASSERT_TRUE(world.notify.awaitMessage("READY=1")) << server.log();
-        connectWatching(watcher);
-    }
-    HostWorld world;
-    HostServer server{world, {}};
-    Velmora::RPCClient watcher{1}; // wakes waitFor() when a window list changes
-};
-
-} // namespace
-
 // Readable output and exit status 0 for a result, 1 for a failed call (an
 // install included, whose failure comes only with its end), 2 for bad usage
-// or no server.
-TEST_F(VelmoractlTest, PrintsResultsAndFailuresWithTheirExitStatus)
+// or no server. key writes a press and a release, each with its
+// synchronisation, into the input FIFO; an unknown name or a FIFO nobody
+// reads is bad usage. watch prints the notifications asked for, one line
+// each, and no others; it ends with status 1 when the server goes.
+TEST(Velmoractl, PrintsResultsAndFailuresPressesKeysAndWatchesUntilTheServerGoes)
 {
+    HostWorld world;
+    HostServer server{world, {}};
+    ASSERT_TRUE(world.notify.awaitMessage("READY=1")) << server.log();
+    Velmora::RPCClient watcher{1}; // wakes waitFor() when a window list changes
+    connectWatching(watcher);
     std::string const uid = world.ctl("launch OTHER first").text;
     ASSERT_FALSE(uid.empty());
     ASSERT_TRUE(BusTest::waitFor([&] { return world.ctl("windows").text == uid; }));
@@ -61,12 +53,21 @@ TEST_F(VelmoractlTest, PrintsResultsAndFailuresWithTheirExitStatus)
 
     EXPECT_EQ(0, world.ctl("terminate " + uid).status);
     EXPECT_TRUE(BusTest::waitFor([&] { return world.ctl("windows").text == "\n"; }));
-}
 
-// watch prints the notifications asked for, one line each, and no others;
-// it ends with status 1 when the server goes.
-TEST_F(VelmoractlTest, WatchFollowsWhatItAskedForUntilTheServerGoes)
-{
+    fs::path const fifo = world.base / "keys";
+    ASSERT_EQ(0, ::mkfifo(fifo.c_str(), 0600));
+    EXPECT_EQ(2, world.ctl("key OK --device " + fifo.string()).status);
+
+    int const keys = ::open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    BusTest::ScopedEnv devices("VELMORA_INPUT_DEVICES", "/nowhere@1:" + fifo.string());
+    EXPECT_EQ(2, world.ctl("key Sideways").status);
+    EXPECT_EQ(0, world.ctl("key ok").status);
+    input_event events[4];
+    EXPECT_EQ(static_cast<ssize_t>(sizeof(events)), ::read(keys, events, sizeof(events)));
+    EXPECT_EQ(std::make_tuple(EV_KEY, KEY_OK, 1), std::make_tuple(events[0].type, events[0].code, events[0].value));
+    EXPECT_EQ(std::make_tuple(EV_KEY, KEY_OK, 0), std::make_tuple(events[2].type, events[2].code, events[2].value));
+    ::close(keys);
+
     FILE* watch = ::popen((std::string(VELMORA_CTL) + " watch IX::a").c_str(), "r");
     // The watch's subscription can't be seen from here: send until it shows.
     std::string line;
@@ -82,23 +83,4 @@ TEST_F(VelmoractlTest, WatchFollowsWhatItAskedForUntilTheServerGoes)
     EXPECT_EQ("IX::a {\"event\":\"IX::a\",\"n\":1}\n", line);
     EXPECT_EQ(0, server.stop(SIGTERM));
     EXPECT_EQ(1, BusTest::finish(watch).status);
-}
-
-// key writes a press and a release, each with its synchronisation, into the
-// input FIFO; an unknown name or a FIFO nobody reads is bad usage.
-TEST_F(VelmoractlTest, KeyPressesGoIntoTheInputFifo)
-{
-    fs::path const fifo = world.base / "keys";
-    ASSERT_EQ(0, ::mkfifo(fifo.c_str(), 0600));
-    EXPECT_EQ(2, world.ctl("key OK --device " + fifo.string()).status);
-
-    int const reader = ::open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    BusTest::ScopedEnv devices("VELMORA_INPUT_DEVICES", "/nowhere@1:" + fifo.string());
-    EXPECT_EQ(2, world.ctl("key Sideways").status);
-    EXPECT_EQ(0, world.ctl("key ok").status);
-    input_event events[4];
-    EXPECT_EQ(static_cast<ssize_t>(sizeof(events)), ::read(reader, events, sizeof(events)));
-    EXPECT_EQ(std::make_tuple(EV_KEY, KEY_OK, 1), std::make_tuple(events[0].type, events[0].code, events[0].value));
-    EXPECT_EQ(std::make_tuple(EV_KEY, KEY_OK, 0), std::make_tuple(events[2].type, events[2].code, events[2].value));
-    ::close(reader);
 }

@@ -23,43 +23,29 @@ namespace {
 
 using VelmoraTest::namesOf;
 
-class Catalogue : public ::testing::Test {
-protected:
-    static void SetUpTestSuite()
-    {
-        world = new PackageWorld();
-        world->installWithTool({PackageWorld::package("apple")});
-        // Install times are in seconds: the second batch goes in once the clock has passed the first's second.
-        std::time_t const first = std::time(nullptr);
-        while (std::time(nullptr) <= first)
-            std::this_thread::sleep_until(std::chrono::system_clock::from_time_t(first + 1));
-        world->installWithTool({PackageWorld::package("Banana"), PackageWorld::package("cherry"),
-                                PackageWorld::package("date"), PackageWorld::package("quoted"),
-                                PackageWorld::package("base")});
-    }
-    static void TearDownTestSuite() { delete world; }
-
-    void SetUp() override
-    {
-        packager.init("", "", "");
-        manager.init();
-    }
-
-    static PackageWorld* world;
-    RPMPackager packager;
-    MasterPackageManager manager{packager};
-};
-
-PackageWorld* Catalogue::world = nullptr;
-
-TEST_F(Catalogue, ListsByGroupInNameOrderWithPaging)
+// One database for listing by group, paging, both orders, the records of
+// single packages, odd names, and readers on several threads at once.
+TEST(Catalogue, ListsPagesAndReadsRecordsWhileReadersShareTheDatabase)
 {
+    PackageWorld world;
+    world.installWithTool({PackageWorld::package("apple")});
+    // Install times are in seconds: the second batch goes in once the clock has passed the first's second.
+    std::time_t const first = std::time(nullptr);
+    while (std::time(nullptr) <= first)
+        std::this_thread::sleep_until(std::chrono::system_clock::from_time_t(first + 1));
+    world.installWithTool({PackageWorld::package("Banana"), PackageWorld::package("cherry"), PackageWorld::package("date"),
+                           PackageWorld::package("quoted"), PackageWorld::package("base")});
+    RPMPackager packager;
+    packager.init("", "", "");
+    MasterPackageManager manager{packager};
+    manager.init();
+
     EXPECT_EQ((std::vector<std::string>{"apple", "Banana"}),
               namesOf(manager.getPackageInfoList(VectorObject<std::string>{"Velmora/App"})));
     EXPECT_EQ((std::vector<std::string>{"apple", "Banana", "cherry"}),
               namesOf(manager.getPackageInfoList(VectorObject<std::string>{"Velmora/App", "Velmora/Service"})));
-    auto all = manager.getPackageInfoList(VectorObject<std::string>{});
-    EXPECT_EQ((std::vector<std::string>{"apple", "Banana", "base", "cherry", "date", "quoted"}), namesOf(all));
+    EXPECT_EQ((std::vector<std::string>{"apple", "Banana", "base", "cherry", "date", "quoted"}),
+              namesOf(manager.getPackageInfoList(VectorObject<std::string>{})));
     EXPECT_EQ((std::vector<std::string>{"base", "cherry"}),
               namesOf(manager.getPackageInfoList(VectorObject<std::string>{}, 2, 2, "")));
     EXPECT_EQ(6u, manager.getPackageInfoList(VectorObject<std::string>{}, 9, 0, "").size());
@@ -68,7 +54,7 @@ TEST_F(Catalogue, ListsByGroupInNameOrderWithPaging)
     EXPECT_EQ((std::vector<std::string>{"apple", "Banana", "base", "cherry", "date"}),
               namesOf(manager.getExtendedPackageInfoList(VectorObject<std::string>{})));
 
-    // Install times are in seconds, and apple went in a second before the rest.
+    // Apple went in a second before the rest.
     auto byDate = manager.getPackageInfoList(VectorObject<std::string>{}, 0, 0, IPackageManager::SORT_BY_DATE);
     ASSERT_FALSE(byDate.empty());
     EXPECT_EQ("apple", byDate.front().getName());
@@ -76,10 +62,7 @@ TEST_F(Catalogue, ListsByGroupInNameOrderWithPaging)
         return a.getInstallTime() < b.getInstallTime();
     }));
     EXPECT_GT(byDate.back().getInstallTime(), byDate.front().getInstallTime());
-}
 
-TEST_F(Catalogue, RecordsCarryTheHeaderAndOddNamesGiveDefaults)
-{
     auto apple = manager.getExtendedPackageInfo("apple");
     EXPECT_EQ("Velmora/App", apple.getGroup());
     EXPECT_EQ("http://apple.example/", apple.getCustomPackageInfo().getApplicationURL());
@@ -107,10 +90,8 @@ TEST_F(Catalogue, RecordsCarryTheHeaderAndOddNamesGiveDefaults)
     EXPECT_TRUE(manager.getPackageInfoList(VectorObject<std::string>{"Velmora/(App"}).empty());
     EXPECT_TRUE(manager.getPackageInfoList(VectorObject<std::string>{"No/Such"}).empty());
     EXPECT_EQ("apple", manager.getPackageInfo("apple").getName());
-}
 
-TEST_F(Catalogue, ConcurrentReadersShareTheDatabaseLock)
-{
+    // Readers on several threads share the database lock.
     std::vector<std::thread> readers;
     std::atomic<int> good{0};
     for (int i = 0; i < 4; ++i)

@@ -47,7 +47,6 @@ public:
 
     std::filesystem::path const& root() const { return rootPath; }
     std::filesystem::path const& repository() const { return repositoryPath; }
-    std::filesystem::path const& macros() const { return macroPath; }
     // Installs package files into the private root with the rpm tool.
     void installWithTool(std::vector<std::filesystem::path> const& files) const;
     // Copies a test package into the repository under `fileName` (default: its own name).

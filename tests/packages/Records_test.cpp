@@ -24,8 +24,9 @@ VectorObject<BasePackageInfo> deps(std::initializer_list<std::pair<char const*, 
     return out;
 }
 
-// Header texts carry raw dependency keys that are no member; broken texts and
-// members of the wrong type throw, so callers can tell them from an empty package.
+// Header texts carry raw dependency keys that are no member until the packager
+// turns them into one; broken texts and members of the wrong type throw, so
+// callers can tell them from an empty package.
 TEST(PackageRecords, TextsReadTheirMembersAndBrokenOnesThrow)
 {
     auto info = deserialize<PackageInfo>(R"({"name":"a","version":"1","release":"2","installTime":7,)"
@@ -45,6 +46,21 @@ TEST(PackageRecords, TextsReadTheirMembersAndBrokenOnesThrow)
     EXPECT_THROW(deserialize<PackageInfo>(R"({"installTime":"soon"})"), Exception);
     Deserializer missing(std::string(R"({"other":1})"));
     EXPECT_THROW(PackageInfoListRequest("listRequest", missing), Exception);
+
+    // The header's dependency lists become a member inserted first, only when there are any.
+    std::string json = R"({"name":"a","dependenciename":["b","c"],"dependencieversion":["2",""]})";
+    RPMPackager::formatRPMDependencies(json);
+    auto withDependencies = deserialize<PackageInfo>(json);
+    ASSERT_EQ(2u, withDependencies.getDependencies().size());
+    EXPECT_EQ("b", withDependencies.getDependencies()[0].getName());
+    EXPECT_EQ("2", withDependencies.getDependencies()[0].getVersion());
+    EXPECT_EQ(0u, json.find("{\"dependencies\":"));
+    for (std::string const unchanged : {R"({"name":"a","dependenciename":[],"dependencieversion":[]})",
+                                        R"({"name":"a"b","dependenciename":["x"]})"}) {
+        std::string text = unchanged;
+        RPMPackager::formatRPMDependencies(text);
+        EXPECT_EQ(unchanged, text);
+    }
 }
 
 // Records move their lists over rather than copying them; a move must lose
@@ -97,27 +113,6 @@ TEST(ManifestOrder, IsStrictWeakAndMatchesTheStoredFormOfTheSameFile)
     EXPECT_TRUE(records[0] < fromFile || fromFile < records[0]);
 }
 
-TEST(HeaderDependencies, AreInsertedFirstAndOnlyWhenThere)
-{
-    std::string json = R"({"name":"a","dependenciename":["b","c"],"dependencieversion":["2",""]})";
-    RPMPackager::formatRPMDependencies(json);
-    auto info = deserialize<PackageInfo>(json);
-    ASSERT_EQ(2u, info.getDependencies().size());
-    EXPECT_EQ("b", info.getDependencies()[0].getName());
-    EXPECT_EQ("2", info.getDependencies()[0].getVersion());
-    EXPECT_EQ(0u, json.find("{\"dependencies\":"));
-
-    std::string none = R"({"name":"a","dependenciename":[],"dependencieversion":[]})";
-    std::string const before = none;
-    RPMPackager::formatRPMDependencies(none);
-    EXPECT_EQ(before, none);
-
-    std::string broken = R"({"name":"a"b","dependenciename":["x"]})";
-    std::string const brokenBefore = broken;
-    RPMPackager::formatRPMDependencies(broken);
-    EXPECT_EQ(brokenBefore, broken);
-}
-
 // Case-blind name order or install order, then the page; a page past the
 // end or of a negative size never comes out empty.
 TEST(CatalogueGrooming, SortsCaseBlindAndPagesWithoutEverGivingAnEmptyPage)
@@ -143,10 +138,8 @@ TEST(CatalogueGrooming, SortsCaseBlindAndPagesWithoutEverGivingAnEmptyPage)
         MasterPackageManager::_groomList(PackageInfoListRequest({}, each.start, each.count, each.order), list);
         EXPECT_EQ(each.names, VelmoraTest::namesOf(list)) << each.start << " " << each.count;
     }
-}
 
-TEST(CatalogueGrooming, DateOrderOfManifestRecordsEndsAndKeepsEveryRecord)
-{
+    // Manifest records carry no install time: the date order must still end and keep every record.
     VectorObject<ManifestPackageInfo> list;
     // append rather than "p" + ...: GCC 12 gives a false -Wrestrict warning there when optimising
     for (int i = 0; i < 100; ++i)

@@ -2,7 +2,8 @@
 // into a private RPM root, a private runtime directory with the server's bus
 // endpoint, and plain services that are shell wrappers around the SDK's test
 // program, each noting its start in an order file before it execs. The
-// simulators are found on PATH, as the server finds any service. Box holds
+// simulators are found on PATH, as the server finds any service, and log to
+// logFile("sim"). Box holds
 // the master classes that boot such a world.
 #pragma once
 
@@ -60,6 +61,7 @@ public:
         setenv("VELMORA_RUNTIME_DIR", runtime.c_str(), 1);
         oldPath = std::getenv("PATH") ? std::getenv("PATH") : "";
         setenv("PATH", (bin.string() + ":" + VELMORA_SIM_DIR + ":" + oldPath).c_str(), 1);
+        setenv("VELMORA_SIM_LOG", logFile("sim").c_str(), 1);
         host = std::make_unique<Velmora::RPCServer>("Host");
         host->init();
     }
@@ -68,6 +70,7 @@ public:
         host->shutdown();
         setenv("PATH", oldPath.c_str(), 1);
         unsetenv("VELMORA_RUNTIME_DIR");
+        unsetenv("VELMORA_SIM_LOG");
     }
 
     // A plain service under `name`; `environment` picks the test program's behaviour.

@@ -60,28 +60,21 @@ void tellSimulator(std::string const& endpoint, std::string const& how)
     client.callOrThrow("Sim.die", params);
 }
 
-// The plain services of BOX log to files of their own; the simulators to "sim".
+// The plain services of BOX log to files of their own.
 void prepareBox(BootWorld& world)
 {
     for (char const* name : {"velmora-svc-NET", "velmora-svc-a", "velmora-svc-b", "velmora-svc-c", "velmora-svc-d",
                              "velmora-svc-outside", "velmora-svc-lonely"})
         world.plainService(name, std::string("VELMORA_TEST_APP_LOG=") + world.logFile(name).string());
-    setenv("VELMORA_SIM_LOG", world.logFile("sim").c_str(), 1);
 }
-
-class Booting : public testing::Test {
-protected:
-    void SetUp() override { prepareBox(world); }
-    void TearDown() override { unsetenv("VELMORA_SIM_LOG"); }
-
-    BootWorld world{"box", BOX};
-};
 
 Names const FACILITIES{"add ZAV",   "add HUX", "add MediaStore", "add MediaPlayer", "add FastChannelChange",
                        "add Frontend", "add TV", "add NET"};
 
-TEST_F(Booting, ServicesComeUpInDependencyOrderAndRecoverFromDeaths)
+TEST(Booting, ServicesComeUpInDependencyOrderAndRecoverFromDeaths)
 {
+    BootWorld world("box", BOX);
+    prepareBox(world);
     DirectoryWatch logs(world.logFile("sim").parent_path()); // the logs and the order file
     Box box(world);
     box.manager.init();

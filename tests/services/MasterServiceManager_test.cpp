@@ -2,7 +2,9 @@
 // fake factory, web client and input driver: session options, the order of
 // starts per tree and pass, repeated boot completion, restarts, the web
 // service's facility list and the power manager's coming up. The power
-// manager's end is proven over real processes in the boot tests.
+// manager's end is proven over real processes in the boot tests; the
+// sequencer starts each tree in the graph's walk order, so cycles are the
+// graph test's.
 #include "frame/FunctionCommand.h"
 #include "MasterServiceManager.h"
 #include "PlatformHelper.h"
@@ -204,21 +206,6 @@ TEST_F(Boot, MediaEngineLossIsAFailureAndRestartsItEvenWithTheWebServiceGone)
     report("VelmoraQENExec", "TERMINATED");
     EXPECT_EQ(4u, listener.journal.count("failure QEN"));
     EXPECT_EQ(destroyed + 2, factory.destroyed.size());
-}
-
-// A dependency cycle reached from a root is walked once, in walk order, and
-// the boot goes on with the rest instead of recursing without end.
-TEST_F(Boot, ADependencyCycleBootsInsteadOfRecursing)
-{
-    manager.boot({{"start_velmora", "svc-a"}, {"svc-a", "svc-b"}, {"svc-b", "svc-c"}, {"svc-c", "svc-a"},
-                  {"start_velmora_2", "svc-d"}});
-    EXPECT_EQ((Names{"svc-a", "svc-d"}), factory.startedNames());
-    report("svc-a", "RUNNING");
-    report("svc-b", "RUNNING");
-    report("svc-d", "RUNNING");
-    report("svc-c", "RUNNING");
-    EXPECT_EQ((Names{"svc-a", "svc-d", "svc-b", "svc-c"}), factory.startedNames());
-    EXPECT_EQ(1u, boots());
 }
 
 TEST_F(Boot, OnlyNewUpAndDownStatesOfKnownServicesAct)

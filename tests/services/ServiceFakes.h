@@ -1,21 +1,19 @@
-// Stand-ins for the service manager's surroundings: a factory that hands out
-// process ids, application clients that record the tokens they carry, a web
-// client and an input driver that record what they are told, and a listener
-// that records the manager's notifications. Each records under a lock: the
+// Stand-ins for the service manager's surroundings: the FakeFactory,
+// application clients that record the tokens they carry, a web client and an
+// input driver that record what they are told, and a listener that records
+// the manager's notifications. Each records under a lock: the
 // manager calls them on its own thread.
 #pragma once
 
 #include "APPClient.h"
-#include "ApplicationFactory.h"
+#include "FakeFactory.h"
 #include "frame/Exception.h"
 #include "interfaces/IServiceManager.h"
 #include "InputDriver.h"
 #include "Journal.h"
 #include "WEBClient.h"
 
-#include <map>
 #include <mutex>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -24,49 +22,6 @@ namespace ServiceTest {
 using namespace Velmora;
 
 using VelmoraTest::Journal;
-
-// Pids count up from 5000; a name in `failing` doesn't start.
-class FakeFactory : public ApplicationFactory {
-public:
-    std::string createApplication(std::string const& name, std::string const&, std::string const& parameters) override
-    {
-        std::lock_guard lock(mutex);
-        started.push_back(name + "|" + parameters);
-        if (failing.count(name))
-            return "";
-        std::string pid = std::to_string(nextPid++);
-        names[pid] = name;
-        return pid;
-    }
-    std::string destroyApplication(std::string const& pid, bool) override
-    {
-        std::lock_guard lock(mutex);
-        destroyed.push_back(pid);
-        return std::string();
-    }
-    std::vector<std::string> startedNames()
-    {
-        std::lock_guard lock(mutex);
-        std::vector<std::string> result;
-        for (auto const& each : started)
-            result.push_back(each.substr(0, each.find('|')));
-        return result;
-    }
-    // The newest pid started under `name` (pids have four digits, so text order is number order).
-    std::string newestPid(std::string const& name)
-    {
-        std::lock_guard lock(mutex);
-        auto const found = std::find_if(names.rbegin(), names.rend(), [&](auto const& row) { return row.second == name; });
-        return found == names.rend() ? "" : found->first;
-    }
-
-    std::mutex mutex;
-    int nextPid = 5000;
-    std::vector<std::string> started; // "name|parameters"
-    std::vector<std::string> destroyed;
-    std::map<std::string, std::string> names; // pid -> name
-    std::set<std::string> failing;
-};
 
 // Records the tokens it carries; the client of the uid in `refusing` throws instead.
 class FakeClient : public APPClient {

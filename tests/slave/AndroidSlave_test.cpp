@@ -38,17 +38,7 @@ public:
         EXPECT_TRUE(notify.awaitMessage("READY=1")) << process.log();
     }
     // The processes the slave started and that still run.
-    std::vector<pid_t> children() const
-    {
-        std::vector<pid_t> found;
-        for (auto const& entry : fs::directory_iterator("/proc")) {
-            std::ifstream stat(entry.path() / "stat");
-            std::string child, name, state, parent;
-            if (stat >> child >> name >> state >> parent && parent == std::to_string(process.pid) && state != "Z")
-                found.push_back(static_cast<pid_t>(std::stol(child)));
-        }
-        return found;
-    }
+    std::vector<pid_t> children() const { return childrenOf(process.pid, false); }
 
     static inline int started = 0; // each slave has a notify socket of its own
     fs::path const endpoint;
@@ -64,12 +54,14 @@ std::string launchAndroid(WindowBox& box, std::string const& url)
 
 } // namespace
 
-TEST(AndroidSlave, AnAndroidWindowRunsTakesTheFocusHearsEachKeyOnceAndEndsWhenEvictedOrTerminated)
+// An Android window runs, takes the focus, hears each key once and ends when
+// evicted, terminated or killed; a slave that ends or dies takes its windows
+// out of the master's table.
+TEST(AndroidSlave, AnAndroidWindowLivesAsAnyOtherAndGoesWithItsApplicationOrItsSlave)
 {
     WindowBox box(SLAVE_OPTIONS);
     Slave slave(box.runtime, box.logOf("android"));
-    std::string const master = box.windows->master();
-    ASSERT_TRUE(box.journal.await("focus >" + master));
+    std::string const master = box.master;
 
     std::string const uid = launchAndroid(box, "com.example.droid");
     ASSERT_FALSE(uid.empty());
@@ -86,10 +78,7 @@ TEST(AndroidSlave, AnAndroidWindowRunsTakesTheFocusHearsEachKeyOnceAndEndsWhenEv
 
     // A second launch finds the table full: the first window is evicted through the slave, then the second runs.
     EXPECT_EQ(launchAndroid(box, "com.example.next"), "");
-    std::string const next = box.journal.awaitLine([&](std::string const& line) {
-        bool const focus = line.rfind("focus >", 0) == 0 && line.size() > 7;
-        return focus && line != "focus >" + uid && line != "focus >" + master;
-    }).substr(7);
+    std::string const next = box.awaitNewFocus({uid, master});
     ASSERT_FALSE(next.empty());
     EXPECT_TRUE(box.appLogged("android", "terminate"));
     EXPECT_EQ(box.windows->windowCount(), 2u);
@@ -100,14 +89,6 @@ TEST(AndroidSlave, AnAndroidWindowRunsTakesTheFocusHearsEachKeyOnceAndEndsWhenEv
     EXPECT_EQ(countOf(readLines(box.logOf("android")), "terminate"), 2);
     EXPECT_EQ(box.windows->windowCount(), 1u);
     EXPECT_TRUE(eventually([&] { return slave.children().empty(); }));
-}
-
-TEST(AndroidSlave, AKilledApplicationAndAnEndingOrDyingSlaveTakeTheirWindowsOutOfTheMastersTable)
-{
-    WindowBox box(SLAVE_OPTIONS);
-    Slave slave(box.runtime, box.logOf("android"));
-    std::string const master = box.windows->master();
-    ASSERT_TRUE(box.journal.await("focus >" + master));
 
     // An application killed outright is reported gone by the slave.
     std::string const killed = launchAndroid(box, "com.example.killed");

@@ -10,13 +10,6 @@ namespace {
 
 using KeyEvent = IWindowEvent::KeyEvent;
 
-Json::Value field(char const* key, Json::Value value)
-{
-    Json::Value object(Json::objectValue);
-    object[key] = std::move(value);
-    return object;
-}
-
 long powerRequests(WindowBox& box, std::string const& state)
 {
     return countOf(readLines(box.sandbox.root / "sim.log"), "setPowerState " + state);
@@ -38,10 +31,8 @@ struct Demo : ::testing::Test {
 TEST_F(Demo, ThePowerKeyWalksThePowerStatesWithTheFilterAndThePowerManagerMayDieOnTheWay)
 {
     WindowBox box;
-    std::string const master = box.windows->master();
-    ASSERT_TRUE(box.journal.await("focus >" + master));
-    std::string const app = box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "app");
-    ASSERT_TRUE(box.journal.await("focus >" + app));
+    std::string const master = box.master;
+    std::string const app = box.launchFocused("app");
 
     // Home toggles the master window up and down.
     box.journal.clear();
@@ -70,7 +61,7 @@ TEST_F(Demo, ThePowerKeyWalksThePowerStatesWithTheFilterAndThePowerManagerMayDie
     ASSERT_TRUE(awaitPowerRequest(box, "4", 1));
     ASSERT_TRUE(box.awaitPowerState("4"));
     // A wake-up asks for the running state and lifts the filter.
-    ASSERT_TRUE(box.inject("HUX", "wakeUp", field("reason", 0)));
+    ASSERT_TRUE(box.inject("HUX", "wakeUp", object({{"reason", 0}})));
     ASSERT_TRUE(box.awaitPowerState("0"));
     box.press("OK");
     ASSERT_TRUE(box.appLogged("slow", "key 608 0"));
@@ -78,13 +69,13 @@ TEST_F(Demo, ThePowerKeyWalksThePowerStatesWithTheFilterAndThePowerManagerMayDie
 
     // A state out of range is refused; in light sleep the manager's request
     // leads to the deeper state with the filter, and the power key wakes.
-    ASSERT_TRUE(box.inject("HUX", "powerStateChange", field("state", 9)));
-    ASSERT_TRUE(box.inject("HUX", "powerStateChange", field("state", 1)));
+    ASSERT_TRUE(box.inject("HUX", "powerStateChange", object({{"state", 9}})));
+    ASSERT_TRUE(box.inject("HUX", "powerStateChange", object({{"state", 1}})));
     ASSERT_TRUE(box.awaitPowerState("1"));
     EXPECT_FALSE(contains(box.windows->powerStates(), "9"));
-    ASSERT_TRUE(box.inject("HUX", "powerChangeRequest", field("state", 3)));
+    ASSERT_TRUE(box.inject("HUX", "powerChangeRequest", object({{"state", 3}})));
     ASSERT_TRUE(awaitPowerRequest(box, "2", 1));
-    ASSERT_TRUE(box.inject("HUX", "wakeUp", field("reason", 1)));
+    ASSERT_TRUE(box.inject("HUX", "wakeUp", object({{"reason", 1}})));
     ASSERT_TRUE(box.awaitPowerState("1"));
     long const wakes = powerRequests(box, "0");
     box.press("Power");
@@ -111,10 +102,7 @@ TEST_F(Demo, WithPowerDemoTheDemonstrationKeysTakeThePowerKeysPlace)
 {
     ScopedEnvironment powerDemo("pm_demo", "y");
     WindowBox box;
-    std::string const master = box.windows->master();
-    ASSERT_TRUE(box.journal.await("focus >" + master));
-    std::string const app = box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "app");
-    ASSERT_TRUE(box.journal.await("focus >" + app));
+    box.launchFocused("app");
 
     // 1 and 35 (DMS is off) are swallowed, 38 outside the client mode and a
     // code past the tables go to the focus, 36 asks for sleep.

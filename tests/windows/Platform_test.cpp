@@ -10,60 +10,31 @@ using namespace WindowTest;
 
 namespace {
 
-using Params = std::vector<std::pair<char const*, Json::Value>>;
-
-Json::Value object(Params const& fields)
-{
-    Json::Value value(Json::objectValue);
-    for (auto const& [key, field] : fields)
-        value[key] = field;
-    return value;
-}
-
-// A window that the journal saw take the focus, other than those in `known`.
-std::string awaitNewFocus(WindowBox& box, Lines const& known)
-{
-    std::string const line = box.journal.awaitLine([&](std::string const& told) {
-        return told.rfind("focus ", 0) == 0 && told.back() != '>' &&
-               !contains(known, told.substr(told.find('>') + 1));
-    });
-    return line.empty() ? line : line.substr(line.find('>') + 1);
-}
-
 // The media engine's notices follow the manager's own queue: once the
 // compositor's animation notice for the master window has moved the focus,
-// every notice sent before it has been handled.
-void awaitNoticesHandled(WindowBox& box, std::string const& master)
+// every notice sent before it has been handled. After a simulator restarted,
+// the client dials it again by itself, which nobody is told of: so the
+// sentinel is sent again each time it is not heard within half a second, for up to 30 s.
+void awaitNoticesHandled(WindowBox& box)
 {
-    box.journal.clear();
-    ASSERT_TRUE(box.inject("QEN", "animationFinished", object({{"uid", master}})));
-    ASSERT_FALSE(box.journal.awaitLine([&](std::string const& told) { return told.ends_with(">" + master); }).empty());
-}
-
-// After a simulator restarted, the client dials it again by itself, which
-// nobody is told of: the sentinel notice is sent again, each time heard or
-// not within half a second, for up to 30 s.
-void awaitHeardAgain(WindowBox& box, std::string const& master)
-{
+    auto const heard = [&](std::string const& told) { return told.ends_with(">" + box.master); };
     for (int attempt = 0; attempt < 60; ++attempt) {
         box.journal.clear();
-        box.inject("QEN", "animationFinished", object({{"uid", master}}));
-        auto const heard = [&](std::string const& told) { return told.ends_with(">" + master); };
+        box.inject("QEN", "animationFinished", object({{"uid", box.master}}));
         if (!box.journal.awaitLine(heard, std::chrono::milliseconds(500)).empty())
             return;
     }
-    FAIL() << "the media engine was not heard again";
+    FAIL() << "the media engine's notices were not heard";
 }
 
 } // namespace
 
-TEST(Platform, KeysFromTheFifoReachTheFocusedWindowAndSystemKeysTheMasterWhileTheFocusMoves)
+TEST(Platform, KeysReachTheFocusWhileItMovesAndVoiceLaunchesEvictAndSurviveTheMediaEnginesRestart)
 {
+    ScopedEnvironment site("VELMORA_SEARCH_URL", "http://search.test/");
     WindowBox box;
-    std::string const master = box.windows->master();
-    ASSERT_TRUE(box.journal.await("focus >" + master));
-    std::string const app = box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "app");
-    ASSERT_TRUE(box.journal.await("focus >" + app));
+    std::string const master = box.master;
+    std::string const app = box.launchFocused("app");
 
     // OK and a code in no table go to the focus, press and release; Home is an
     // ordinary key outside the demonstration mode; Menu goes to the master alone.
@@ -95,19 +66,40 @@ TEST(Platform, KeysFromTheFifoReachTheFocusedWindowAndSystemKeysTheMasterWhileTh
     ASSERT_TRUE(awaitFile(box.logOf("home"), [](Lines const& lines) { return countOf(lines, "key 34 0") == 2; }));
     EXPECT_EQ(countOf(readLines(box.logOf("app")), "key 362 1") + countOf(readLines(box.logOf("home")), "key 362 1"),
               PRESSES);
+
+    // A voice launch into the full table evicts the application. Refused
+    // without a launch: a transcript too long for a child's environment.
+    box.inject("QEN", "speak", object({{"transcript", "search " + std::string(5000, 'x')}}));
+    box.inject("QEN", "speak", object({{"transcript", "weather  london"}}));
+    EXPECT_TRUE(box.appLogged("app", "terminate"));
+    std::string const page = box.awaitNewFocus({master, app});
+    ASSERT_FALSE(page.empty());
+    EXPECT_EQ(box.windows->getLaunchParameters(page).getApplicationURL(),
+              "http://search.test/search?hl=en&q=weather  london");
+    EXPECT_EQ(box.windows->getLaunchParameters(page).getApplicationType(), IWindowManager::APPLICATION_TYPE_WEBAPP);
+
+    // The media engine crashes and starts again; the manager hears it again.
+    box.crashSimulator("QEN");
+    box.startSimulator("QEN");
+    awaitNoticesHandled(box);
+    box.journal.clear();
+    box.inject("QEN", "speak", object({{"transcript", "start the media player"}}));
+    std::string const player = box.awaitNewFocus({master, app, page});
+    ASSERT_FALSE(player.empty());
+    EXPECT_EQ(box.windows->getLaunchParameters(player).getApplicationURL(),
+              "file:///usr/local/html_root/velmoraLauncher/../qenclient.html");
 }
 
-TEST(Platform, RendererRequestsOpenOneMediaWindowAndFinishedAnimationsMoveTheFocus)
+TEST(Platform, MediaEngineNoticesOpenMediaWindowsMoveTheFocusAndGiveMiracastPeersThePlayer)
 {
     WindowBox box;
-    std::string const master = box.windows->master();
-    ASSERT_TRUE(box.journal.await("focus >" + master));
+    std::string const master = box.master;
 
     // The last URI announced wins; other events are ignored.
     for (auto const& [event, text] : std::vector<std::pair<unsigned, char const*>>{
              {0, "first"}, {0, "mediaPlayer-a"}, {7, "ignored"}, {1, IWindowManager::APPLICATION_TYPE_OTHER}})
         ASSERT_TRUE(box.inject("QEN", "renderer", object({{"event", event}, {"text", text}})));
-    std::string const media = awaitNewFocus(box, {master});
+    std::string const media = box.awaitNewFocus({master});
     ASSERT_FALSE(media.empty());
     EXPECT_EQ(box.windows->getLaunchParameters(media).getApplicationURL(), "mediaPlayer-a");
     EXPECT_EQ(box.windows->getLaunchParameters(media).getApplicationType(), IWindowManager::APPLICATION_TYPE_OTHER);
@@ -119,7 +111,7 @@ TEST(Platform, RendererRequestsOpenOneMediaWindowAndFinishedAnimationsMoveTheFoc
     box.inject("QEN", "renderer", object({{"event", "one"}, {"text", 5}}));
     box.inject("QEN", "speak", object({}));
     box.inject("QEN", "connectPeer", object({{"ipAddress", 7}}));
-    awaitNoticesHandled(box, master);
+    awaitNoticesHandled(box);
     EXPECT_EQ(box.windows->windowCount(), 2u);
 
     // An animation of a window that has gone empties the focus.
@@ -131,6 +123,58 @@ TEST(Platform, RendererRequestsOpenOneMediaWindowAndFinishedAnimationsMoveTheFoc
     box.windows->onServiceFailure("VelmoraQENExec");
     EXPECT_TRUE(box.appLogged("mediaPlayer-a", "terminate"));
     EXPECT_FALSE(contains(readLines(box.logOf("home")), "terminate"));
+
+    // The media window goes with the failed service; Miracast peers get the
+    // player one after the other, and unreachable peers nothing.
+    ASSERT_TRUE(eventually([&] { return box.windows->windowCount() == 1; }));
+    box.journal.clear();
+    auto const peer = [&](Json::Value address, bool miraCast, Json::Value port) {
+        ASSERT_TRUE(box.inject("QEN", "connectPeer",
+                               object({{"ipAddress", address}, {"miraCast", miraCast}, {"rtspPort", port}})));
+    };
+
+    peer("192.168.49.2", true, 7236);
+    std::string const first = box.awaitNewFocus({master, media});
+    ASSERT_FALSE(first.empty());
+    IWindowManager::LaunchParameters const launched = box.windows->getLaunchParameters(first);
+    EXPECT_EQ(launched.getApplicationType(), IWindowManager::APPLICATION_TYPE_WFDPLAYER);
+    EXPECT_EQ(launched.getApplicationParameters(), "-w rtsp://192.168.49.2:7236 -t -b 2");
+    EXPECT_EQ(launched.getApplicationURL(), "");
+
+    // A second peer: the table is full, the first player is evicted and the second follows.
+    peer("192.168.49.3", true, 7237);
+    EXPECT_TRUE(box.appLogged("", "terminate"));
+    std::string const second = box.awaitNewFocus({master, media, first});
+    ASSERT_FALSE(second.empty());
+    EXPECT_EQ(box.windows->getLaunchParameters(second).getApplicationParameters(), "-w rtsp://192.168.49.3:7237 -t -b 2");
+
+    // Peers that no player could reach, or without Miracast, start nothing.
+    peer("999.1.1.1", true, 7236);
+    peer("192.168.49.4", true, 0);
+    peer("192.168.49.4", true, 70000);
+    peer("192.168.49.4", false, 7236);
+    awaitNoticesHandled(box);
+    EXPECT_EQ(box.windows->windowCount(), 2u);
+
+    // The demonstration opens the media page whatever the peer.
+    {
+        ScopedEnvironment demo("MSFT_DEMO", "");
+        box.journal.clear();
+        peer("bogus", false, 0);
+        std::string const page = box.awaitNewFocus({master, media, first, second});
+        ASSERT_FALSE(page.empty());
+        EXPECT_EQ(box.windows->getLaunchParameters(page).getApplicationURL(),
+                  "file:///usr/local/html_root/velmoraLauncher/../qenclient.html");
+    }
+
+    int const listener = box.windows->CreateTcpListener("127.0.0.1", 0);
+    ASSERT_GE(listener, 0);
+    int accepting = 0;
+    socklen_t length = sizeof accepting;
+    EXPECT_EQ(::getsockopt(listener, SOL_SOCKET, SO_ACCEPTCONN, &accepting, &length), 0);
+    EXPECT_EQ(accepting, 1);
+    ::close(listener);
+    EXPECT_EQ(box.windows->CreateTcpListener("192.0.2.1", 1), -1); // an address of no interface here
 }
 
 TEST(Platform, VoiceFollowsItsGrammar)
@@ -155,89 +199,4 @@ TEST(Platform, VoiceFollowsItsGrammar)
         EXPECT_EQ(MasterWindowManager::voicePage(transcript), page) << transcript;
     ScopedEnvironment bare("VELMORA_SEARCH_URL", "http://bare.test/base/");
     EXPECT_EQ(MasterWindowManager::voicePage("search x"), "http://bare.test/base/search?hl=en&q= x");
-}
-
-TEST(Platform, AVoiceLaunchIntoAFullTableEvictsAndAMediaEngineThatRestartsIsHeardAgain)
-{
-    ScopedEnvironment site("VELMORA_SEARCH_URL", "http://search.test/");
-    WindowBox box;
-    std::string const master = box.windows->master();
-    ASSERT_TRUE(box.journal.await("focus >" + master));
-    std::string const app = box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "app");
-    ASSERT_TRUE(box.journal.await("focus >" + app));
-
-    // Refused without a launch: a transcript too long for a child's environment.
-    box.inject("QEN", "speak", object({{"transcript", "search " + std::string(5000, 'x')}}));
-    box.inject("QEN", "speak", object({{"transcript", "weather  london"}}));
-    EXPECT_TRUE(box.appLogged("app", "terminate"));
-    std::string const page = awaitNewFocus(box, {master, app});
-    ASSERT_FALSE(page.empty());
-    EXPECT_EQ(box.windows->getLaunchParameters(page).getApplicationURL(),
-              "http://search.test/search?hl=en&q=weather  london");
-    EXPECT_EQ(box.windows->getLaunchParameters(page).getApplicationType(), IWindowManager::APPLICATION_TYPE_WEBAPP);
-
-    // The media engine crashes and starts again; the manager hears it again.
-    box.crashSimulator("QEN");
-    box.startSimulator("QEN");
-    awaitHeardAgain(box, master);
-    box.journal.clear();
-    box.inject("QEN", "speak", object({{"transcript", "start the media player"}}));
-    std::string const player = awaitNewFocus(box, {master, app, page});
-    ASSERT_FALSE(player.empty());
-    EXPECT_EQ(box.windows->getLaunchParameters(player).getApplicationURL(),
-              "file:///usr/local/html_root/velmoraLauncher/../qenclient.html");
-}
-
-TEST(Platform, MiracastPeersGetThePlayerOneAfterTheOtherAndUnreachablePeersNothing)
-{
-    WindowBox box;
-    std::string const master = box.windows->master();
-    ASSERT_TRUE(box.journal.await("focus >" + master));
-    auto const peer = [&](Json::Value address, bool miraCast, Json::Value port) {
-        ASSERT_TRUE(box.inject("QEN", "connectPeer",
-                               object({{"ipAddress", address}, {"miraCast", miraCast}, {"rtspPort", port}})));
-    };
-
-    peer("192.168.49.2", true, 7236);
-    std::string const first = awaitNewFocus(box, {master});
-    ASSERT_FALSE(first.empty());
-    IWindowManager::LaunchParameters const launched = box.windows->getLaunchParameters(first);
-    EXPECT_EQ(launched.getApplicationType(), IWindowManager::APPLICATION_TYPE_WFDPLAYER);
-    EXPECT_EQ(launched.getApplicationParameters(), "-w rtsp://192.168.49.2:7236 -t -b 2");
-    EXPECT_EQ(launched.getApplicationURL(), "");
-
-    // A second peer: the table is full, the first player is evicted and the second follows.
-    peer("192.168.49.3", true, 7237);
-    EXPECT_TRUE(box.appLogged("", "terminate"));
-    std::string const second = awaitNewFocus(box, {master, first});
-    ASSERT_FALSE(second.empty());
-    EXPECT_EQ(box.windows->getLaunchParameters(second).getApplicationParameters(), "-w rtsp://192.168.49.3:7237 -t -b 2");
-
-    // Peers that no player could reach, or without Miracast, start nothing.
-    peer("999.1.1.1", true, 7236);
-    peer("192.168.49.4", true, 0);
-    peer("192.168.49.4", true, 70000);
-    peer("192.168.49.4", false, 7236);
-    awaitNoticesHandled(box, master);
-    EXPECT_EQ(box.windows->windowCount(), 2u);
-
-    // The demonstration opens the media page whatever the peer.
-    {
-        ScopedEnvironment demo("MSFT_DEMO", "");
-        box.journal.clear();
-        peer("bogus", false, 0);
-        std::string const page = awaitNewFocus(box, {master, first, second});
-        ASSERT_FALSE(page.empty());
-        EXPECT_EQ(box.windows->getLaunchParameters(page).getApplicationURL(),
-                  "file:///usr/local/html_root/velmoraLauncher/../qenclient.html");
-    }
-
-    int const listener = box.windows->CreateTcpListener("127.0.0.1", 0);
-    ASSERT_GE(listener, 0);
-    int accepting = 0;
-    socklen_t length = sizeof accepting;
-    EXPECT_EQ(::getsockopt(listener, SOL_SOCKET, SO_ACCEPTCONN, &accepting, &length), 0);
-    EXPECT_EQ(accepting, 1);
-    ::close(listener);
-    EXPECT_EQ(box.windows->CreateTcpListener("192.0.2.1", 1), -1); // an address of no interface here
 }

@@ -74,28 +74,34 @@ bool awaitFile(fs::path const& path, Condition condition)
     return VelmoraTest::DirectoryWatch(path.parent_path()).waitFor([&] { return condition(readLines(path)); });
 }
 
-inline long countOf(Lines const& lines, std::string const& line)
+// A JSON object of the given members, as the simulators' commands take them.
+inline Json::Value object(std::vector<std::pair<char const*, Json::Value>> const& members)
 {
-    return std::count(lines.begin(), lines.end(), line);
+    Json::Value value(Json::objectValue);
+    for (auto const& [key, member] : members)
+        value[key] = member;
+    return value;
 }
 
-inline bool contains(Lines const& lines, std::string const& line)
-{
-    return std::find(lines.begin(), lines.end(), line) != lines.end();
-}
+inline long countOf(Lines const& lines, std::string const& line) { return std::ranges::count(lines, line); }
+inline bool contains(Lines const& lines, std::string const& line) { return countOf(lines, line) > 0; }
 
-// Children of this process that have ended and not been reaped.
-inline int zombieChildren()
+// The children of `parent` that have ended and not been reaped (`zombies`), or those that still run.
+inline std::vector<pid_t> childrenOf(pid_t parent, bool zombies)
 {
-    int zombies = 0;
+    std::vector<pid_t> found;
     for (auto const& entry : fs::directory_iterator("/proc")) {
         std::ifstream stat(entry.path() / "stat");
-        std::string pid, name, state, parent;
-        if (stat >> pid >> name >> state >> parent && state == "Z" && parent == std::to_string(::getpid()))
-            ++zombies;
+        std::string pid, name, state, of;
+        if (stat >> pid >> name >> state >> of && of == std::to_string(parent) && (state == "Z") == zombies)
+            found.push_back(static_cast<pid_t>(std::stol(pid)));
     }
-    return zombies;
+    return found;
 }
+
+inline int zombieChildren() { return static_cast<int>(childrenOf(::getpid(), true).size()); }
+
+using Entry = Velmora::ApplicationManager::ApplicationMapEntry;
 
 // What the window manager tells its listeners, one line each:
 // "focus <old>><new>", "error <uid>:<text>", "layout <old>><new>".
@@ -127,10 +133,7 @@ public:
         return found;
     }
     // Waits until `line` has been told.
-    bool await(std::string const& line)
-    {
-        return waitFor([&] { return has(line); });
-    }
+    bool await(std::string const& line) { return waitFor([&] { return has(line); }); }
     void clear() { take(); }
 };
 
@@ -179,28 +182,21 @@ public:
         unregisterPeriodicCommand(&garbageCollectionCommand);
     }
     void onThread(std::function<void()> body) { Velmora::FunctionCommand::run(*this, std::move(body)); }
+    // What `read` gives on the manager's thread.
+    template <class Read>
+    auto fetch(Read read)
+    {
+        decltype(read()) value{};
+        onThread([&] { value = read(); });
+        return value;
+    }
     void collect()
     {
         onThread([this] { _garbageCollection(); });
     }
-    std::string master()
-    {
-        std::string uid;
-        onThread([&] { uid = masterUid; });
-        return uid;
-    }
-    std::size_t windowCount()
-    {
-        std::size_t count = 0;
-        onThread([&] { count = applications.size(); });
-        return count;
-    }
-    std::size_t pending()
-    {
-        std::size_t count = 0;
-        onThread([&] { count = pendingLaunches.size(); });
-        return count;
-    }
+    std::string master() { return fetch([this] { return masterUid; }); }
+    std::size_t windowCount() { return fetch([this] { return applications.size(); }); }
+    std::size_t pending() { return fetch([this] { return pendingLaunches.size(); }); }
     // The power states reported so far, in order; `reported` rises with each.
     Lines powerStates()
     {
@@ -210,12 +206,10 @@ public:
     VelmoraTest::Signal reported;
     std::string pidOf(std::string const& uid)
     {
-        std::string pid;
-        onThread([&] {
-            if (ApplicationMapEntry* entry = _getApplicationEntry(uid))
-                pid = entry->getPid();
+        return fetch([&] {
+            ApplicationMapEntry* entry = _getApplicationEntry(uid);
+            return entry ? entry->getPid() : std::string();
         });
-        return pid;
     }
 
 protected:
@@ -256,19 +250,19 @@ class WindowBox {
 public:
     // `options` follow the host's name, as on its command line.
     explicit WindowBox(std::vector<std::string> options = {"--velmora:masterType", "OTHER", "--velmora:masterURL", "home"})
-        : arguments(makeArguments(std::move(options)))
+        : arguments(std::move(options))
     {
+        arguments.insert(arguments.begin(), "velmora-server");
+        for (std::string& word : arguments)
+            argv.push_back(word.data());
         fs::create_directories(bin);
         fs::create_directories(etc);
         fs::create_directories(runtime);
         for (auto const& script : fs::directory_iterator(VELMORA_LAUNCH_SCRIPTS))
             fs::copy_file(script.path(), bin / script.path().filename());
         VelmoraTest::writeFile(etc / "DORICProtected.crt", VelmoraTest::toPem(VelmoraTest::TestPki::get().doricHolder.get()));
-        setenv("VELMORA_RUNTIME_DIR", runtime.c_str(), 1);
         oldPath = std::getenv("PATH") ? std::getenv("PATH") : "";
         setenv("PATH", (bin.string() + ":" + VELMORA_TEST_APP_DIR + ":" + VELMORA_SIM_DIR + ":" + oldPath).c_str(), 1);
-        setenv("VELMORA_SIM_LOG", (sandbox.root / "sim.log").c_str(), 1);
-        setenv("VELMORA_TEST_APP_KEYS", "1", 1);
         installProgram();
         host.init();
         services.init();
@@ -279,7 +273,6 @@ public:
         startSimulator("QEN");
         startSimulator("HUX");
         ::mkfifo(keys.c_str(), 0600);
-        setenv("VELMORA_INPUT_DEVICES", keys.c_str(), 1);
         input = Velmora::Singleton<Velmora::InputDriver>::getInstance<Velmora::MultiInputDriver>();
         input->enableIr();
         keyWriter = Velmora::FileDescriptor(::open(keys.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
@@ -289,7 +282,8 @@ public:
         windows->addListener(&journal);
         windows->init();
         windows->onBootComplete();
-        windows->master(); // waits for the start-up
+        master = windows->master(); // waits for the start-up
+        EXPECT_TRUE(master.empty() || journal.await("focus >" + master)) << "the master window never took the focus";
     }
     ~WindowBox()
     {
@@ -301,13 +295,8 @@ public:
         // next box reads its own FIFO.
         delete input;
         delete input;
-        unsetenv("VELMORA_INPUT_DEVICES");
         delete authorization; // getInstance() and the constructor each hold a reference
         delete authorization;
-        unsetenv("VELMORA_SIM_LOG");
-        unsetenv("VELMORA_TEST_APP_KEYS");
-        unsetenv("VELMORA_APP_PROGRAM");
-        unsetenv("VELMORA_RUNTIME_DIR");
         setenv("PATH", oldPath.c_str(), 1);
     }
 
@@ -319,6 +308,21 @@ public:
     {
         std::ofstream(sandbox.root / (url + ".env")) << behaviour << "\n";
         return windows->launch(IWindowManager::LaunchParameters("", type, url, "", {}, false, false));
+    }
+    // A launch of an OTHER window as launch() makes it, once the window has taken the focus.
+    std::string launchFocused(std::string const& url, std::string const& behaviour = "")
+    {
+        std::string const uid = launch(IWindowManager::APPLICATION_TYPE_OTHER, url, behaviour);
+        EXPECT_TRUE(!uid.empty() && journal.await("focus >" + uid)) << url << " never took the focus";
+        return uid;
+    }
+    // A window that the journal saw take the focus, other than those in `known`; empty if none does in time.
+    std::string awaitNewFocus(Lines const& known)
+    {
+        std::string const line = journal.awaitLine([&](std::string const& told) {
+            return told.rfind("focus ", 0) == 0 && told.back() != '>' && !contains(known, told.substr(told.find('>') + 1));
+        });
+        return line.empty() ? line : line.substr(line.find('>') + 1);
     }
     fs::path logOf(std::string const& url) const { return sandbox.root / (url + ".log"); }
     bool appLogged(std::string const& url, std::string const& line) const
@@ -335,11 +339,6 @@ public:
         Velmora::RPCClient client(1);
         client.connect(endpoint);
         return client.call("Sim." + command, params).ok;
-    }
-    // Waits until the simulators' shared log holds `line`.
-    bool simulatorLogged(std::string const& line)
-    {
-        return awaitFile(sandbox.root / "sim.log", [&](Lines const& lines) { return contains(lines, line); });
     }
     // Waits until the manager has taken `state` as the last power state reported.
     bool awaitPowerState(std::string const& state)
@@ -363,9 +362,7 @@ public:
         pid_t const process = static_cast<pid_t>(std::stol(up->substr(endpoint.size() + 4)));
         Velmora::FileDescriptor watch(static_cast<int>(::syscall(SYS_pidfd_open, process, 0)));
         ASSERT_TRUE(watch.valid());
-        Json::Value how(Json::objectValue);
-        how["how"] = "crash";
-        ASSERT_TRUE(inject(endpoint, "die", how));
+        ASSERT_TRUE(inject(endpoint, "die", object({{"how", "crash"}})));
         pollfd ended{watch.get(), POLLIN, 0};
         ASSERT_EQ(::poll(&ended, 1, 30000), 1);
     }
@@ -404,32 +401,27 @@ public:
     fs::path const bin = sandbox.root / "usr/local/bin";
     fs::path const etc = sandbox.root / "usr/local/etc/velmora";
     fs::path const runtime = sandbox.root / "run";
+    fs::path const keys = sandbox.root / "keys";
+    // The box's environment, which the programs it starts inherit.
+    ScopedEnvironment const runtimeDirectory{"VELMORA_RUNTIME_DIR", runtime.string()};
+    ScopedEnvironment const simulatorLog{"VELMORA_SIM_LOG", (sandbox.root / "sim.log").string()};
+    ScopedEnvironment const appKeys{"VELMORA_TEST_APP_KEYS", "1"};
+    ScopedEnvironment const inputDevices{"VELMORA_INPUT_DEVICES", keys.string()};
+    ScopedEnvironment const appProgram{"VELMORA_APP_PROGRAM", (sandbox.root / "test-program").string()};
     std::string oldPath;
     std::vector<std::string> arguments;
-    std::vector<char*> argv = pointers(arguments);
+    std::vector<char*> argv;
     Velmora::RPCServer host{"Host"};
     PatientFactory factory;
     Services services{&factory};
     Velmora::AuthorizationAttributesManager* authorization = nullptr;
-    fs::path const keys = sandbox.root / "keys";
     Velmora::InputDriver* input = nullptr;
     Velmora::FileDescriptor keyWriter;
     Journal journal;
     std::unique_ptr<Windows> windows;
+    std::string master; // the master window's uid, which has had the focus; empty without one
 
 private:
-    static std::vector<std::string> makeArguments(std::vector<std::string> options)
-    {
-        options.insert(options.begin(), "velmora-server");
-        return options;
-    }
-    static std::vector<char*> pointers(std::vector<std::string>& words)
-    {
-        std::vector<char*> result;
-        for (std::string& word : words)
-            result.push_back(word.data());
-        return result;
-    }
     // What the launch scripts start: the test program, told its log and
     // behaviour by the window's URL (up to any query).
     void installProgram()
@@ -443,7 +435,6 @@ private:
                                << "/$url.env\"\n"
                                << "exec velmora-test-app\n";
         fs::permissions(program, fs::perms::owner_all);
-        setenv("VELMORA_APP_PROGRAM", program.c_str(), 1);
     }
 };
 

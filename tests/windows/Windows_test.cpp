@@ -1,9 +1,12 @@
 // Windows over real processes: a launch from its authorization to its focus
 // and back to the master window, the eviction of the oldest window with the
 // one waiting launch, the focus rules, the master window's command line, the
-// choice of script, and launches and terminations from several threads at once.
+// choice of script, launches and terminations from several threads at once,
+// programs that never report, windows that can't start or die while focused,
+// and a holder certificate that is missing.
 #include "WindowBox.h"
 
+#include "FdCount.h"
 #include "ReturnCodeOf.h"
 
 #include <algorithm>
@@ -11,18 +14,11 @@
 using namespace Velmora;
 using namespace WindowTest;
 
-namespace {
-
-using Entry = ApplicationManager::ApplicationMapEntry;
-
-} // namespace
-
-TEST(Windows, ALaunchIsAuthorizedFocusedAndEndsBackOnTheMasterWindow)
+TEST(Windows, ALaunchIsAuthorizedFocusedAndEndsBackOnTheMasterWindowAndAFullTableEvictsTheOldest)
 {
     WindowBox box;
-    std::string const master = box.windows->master();
+    std::string const master = box.master;
     ASSERT_FALSE(master.empty());
-    ASSERT_TRUE(box.journal.await("focus >" + master));
     IWindowManager::LaunchParameters const home = box.windows->getLaunchParameters(master);
     EXPECT_EQ(home.getAuthorizationToken(), master);
     EXPECT_EQ(home.getApplicationURL(), "home?sessionIndex=0");
@@ -32,9 +28,7 @@ TEST(Windows, ALaunchIsAuthorizedFocusedAndEndsBackOnTheMasterWindow)
     EXPECT_TRUE(box.appLogged("service", "IServiceManager.authorizationTokenCreation " + master));
 
     box.journal.clear();
-    std::string const app = box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "app");
-    ASSERT_FALSE(app.empty());
-    ASSERT_TRUE(box.journal.await("focus >" + app));
+    std::string const app = box.launchFocused("app");
     // The focus left the master window at the launch, and came to the new one when it ran.
     EXPECT_EQ(box.journal.all(), (Lines{"focus " + master + ">", "focus >" + app}));
     EXPECT_TRUE(box.appLogged("home", "visible 0"));
@@ -62,10 +56,6 @@ TEST(Windows, ALaunchIsAuthorizedFocusedAndEndsBackOnTheMasterWindow)
                                         "layout INVALID>INVALID"}));
     EXPECT_TRUE(box.appLogged("app", "focus 0"));
     EXPECT_EQ(readLines(box.logOf("app")).back(), "focus 1");
-    // The manager's own compositing does nothing: windows draw themselves.
-    box.windows->setZOrder(app, 3);
-    EXPECT_EQ(box.windows->getZOrder(app), 0u);
-    EXPECT_FALSE(box.windows->getVisibility(app));
 
     // The window ends: no blur goes to it, and the master window comes back.
     box.journal.clear();
@@ -83,17 +73,10 @@ TEST(Windows, ALaunchIsAuthorizedFocusedAndEndsBackOnTheMasterWindow)
     EXPECT_EQ(box.windows->windowCount(), 1u);
     EXPECT_FALSE(contains(readLines(box.logOf("home")), "terminate"));
     EXPECT_EQ(zombieChildren(), 0);
-}
 
-TEST(Windows, AFullTableEvictsTheOldestAndStartsOnlyTheLatestWaitingLaunch)
-{
-    WindowBox box; // the master window and one application fill it
-    std::string const master = box.windows->master();
-    ASSERT_TRUE(box.journal.await("focus >" + master));
-    std::string const stubborn =
-        box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "stubborn", "export VELMORA_TEST_APP_ON_TERMINATE=ignore");
-    ASSERT_TRUE(box.journal.await("focus >" + stubborn));
-
+    // The master window and one application fill the table: the oldest
+    // window is evicted, and only the latest waiting launch starts.
+    box.launchFocused("stubborn", "export VELMORA_TEST_APP_ON_TERMINATE=ignore");
     EXPECT_EQ(box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "second"), "");
     EXPECT_EQ(box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "third"), "");
     EXPECT_EQ(box.windows->pending(), 1u);
@@ -106,11 +89,13 @@ TEST(Windows, AFullTableEvictsTheOldestAndStartsOnlyTheLatestWaitingLaunch)
     EXPECT_FALSE(fs::exists(box.logOf("second")));
     EXPECT_EQ(box.windows->pending(), 0u);
     EXPECT_EQ(box.windows->windowCount(), 2u);
-    EXPECT_EQ(box.windows->master(), master);
+    EXPECT_EQ(box.windows->master(), box.master);
     EXPECT_EQ(zombieChildren(), 0);
 }
 
-TEST(Windows, ConcurrentLaunchesAndTerminationsSettle)
+// The collection's work: it settles launches and terminations made from
+// several threads at once, and collects programs that never report, one a pass.
+TEST(Windows, ConcurrentLaunchesSettleAndProgramsThatNeverReportAreCollectedOneAPass)
 {
     WindowBox box(NO_MASTER);
     std::vector<std::thread> threads;
@@ -133,6 +118,20 @@ TEST(Windows, ConcurrentLaunchesAndTerminationsSettle)
         return box.windows->windowCount() == 0 && box.windows->pending() == 0;
     }));
     EXPECT_EQ(zombieChildren(), 0);
+
+    char const* const quiet = "export VELMORA_TEST_APP_SILENT=1";
+    std::string const silent = box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "silent", quiet);
+    std::string const mute = box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "mute", quiet);
+    ASSERT_TRUE(box.appLogged("silent", "registered " + silent));
+    ASSERT_TRUE(box.appLogged("mute", "registered " + mute));
+    EXPECT_TRUE(box.windows->getWindowList().empty()); // neither has reported a state
+    EXPECT_EQ(box.windows->windowCount(), 2u);
+    // One pass collects the first; the walk then goes on from the second entry.
+    box.collectAfter(Entry::INITIAL_TIMEOUT_DELAY + 1);
+    EXPECT_EQ(box.windows->windowCount(), 1u);
+    box.windows->collect();
+    EXPECT_EQ(box.windows->windowCount(), 0u);
+    EXPECT_EQ(zombieChildren(), 0);
 }
 
 TEST(WindowRecords, TheMasterWindowsCommandLineAndEachTypesScript)
@@ -146,19 +145,57 @@ TEST(WindowRecords, TheMasterWindowsCommandLineAndEachTypesScript)
     HWPApplicationFactory factory;
     Windows windows(0, &factory, 0, nullptr);
     windows.init();
+    // Types without a script, and those whose script the failures test takes away, show their choice there.
     auto const script = [&](char const* type) {
         return windows.getExecutableName(IWindowManager::LaunchParameters("", type, "", "", {}, false, false));
     };
     EXPECT_EQ(script(IWindowManager::APPLICATION_TYPE_WEBPAGE), "start_webkit.sh");
     EXPECT_EQ(script(IWindowManager::APPLICATION_TYPE_WEBGLAPP), "start_webkitGl.sh");
     EXPECT_EQ(script(IWindowManager::APPLICATION_TYPE_AIRGL), "start_air3.x.sh");
-    EXPECT_EQ(script(IWindowManager::APPLICATION_TYPE_WFDPLAYER), "start_wfd_player.sh");
     EXPECT_EQ(script(IWindowManager::APPLICATION_TYPE_OTHER), "start_other.sh");
-    EXPECT_EQ(script(IWindowManager::APPLICATION_TYPE_ANDROID), "");
-    EXPECT_EQ(script(IWindowManager::APPLICATION_TYPE_INVALID), "");
     {
         ScopedEnvironment newWebkit("VELMORA_USE_NEW_WEBKIT", "");
         EXPECT_EQ(script(IWindowManager::APPLICATION_TYPE_WEBBROWSER), "start_webkitGl.sh");
     }
-    EXPECT_EQ(windows.getLocation("any").dimensions.width, 0u);
+}
+
+TEST(WindowFailures, LaunchesThatCannotStartOrDieWhileFocusedLeaveNothingBehind)
+{
+    WindowBox box;
+    std::string const master = box.master;
+    std::filesystem::remove(box.bin / "start_air3.x.sh");
+    std::filesystem::permissions(box.bin / "start_wfd_player.sh", std::filesystem::perms::owner_read);
+    int const descriptors = openDescriptorCount();
+    box.journal.clear();
+    Lines expected;
+    for (char const* type : {"BOGUS", IWindowManager::APPLICATION_TYPE_ANDROID, IWindowManager::APPLICATION_TYPE_INVALID,
+                             IWindowManager::APPLICATION_TYPE_AIR, IWindowManager::APPLICATION_TYPE_WFDPLAYER}) {
+        EXPECT_EQ(box.launch(type, "broken"), "") << type;
+        expected.push_back(std::string("error :") + type + " not supported by Velmora build");
+    }
+    // Each failure tells the focused window with the synthetic key; the focus stays.
+    EXPECT_EQ(box.journal.all(), expected);
+    EXPECT_TRUE(awaitFile(box.logOf("home"), [](Lines const& home) {
+        return std::count(home.begin(), home.end(), "event") == 5;
+    }));
+    EXPECT_EQ(openDescriptorCount(), descriptors);
+    EXPECT_EQ(zombieChildren(), 0);
+    EXPECT_EQ(box.windows->windowCount(), 1u);
+
+    // A window killed while focused: its end is noticed at once, with no
+    // collection; the focus empties and the master window takes it.
+    std::string const doomed = box.launchFocused("doomed");
+    box.journal.clear();
+    ::kill(std::stoi(box.windows->pidOf(doomed)), SIGKILL);
+    EXPECT_TRUE(box.journal.await("focus >" + master));
+    EXPECT_EQ(box.windows->windowCount(), 1u);
+    EXPECT_TRUE(contains(box.simulatorRecord("QEN"), "releaseClient " + doomed));
+    EXPECT_EQ(zombieChildren(), 0);
+
+    // Without a holder certificate the window starts without a token: its pid is its uid.
+    std::filesystem::remove(box.etc / "DORICProtected.crt");
+    std::string const plain = box.launchFocused("plain");
+    ASSERT_FALSE(plain.empty());
+    EXPECT_EQ(box.windows->pidOf(plain), plain);
+    EXPECT_EQ(box.windows->getLaunchParameters(plain).getAuthorizationToken(), "");
 }
