@@ -59,7 +59,19 @@ TEST_F(VelmoractlTest, PrintsResultsAndFailuresWithTheirExitStatus)
             EXPECT_EQ(text, output.text) << arguments;
     }
 
-    EXPECT_EQ(0, world.ctl("terminate " + uid).status);
+    // At the window limit a launch is put off until the oldest window has
+    // ended: the uid printed is the one of the window that then starts. A type
+    // without a launch script fails, put off or not.
+    ASSERT_EQ(0, world.ctl("launch OTHER second").status);
+    BusTest::Output const third = world.ctl("launch OTHER third");
+    ASSERT_EQ(0, third.status) << third.text;
+    EXPECT_NE(std::string::npos, world.ctl("params " + third.text).text.find("\"applicationURL\" : \"third\""));
+    BusTest::Output const unknown = world.ctl("launch NOTYPE fourth");
+    EXPECT_EQ(1, unknown.status);
+    EXPECT_NE(std::string::npos, unknown.text.find("velmoractl: the launch failed: ")) << unknown.text;
+    EXPECT_TRUE(BusTest::waitFor([&] { return world.ctl("windows").text == third.text; }));
+
+    EXPECT_EQ(0, world.ctl("terminate " + third.text).status);
     EXPECT_TRUE(BusTest::waitFor([&] { return world.ctl("windows").text == "\n"; }));
 }
 

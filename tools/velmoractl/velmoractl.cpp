@@ -237,6 +237,42 @@ int packageRequest(RPCClient& client, Events& events, Options const& options, st
     return result == 0 ? 0 : CALL_FAILED;
 }
 
+// Launches and prints the new window's uid. A launch put off until the oldest
+// window has ended answers "" at once: its uid comes later, with the journal's
+// "started" entry of the put-off launch, and its failure with "launch-failed"
+// (which an immediate failure also writes).
+int launchWindow(RPCClient& client, Events& events, Options const& options, Json::Value const& params)
+{
+    Json::Value subscription;
+    subscription["events"].append("ILifecycleJournal::onEntry");
+    client.callOrThrow("RPC.subscribe", subscription);
+    RPCConnection::Reply const reply = client.call("IWindowManager.launch", params);
+    if (!reply.ok || !reply.result.isString() || !reply.result.asString().empty())
+        return report(options, "IWindowManager.launch", reply);
+    unsigned int const waitSeconds = 60;
+    auto const outcome = events.await(
+        [&](std::string const& name, Json::Value const& entry) {
+            std::string const kind = entry["kind"].asString();
+            return name == "ILifecycleJournal::onEntry" && entry["session"].asInt() == params["proxy"].asInt() &&
+                   entry["applicationType"] == params["applicationType"] &&
+                   (kind == "launch-failed" ||
+                    (kind == "started" && entry["reason"].asString().starts_with("requested by the put-off launch")));
+        },
+        std::chrono::seconds(waitSeconds));
+    if (!outcome) {
+        std::fprintf(stderr, "velmoractl: the launch was put off until the oldest window ends, and none started "
+                             "within %u s (velmoractl journal tells why)\n", waitSeconds);
+        return CALL_FAILED;
+    }
+    if ((*outcome)["kind"] == "launch-failed") {
+        std::fprintf(stderr, "velmoractl: the launch failed: %s\n", (*outcome)["cause"].asCString());
+        return CALL_FAILED;
+    }
+    RPCConnection::Reply started = reply;
+    started.result = (*outcome)["uid"];
+    return report(options, "IWindowManager.launch", started);
+}
+
 // What `journal` asks for: the query's filters and whether to follow new entries.
 struct JournalRequest {
     Json::Value query{Json::objectValue};
@@ -420,7 +456,7 @@ int main(int argc, char** argv)
     unsigned int timeout = 600;
 
     CLI::App* launch = simple("launch", "Launch an application; prints its uid", "IWindowManager.launch");
-    launch->add_option("type", type, "Application type (WEB_APPLICATION, AIR_APPLICATION, OTHER, ...)")->required();
+    launch->add_option("type", type, "Application type: WEBAPP, WEBPAGE, WEBBROWSER, WEBGLAPP, AIR, AIRGL, OTHER, WFDPLAYER, ANDROID")->required();
     launch->add_option("url", url, "Application URL")->required();
     launch->add_option("--parameters", launchParameters, "Application parameters text");
     launch->add_option("--session", session, "Display session")->capture_default_str();
@@ -429,6 +465,7 @@ int main(int argc, char** argv)
         params["applicationType"] = type;
         params["applicationURL"] = url;
         params["applicationParameters"] = launchParameters;
+        action = [&](RPCClient& client, Events& events) { return launchWindow(client, events, options, params); };
     });
 
     CLI::App* windows = simple("windows", "List the uids of a session's windows", "IWindowManager.getWindowList");
