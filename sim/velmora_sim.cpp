@@ -13,12 +13,35 @@
 
 using namespace Velmora;
 
+namespace {
+
+// The usage on `out`, with the commands that the box's services take;
+// `status` is the exit status that goes with it.
+int usage(FILE* out, int status)
+{
+    std::fprintf(out,
+                 "usage: velmora-sim ENDPOINT COMMAND [JSON]\n"
+                 "Sends Sim.COMMAND with the JSON object (default {}) to a simulated platform service and\n"
+                 "prints its answer (ok, or the JSON). The services' endpoints are found in VELMORA_RUNTIME_DIR,\n"
+                 "which eval \"$(scripts/demo --env)\" sets.\n"
+                 "  QEN speak '{\"transcript\": \"search cats\"}'            voice: what the box heard\n"
+                 "  QEN connectPeer '{\"ipAddress\": \"192.168.49.2\", \"miraCast\": true, \"rtspPort\": 7236}'\n"
+                 "                                                      a Wi-Fi Display peer connects\n"
+                 "  QEN renderer {\"event\", \"text\"}, attach {\"result\", \"services\"}, animationFinished {\"uid\"}\n"
+                 "  HUX powerStateChange {\"state\"}, powerChangeRequest {\"state\"}, wakeUp {\"reason\"}\n"
+                 "  any service: emit {\"event\", \"params\"}, die {\"how\": \"crash\" | \"exit\" | \"terminate\"}, record\n"
+                 "Exit status: 0 done, 1 the call failed, 2 bad usage or no such service.\n");
+    return status;
+}
+
+} // namespace
+
 int main(int argc, char** argv)
 {
-    if (argc < 3 || argc > 4) {
-        std::fprintf(stderr, "usage: velmora-sim ENDPOINT COMMAND [JSON]\n");
-        return 2;
-    }
+    if (argc == 2 && (std::string(argv[1]) == "--help" || std::string(argv[1]) == "-h"))
+        return usage(stdout, 0);
+    if (argc < 3 || argc > 4)
+        return usage(stderr, 2);
     Json::Value params(Json::objectValue);
     if (argc == 4) {
         params = IRPC::parse(argv[3]);
@@ -39,6 +62,6 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "velmora-sim: %s\n", reply.message.c_str());
         return 1;
     }
-    std::printf("%s\n", IRPC::write(reply.result).c_str());
+    std::printf("%s\n", reply.result.isNull() ? "ok" : IRPC::write(reply.result).c_str());
     return 0;
 }
