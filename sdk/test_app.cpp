@@ -8,8 +8,8 @@
 //   VELMORA_TEST_APP_KEYS=1       the log also gets "key <code> <0|1>" after the "event" of a key
 // In a demo box (VELMORA_BOX_RUN set) it is the native demo program: it keeps
 // $VELMORA_BOX_RUN/cards/<uid>.json, {"name", "state", "lastKey"}, up to date
-// for the screen page, with the name VELMORA_DEMO_APP_NAME, and removes it at
-// the end.
+// for the screen page, with the name VELMORA_DEMO_APP_NAME, removes it at the
+// end, and ends on the Back key.
 #include "AppConnection.h"
 #include "KeyNames.h"
 #include "frame/Exception.h"
@@ -77,6 +77,8 @@ public:
             path = folder / (uid + ".json");
         write();
     }
+    // A card is kept only in a demo box (VELMORA_BOX_RUN set).
+    bool inBox() const { return !folder.empty(); }
     void setState(std::string const& value) { change(state, value); }
     // A box code: 1 power, 30 home, 34 menu; 256 plus a Linux code for the rest.
     void setKey(unsigned int code)
@@ -149,10 +151,17 @@ int main()
     app.onFocus([](bool focus) { logLine(std::string("focus ") + (focus ? "1" : "0")); });
     app.onVisibility([](bool visible) { logLine(std::string("visible ") + (visible ? "1" : "0")); });
     bool const logKeys = environment("VELMORA_TEST_APP_KEYS") == "1";
-    app.onEvent([logKeys, &card](Json::Value const& event) {
+    // In a box the program leaves on Back, as the box's pages do.
+    unsigned int const back = 256 + *KeyNames::linuxCode("Back");
+    app.onEvent([logKeys, back, &card, &app](Json::Value const& event) {
         logLine("event");
-        if (event.isMember("code") && event["pressed"].asBool())
+        if (event.isMember("code") && event["pressed"].asBool()) {
             card.setKey(event["code"].asUInt());
+            if (card.inBox() && event["code"].asUInt() == back) {
+                app.reportState("TERMINATED");
+                requestExit();
+            }
+        }
         if (logKeys && event.isMember("code"))
             logLine("key " + std::to_string(event["code"].asUInt()) + (event["pressed"].asBool() ? " 1" : " 0"));
         return true;

@@ -311,6 +311,9 @@ async function android() {
   const shown = await screen.waitFor('the Android application',
     (s) => top(s)?.type === 'ANDROID' && top(s).focused && top(s).state === 'RUNNING');
   await screenshot('android-on-slave', shown, top(shown).name);
+  // Back leaves a native program as it leaves a page: the home screen comes back.
+  await press('Back');
+  await screen.waitFor('the home screen after Back', (s) => onTop('Home')(s) && !s.windows.some((w) => w.type === 'ANDROID'));
 }
 
 async function stop() {
