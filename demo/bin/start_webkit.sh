@@ -6,7 +6,8 @@
 # "file:///usr/local/html_root/..." URL is mapped into the sysroot
 # ($VELMORA_ROOT); the page learns its uid and the server's WebSocket address
 # from the fragment "#uid=<uid>&ws=ws://127.0.0.1:<VELMORA_BOX_PORT>/".
-# The browser gets a fresh profile under $VELMORA_BOX_RUN/chromium/<uid>,
+# The browser gets a fresh profile under $VELMORA_BOX_RUN/chromium/<uid>
+# (its XDG config and cache folders too: nothing goes to the home folder),
 # runs headless without $DISPLAY, and its DevTools address is written to
 # $VELMORA_BOX_RUN/devtools/<uid> while it runs.
 #
@@ -101,7 +102,8 @@ trap finish EXIT
 events=$VELMORA_BOX_RUN/chromium/$uid.events
 rm -f "$events"
 mkfifo "$events"
-setpriv --pdeathsig KILL -- "${VELMORA_CHROMIUM:-/usr/bin/chromium}" "${flags[@]}" 2>"$events" &
+XDG_CONFIG_HOME=$profile XDG_CACHE_HOME=$profile \
+  setpriv --pdeathsig KILL -- "${VELMORA_CHROMIUM:-/usr/bin/chromium}" "${flags[@]}" 2>"$events" &
 browser=$!
 exec 3<"$events"
 rm -f "$events"
