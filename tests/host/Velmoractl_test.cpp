@@ -43,7 +43,10 @@ TEST_F(VelmoractlTest, PrintsResultsAndFailuresWithTheirExitStatus)
         {"windows --session 3", 1, "...invalid proxy"},
         {"state 999999", 1, "velmoractl: IApplicationManager.getState failed: invalid interface (-32000)\n"},
         {"--json focus 999999", 1, "{\"error\":{\"code\":-32000,\"message\":\"invalid uid\"}}\n"},
-        {"install /nowhere.rpm --timeout 60", 1, "velmoractl: install failed: Generic failure (7)\n"},
+        {"install /nowhere.rpm --timeout 60", 1,
+         "velmoractl: install failed: Generic failure (7): /nowhere.rpm is not in the box's repository "
+         "(velmoractl packages --manifest)\n"},
+        {"remove nothing --timeout 60", 1, "...: nothing is not installed\n"},
         {"call INone.method", 1, "...Method not found"},
         {"call RPC.ping 'not json'", 2, "...must be a JSON object"},
         {"state", 2, "...uid is required"},

@@ -199,8 +199,32 @@ int watch(RPCClient& client, std::vector<std::string> const& names)
     return signal == SIGUSR1 ? CALL_FAILED : 0;
 }
 
+// What makes an install or remove of `packages` fail that the server knows:
+// a package already installed or not offered, or one not installed; "" when
+// none of these stands out.
+std::string likelyCause(RPCClient& client, std::string const& action, std::vector<std::string> const& packages)
+{
+    // The record of an unknown package: an empty name (installed) or path (offered).
+    auto const known = [&](char const* method, char const* member, std::string const& name) {
+        Json::Value params;
+        params["package"] = name;
+        RPCConnection::Reply const reply = client.call(method, params);
+        return reply.ok && !reply.result[member].asString().empty();
+    };
+    for (std::string const& name : packages) {
+        bool const installed = known("IPackageManager.getPackageInfo", "name", name);
+        if (action == "remove" && !installed)
+            return name + " is not installed";
+        if (action == "install" && installed)
+            return name + " is installed already";
+        if (action == "install" && !known("IPackageManager.getManifestPackageInfo", "path", name))
+            return name + " is not in the box's repository (velmoractl packages --manifest)";
+    }
+    return "";
+}
+
 // packageInstall or packageRemove, then the wait for its onRequestEnd; fails
-// with the request's result.
+// with the request's result, and names a likely cause.
 int packageRequest(RPCClient& client, Events& events, Options const& options, std::string const& method,
                    std::string const& action, std::vector<std::string> const& packages, bool force,
                    unsigned int timeoutSeconds)
@@ -231,6 +255,9 @@ int packageRequest(RPCClient& client, Events& events, Options const& options, st
         std::printf("%s\n", IRPC::write(*end).c_str());
     else if (result == 0)
         std::printf("ok\n");
+    else if (std::string const cause = likelyCause(client, action, packages); !cause.empty())
+        std::fprintf(stderr, "velmoractl: %s failed: %s (%d): %s\n", action.c_str(),
+                     Exception(static_cast<ReturnCode>(result)).what(), result, cause.c_str());
     else
         std::fprintf(stderr, "velmoractl: %s failed: %s (%d)\n", action.c_str(),
                      Exception(static_cast<ReturnCode>(result)).what(), result);
@@ -526,13 +553,13 @@ int main(int argc, char** argv)
         params["package"] = package;
     });
 
-    for (auto [name, help, remote, verb] :
+    for (auto [name, help, remote, verb, packagesHelp] :
          {std::tuple{"install", "Install packages and wait for the end of the request", "IPackageInstaller.packageInstall",
-                     "install"},
+                     "install", "Names of packages that the repository offers (velmoractl packages --manifest)"},
           std::tuple{"remove", "Remove packages and wait for the end of the request", "IPackageInstaller.packageRemove",
-                     "remove"}}) {
+                     "remove", "Names of installed packages"}}) {
         CLI::App* command = app.add_subcommand(name, help);
-        command->add_option("packages", names, "Package files (install) or names (remove)")->required();
+        command->add_option("packages", names, packagesHelp)->required();
         command->add_flag("--force", force, "Ignore dependencies");
         command->add_option("--timeout", timeout, "Seconds to wait for the end of the request")->capture_default_str();
         command->callback([&, remote = std::string(remote), verb = std::string(verb)] {
