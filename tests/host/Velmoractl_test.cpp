@@ -47,6 +47,7 @@ TEST_F(VelmoractlTest, PrintsResultsAndFailuresWithTheirExitStatus)
          "velmoractl: install failed: Generic failure (7): /nowhere.rpm is not in the box's repository "
          "(velmoractl packages --manifest)\n"},
         {"remove nothing --timeout 60", 1, "...: nothing is not installed\n"},
+        {"package nothing", 1, "velmoractl: nothing is not installed\n"},
         {"call INone.method", 1, "...Method not found"},
         {"call RPC.ping 'not json'", 2, "...must be a JSON object"},
         {"state", 2, "...uid is required"},

@@ -199,28 +199,52 @@ int watch(RPCClient& client, std::vector<std::string> const& names)
     return signal == SIGUSR1 ? CALL_FAILED : 0;
 }
 
+char const* const MANIFEST_RECORD = "IPackageManager.getManifestPackageInfo";
+char const* const NOT_OFFERED = " is not in the box's repository (velmoractl packages --manifest)";
+
+// Whether a package record names a package: the server answers an empty record
+// (an empty name, or for the repository's record an empty path) for one it
+// does not know.
+bool knownPackage(std::string const& method, Json::Value const& record)
+{
+    return !record[method == MANIFEST_RECORD ? "path" : "name"].asString().empty();
+}
+
+bool knownPackage(RPCClient& client, std::string const& method, std::string const& name)
+{
+    Json::Value params;
+    params["package"] = name;
+    RPCConnection::Reply const reply = client.call(method, params);
+    return reply.ok && knownPackage(method, reply.result);
+}
+
 // What makes an install or remove of `packages` fail that the server knows:
 // a package already installed or not offered, or one not installed; "" when
 // none of these stands out.
 std::string likelyCause(RPCClient& client, std::string const& action, std::vector<std::string> const& packages)
 {
-    // The record of an unknown package: an empty name (installed) or path (offered).
-    auto const known = [&](char const* method, char const* member, std::string const& name) {
-        Json::Value params;
-        params["package"] = name;
-        RPCConnection::Reply const reply = client.call(method, params);
-        return reply.ok && !reply.result[member].asString().empty();
-    };
     for (std::string const& name : packages) {
-        bool const installed = known("IPackageManager.getPackageInfo", "name", name);
+        bool const installed = knownPackage(client, "IPackageManager.getPackageInfo", name);
         if (action == "remove" && !installed)
             return name + " is not installed";
         if (action == "install" && installed)
             return name + " is installed already";
-        if (action == "install" && !known("IPackageManager.getManifestPackageInfo", "path", name))
-            return name + " is not in the box's repository (velmoractl packages --manifest)";
+        if (action == "install" && !knownPackage(client, MANIFEST_RECORD, name))
+            return name + NOT_OFFERED;
     }
     return "";
+}
+
+// package: the record; an unknown package, whose record is empty, fails
+// (with --json the raw record comes as it is).
+int packageRecord(RPCClient& client, Options const& options, std::string const& method, Json::Value const& params)
+{
+    RPCConnection::Reply const reply = client.call(method, params);
+    if (!reply.ok || options.json || knownPackage(method, reply.result))
+        return report(options, method, reply);
+    std::fprintf(stderr, "velmoractl: %s%s\n", params["package"].asCString(),
+                 method == MANIFEST_RECORD ? NOT_OFFERED : " is not installed");
+    return CALL_FAILED;
 }
 
 // packageInstall or packageRemove, then the wait for its onRequestEnd; fails
@@ -548,9 +572,10 @@ int main(int argc, char** argv)
     packageCommand->add_flag("--manifest", manifest, "The repository's record")->excludes(packageExtended);
     packageCommand->final_callback([&] {
         method = extended ? "IPackageManager.getExtendedPackageInfo"
-                 : manifest ? "IPackageManager.getManifestPackageInfo"
+                 : manifest ? MANIFEST_RECORD
                             : "IPackageManager.getPackageInfo";
         params["package"] = package;
+        action = [&](RPCClient& client, Events&) { return packageRecord(client, options, method, params); };
     });
 
     for (auto [name, help, remote, verb, packagesHelp] :
