@@ -151,13 +151,18 @@ int main()
     app.onFocus([](bool focus) { logLine(std::string("focus ") + (focus ? "1" : "0")); });
     app.onVisibility([](bool visible) { logLine(std::string("visible ") + (visible ? "1" : "0")); });
     bool const logKeys = environment("VELMORA_TEST_APP_KEYS") == "1";
-    // In a box the program leaves on Back, as the box's pages do.
+    // In a box the program leaves on Back, as the box's pages do, unless it is
+    // the master window (whose URL names its session), which stays as the home
+    // screen does.
     unsigned int const back = 256 + *KeyNames::linuxCode("Back");
-    app.onEvent([logKeys, back, &card, &app](Json::Value const& event) {
+    Json::Value const launch = IRPC::parse(environment("VELMORA_APP_PARAMETERS"));
+    bool const master = launch.isObject() && launch["applicationURL"].isString() &&
+                        launch["applicationURL"].asString().find("sessionIndex=") != std::string::npos;
+    app.onEvent([logKeys, back, master, &card, &app](Json::Value const& event) {
         logLine("event");
         if (event.isMember("code") && event["pressed"].asBool()) {
             card.setKey(event["code"].asUInt());
-            if (card.inBox() && event["code"].asUInt() == back) {
+            if (card.inBox() && !master && event["code"].asUInt() == back) {
                 app.reportState("TERMINATED");
                 requestExit();
             }
