@@ -42,7 +42,7 @@ TEST_F(VelmoractlTest, PrintsResultsAndFailuresWithTheirExitStatus)
         {"params " + uid, 0, "...\"applicationURL\" : \"first\""},
         {"windows --session 3", 1, "...invalid proxy"},
         {"state 999999", 1, "velmoractl: IApplicationManager.getState failed: invalid interface (-32000)\n"},
-        {"--json focus 999999", 1, "{\"error\":{\"code\":-32000,\"message\":\"invalid uid\"}}\n"},
+        {"focus 999999 --json", 1, "{\"error\":{\"code\":-32000,\"message\":\"invalid uid\"}}\n"},
         {"install /nowhere.rpm --timeout 60", 1,
          "velmoractl: install failed: Generic failure (7): /nowhere.rpm is not in the box's repository "
          "(velmoractl packages --manifest)\n"},
@@ -52,7 +52,7 @@ TEST_F(VelmoractlTest, PrintsResultsAndFailuresWithTheirExitStatus)
         {"call RPC.ping 'not json'", 2, "...must be a JSON object"},
         {"state", 2, "...uid is required"},
         {"launch --help", 0, "...--session"},
-        {"--endpoint nobody services", 2, "velmoractl: cannot reach endpoint nobody: Generic failure\n"},
+        {"--endpoint nobody services", 2, "...: cannot reach endpoint nobody in "},
     };
     for (auto const& [arguments, status, text] : cases) {
         BusTest::Output const output = world.ctl(arguments);

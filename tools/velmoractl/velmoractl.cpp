@@ -12,6 +12,7 @@
 #include "frame/Exception.h"
 #include "interfaces/IRPC.h"
 #include "rpc/RPCClient.h"
+#include "rpc/RuntimeDirectory.h"
 
 #include <CLI/CLI.hpp>
 
@@ -488,6 +489,8 @@ int main(int argc, char** argv)
     app.add_option("--endpoint", options.endpoint, "Server endpoint name")->capture_default_str();
     app.add_flag("--json", options.json, "Print raw JSON replies and notifications");
     app.require_subcommand(1);
+    // --json and --endpoint may come after the subcommand too.
+    app.fallthrough();
 
     // What the chosen subcommand asks: a method and its parameters, or an action of its own.
     std::string method;
@@ -686,7 +689,10 @@ int main(int argc, char** argv)
     try {
         client.connect(options.endpoint);
     } catch (Exception const& e) {
-        std::fprintf(stderr, "velmoractl: cannot reach endpoint %s: %s\n", options.endpoint.c_str(), e.what());
+        std::fprintf(stderr,
+                     "velmoractl: cannot reach endpoint %s in %s: is the server up? (the demo's box: "
+                     "eval \"$(scripts/demo --env)\" first)\n",
+                     options.endpoint.c_str(), RuntimeDirectory::path().c_str());
         return BAD_USAGE;
     }
     try {
