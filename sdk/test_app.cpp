@@ -153,22 +153,23 @@ int main()
     bool const logKeys = environment("VELMORA_TEST_APP_KEYS") == "1";
     // In a box the program leaves on Back, as the box's pages do, unless it is
     // the master window (whose URL names its session), which stays as the home
-    // screen does.
+    // screen does. It leaves on the key's release: no event of it comes later.
     unsigned int const back = 256 + *KeyNames::linuxCode("Back");
     Json::Value const launch = IRPC::parse(environment("VELMORA_APP_PARAMETERS"));
     bool const master = launch.isObject() && launch["applicationURL"].isString() &&
                         launch["applicationURL"].asString().find("sessionIndex=") != std::string::npos;
-    app.onEvent([logKeys, back, master, &card, &app](Json::Value const& event) {
+    bool const leavesOnBack = card.inBox() && !master;
+    app.onEvent([logKeys, back, leavesOnBack, &card, &app](Json::Value const& event) {
         logLine("event");
-        if (event.isMember("code") && event["pressed"].asBool()) {
+        bool const pressed = event["pressed"].asBool();
+        if (event.isMember("code") && pressed)
             card.setKey(event["code"].asUInt());
-            if (card.inBox() && !master && event["code"].asUInt() == back) {
-                app.reportState("TERMINATED");
-                requestExit();
-            }
-        }
         if (logKeys && event.isMember("code"))
-            logLine("key " + std::to_string(event["code"].asUInt()) + (event["pressed"].asBool() ? " 1" : " 0"));
+            logLine("key " + std::to_string(event["code"].asUInt()) + (pressed ? " 1" : " 0"));
+        if (leavesOnBack && event.isMember("code") && !pressed && event["code"].asUInt() == back) {
+            app.reportState("TERMINATED");
+            requestExit(); // the answer to the event goes out as the connection closes
+        }
         return true;
     });
     app.onToken([](std::string const& method, Json::Value const& params) {
