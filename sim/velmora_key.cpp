@@ -57,8 +57,13 @@ int main(int argc, char** argv)
         }
         codes.push_back(*code);
     }
-    if (codes.empty() || fifo.empty())
+    if (codes.empty())
         return usage(stderr, 2);
+    if (fifo.empty()) {
+        std::fprintf(stderr, "velmora-key: no FIFO: give --fifo PATH or set VELMORA_INPUT_DEVICES "
+                             "(eval \"$(scripts/demo --env)\" sets it for the demo's box)\n");
+        return 2;
+    }
     int const fd = ::open(fifo.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0) {
         std::fprintf(stderr, "velmora-key: %s: %s\n", fifo.c_str(), std::strerror(errno));

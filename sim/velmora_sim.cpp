@@ -4,11 +4,14 @@
 //   velmora-sim QEN speak '{"transcript": "weather london"}'
 //   velmora-sim HUX wakeUp '{"reason": 0}'
 // Exit status: 0 done, 1 the call failed, 2 bad usage or no such service.
+#include "frame/DebugPrint.h"
 #include "frame/Exception.h"
 #include "interfaces/IRPC.h"
 #include "rpc/RPCClient.h"
+#include "rpc/RuntimeDirectory.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 using namespace Velmora;
@@ -50,11 +53,16 @@ int main(int argc, char** argv)
             return 2;
         }
     }
+    // The library's own log lines would repeat the one message printed here.
+    if (!std::getenv("VELMORA_DEBUG"))
+        velmoraSetDebugLevel(0);
     RPCClient client(1);
     try {
         client.connect(argv[1]);
     } catch (Exception const& e) {
-        std::fprintf(stderr, "velmora-sim: %s is not reachable\n", argv[1]);
+        std::fprintf(stderr, "velmora-sim: %s is not reachable in %s: is the box up? (eval \"$(scripts/demo --env)\" "
+                             "points the tools at it)\n",
+                     argv[1], RuntimeDirectory::path().c_str());
         return 2;
     }
     RPCConnection::Reply const reply = client.call(std::string("Sim.") + argv[2], params);
