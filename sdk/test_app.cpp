@@ -8,8 +8,8 @@
 //   VELMORA_TEST_APP_KEYS=1       the log also gets "key <code> <0|1>" after the "event" of a key
 // In a demo box (VELMORA_BOX_RUN set) it is the native demo program: it keeps
 // $VELMORA_BOX_RUN/cards/<uid>.json, {"name", "state", "lastKey"}, up to date
-// for the screen page, with the name VELMORA_DEMO_APP_NAME, and removes it at
-// the end.
+// for the screen page, with the name VELMORA_DEMO_APP_NAME, removes it at the
+// end, and ends on the Back key.
 #include "AppConnection.h"
 #include "KeyNames.h"
 #include "frame/Exception.h"
@@ -77,6 +77,8 @@ public:
             path = folder / (uid + ".json");
         write();
     }
+    // A card is kept only in a demo box (VELMORA_BOX_RUN set).
+    bool inBox() const { return !folder.empty(); }
     void setState(std::string const& value) { change(state, value); }
     // A box code: 1 power, 30 home, 34 menu; 256 plus a Linux code for the rest.
     void setKey(unsigned int code)
@@ -149,12 +151,25 @@ int main()
     app.onFocus([](bool focus) { logLine(std::string("focus ") + (focus ? "1" : "0")); });
     app.onVisibility([](bool visible) { logLine(std::string("visible ") + (visible ? "1" : "0")); });
     bool const logKeys = environment("VELMORA_TEST_APP_KEYS") == "1";
-    app.onEvent([logKeys, &card](Json::Value const& event) {
+    // In a box the program leaves on Back, as the box's pages do, unless it is
+    // the master window (whose URL names its session), which stays as the home
+    // screen does. It leaves on the key's release: no event of it comes later.
+    unsigned int const back = 256 + *KeyNames::linuxCode("Back");
+    Json::Value const launch = IRPC::parse(environment("VELMORA_APP_PARAMETERS"));
+    bool const master = launch.isObject() && launch["applicationURL"].isString() &&
+                        launch["applicationURL"].asString().find("sessionIndex=") != std::string::npos;
+    bool const leavesOnBack = card.inBox() && !master;
+    app.onEvent([logKeys, back, leavesOnBack, &card, &app](Json::Value const& event) {
         logLine("event");
-        if (event.isMember("code") && event["pressed"].asBool())
+        bool const pressed = event["pressed"].asBool();
+        if (event.isMember("code") && pressed)
             card.setKey(event["code"].asUInt());
         if (logKeys && event.isMember("code"))
-            logLine("key " + std::to_string(event["code"].asUInt()) + (event["pressed"].asBool() ? " 1" : " 0"));
+            logLine("key " + std::to_string(event["code"].asUInt()) + (pressed ? " 1" : " 0"));
+        if (leavesOnBack && event.isMember("code") && !pressed && event["code"].asUInt() == back) {
+            app.reportState("TERMINATED");
+            requestExit(); // the answer to the event goes out as the connection closes
+        }
         return true;
     });
     app.onToken([](std::string const& method, Json::Value const& params) {

@@ -6,13 +6,16 @@
 # "file:///usr/local/html_root/..." URL is mapped into the sysroot
 # ($VELMORA_ROOT); the page learns its uid and the server's WebSocket address
 # from the fragment "#uid=<uid>&ws=ws://127.0.0.1:<VELMORA_BOX_PORT>/".
-# The browser gets a fresh profile under $VELMORA_BOX_RUN/chromium/<uid>,
+# The browser gets a fresh profile under $VELMORA_BOX_RUN/chromium/<uid>
+# (its XDG config and cache folders too: nothing goes to the home folder),
 # runs headless without $DISPLAY, and its DevTools address is written to
 # $VELMORA_BOX_RUN/devtools/<uid> while it runs.
 #
 # The server ends a window by ending this process: a signal ends the browser
 # first, and the browser is bound to die with this process (parent-death
-# signal) should this one be killed outright. VELMORA_BROWSER_FLAGS adds flags
+# signal) should this one be killed outright. A page that leaves (it reported
+# TERMINATED) closes its window, and the script then ends by itself, without
+# waiting for the server's kill. VELMORA_BROWSER_FLAGS adds flags
 # (start_webkitGl.sh uses it).
 #
 # Outside a box (no VELMORA_BOX_RUN) the SDK's test program stands in for the
@@ -91,20 +94,48 @@ finish() {
     kill -TERM "$browser" 2>/dev/null
     wait "$browser" 2>/dev/null
   fi
-  rm -rf "$profile"
+  # In the background: the server's wait for this process is short.
+  rm -rf "$profile" &
 }
 trap 'finish; exit 0' TERM INT HUP
 trap finish EXIT
 
+# Ends with status 0 once the browser, spoken to over its DevTools pipe (one
+# JSON text and a NUL each way), has no page left: a page that leaves closes
+# its window after it reported TERMINATED. Ends with 1 should the browser go.
+watch_pages() {
+  exec node -e '
+    const pages = new Set();
+    let text = "";
+    process.stdout.write(JSON.stringify({ id: 1, method: "Target.setDiscoverTargets", params: { discover: true } }) + "\0");
+    process.stdin.setEncoding("utf8").on("data", (chunk) => {
+      text += chunk;
+      for (let end; (end = text.indexOf("\0")) >= 0; text = text.slice(end + 1)) {
+        const { method, params } = JSON.parse(text.slice(0, end));
+        if (method === "Target.targetCreated" && params.targetInfo.type === "page") pages.add(params.targetInfo.targetId);
+        if (method === "Target.targetDestroyed" && pages.delete(params.targetId) && pages.size === 0) process.exit(0);
+      }
+    });
+    process.stdin.on("end", () => process.exit(1));
+  '
+}
+
 # The browser's own messages go to this script's output; the line that says
 # DevTools listens names its address (its port file may not be written yet).
-events=$VELMORA_BOX_RUN/chromium/$uid.events
-rm -f "$events"
-mkfifo "$events"
-setpriv --pdeathsig KILL -- "${VELMORA_CHROMIUM:-/usr/bin/chromium}" "${flags[@]}" 2>"$events" &
+# FIFOs carry them and the DevTools pipe; each is opened in the order that the
+# other side opens it, and removed once open.
+fifos=("$VELMORA_BOX_RUN/chromium/$uid".{events,commands,answers})
+events=${fifos[0]} commands=${fifos[1]} answers=${fifos[2]}
+rm -f "${fifos[@]}"
+mkfifo "${fifos[@]}"
+XDG_CONFIG_HOME=$profile XDG_CACHE_HOME=$profile \
+  setpriv --pdeathsig KILL -- "${VELMORA_CHROMIUM:-/usr/bin/chromium}" "${flags[@]}" --remote-debugging-pipe \
+  3<"$commands" 4>"$answers" 2>"$events" &
 browser=$!
+watch_pages >"$commands" <"$answers" &
+watcher=$!
 exec 3<"$events"
-rm -f "$events"
+rm -f "${fifos[@]}"
 while IFS= read -r line <&3; do
   printf '%s\n' "$line" >&2
   case "$line" in
@@ -119,4 +150,9 @@ if [ ! -e "$devtools" ]; then
   exit 1
 fi
 cat <&3 >&2 &
-wait "$browser"
+# The window ends when its page closed it, or with the browser.
+wait -n -p ended "$browser" "$watcher"
+status=$?
+if [ "$ended" = "$watcher" ] && [ "$status" -ne 0 ]; then
+  wait "$browser"
+fi

@@ -9,7 +9,7 @@
 // Every wait follows the screen page's event stream or a process's end, with
 // a generous deadline. Exits 0 when every step held, else 1 naming the step.
 import assert from 'node:assert/strict';
-import { execFile } from 'node:child_process';
+import { execFile, spawn } from 'node:child_process';
 import fs from 'node:fs';
 import http from 'node:http';
 import net from 'node:net';
@@ -227,13 +227,25 @@ async function launchWithKeys() {
   await screenshot('clock-focused-home-hidden', shown, 'Clock');
 }
 
+// The first line of the journal's entries of `kind` for `uid`, once there is one.
+function journalEntry(uid, kind) {
+  return new Promise((resolve, reject) => {
+    const follow = spawn(path.join(build, 'tools/velmoractl/velmoractl'), ['journal', '--follow', '--uid', uid, '--kind', kind],
+      { env, stdio: ['ignore', 'pipe', 'inherit'] });
+    const timer = setTimeout(() => { follow.kill(); reject(new Error(`no ${kind} entry for ${uid}`)); }, WAIT_MS);
+    follow.stdout.once('data', (text) => { clearTimeout(timer); follow.kill(); resolve(String(text)); });
+  });
+}
+
 async function secondEvictsFirst() {
   await press('Home');
-  await screen.waitFor('the home screen back on top', onTop('Home'));
+  const home = await screen.waitFor('the home screen back on top', (s) => onTop('Home')(s) && named(s, 'Clock'));
   await launchFromHome('News');
   const shown = await screen.waitFor('the news focused and the clock evicted',
     (s) => onTop('News')(s) && gone(s, 'Clock'));
   await screenshot('news-evicts-clock', shown, 'News');
+  // The evicted page closed its window, and its launch script ended by itself.
+  assert.match(await journalEntry(named(home, 'Clock').uid, 'ended'), /exit status 0/);
 }
 
 async function toggleHome() {
@@ -311,6 +323,9 @@ async function android() {
   const shown = await screen.waitFor('the Android application',
     (s) => top(s)?.type === 'ANDROID' && top(s).focused && top(s).state === 'RUNNING');
   await screenshot('android-on-slave', shown, top(shown).name);
+  // Back leaves a native program as it leaves a page: the home screen comes back.
+  await press('Back');
+  await screen.waitFor('the home screen after Back', (s) => onTop('Home')(s) && !s.windows.some((w) => w.type === 'ANDROID'));
 }
 
 async function stop() {

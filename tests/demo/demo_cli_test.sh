@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # scripts/demo from the shell, against the build tree BUILD_DIR: a box booted
-# with --detach answers, a second --detach reuses it, a killed server's box is
+# with --detach answers, its native master window stays on Back, a second
+# --detach reuses it, a killed server's box is
 # cleaned up and booted anew, --stop leaves no process or socket (twice), and a
 # port in use is refused before anything starts. The master window is a
 # native program, so that no browser is needed here.
@@ -32,21 +33,30 @@ alive() {
   done
   return 1
 }
-# True once none of the groups has a live member; SIGKILL takes a moment to
-# end a browser, so this waits for it, up to 20 s.
-ended() {
+# True once the command holds, for up to 20 s (SIGKILL takes a moment to end
+# a browser).
+eventually() {
   local deadline=$((SECONDS + 20))
-  while alive "$@"; do
+  until "$@"; do
     ((SECONDS < deadline)) || return 1
     sleep 0.1
   done
 }
+gone() { ! alive "$@"; }
+# True once none of the groups has a live member.
+ended() { eventually gone "$@"; }
 trap 'demo --stop >/dev/null 2>&1 || true' EXIT
 
 expected="endpoint $box/run/bus/ZAV.sock
 port $VELMORA_BOX_PORT"
 check "--detach prints the endpoint and the port" '[ "$(demo --detach 2>"$box.err")" = "$expected" ]'
 check "the master window runs" '[ "$(ctl state "$(ctl windows | head -n 1)")" = RUNNING ]'
+# The native program leaves on Back, but not as the master window: it takes
+# the next key too.
+master=$(ctl windows | head -n 1)
+took() { grep -q "\"lastKey\" *: *\"$1\"" "$box/run/cards/$master.json" 2>/dev/null; }
+check "the master window stays on Back" \
+  'ctl key Back Menu --device "$box/run/keys.fifo" && eventually took Menu && [ "$(ctl state "$master")" = RUNNING ]'
 check "the repository offers a package that is not installed yet" \
   '! ctl packages | grep -q "^velmora-notes " && ctl install velmora-notes >/dev/null && ctl packages | grep -q "^velmora-notes "'
 server=$(cat "$box/run/pids/server")

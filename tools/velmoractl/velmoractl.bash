@@ -1,25 +1,33 @@
-# bash completion for velmoractl: subcommands, their options, key names.
+# bash completion for velmoractl: subcommands, their options, key names,
+# application types, and the package names that the running server knows.
 _velmoractl()
 {
-    local cur=${COMP_WORDS[COMP_CWORD]} command="" word
+    local cur=${COMP_WORDS[COMP_CWORD]} command="" word skip=""
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
-        case $word in -*) ;; *) command=$word; break ;; esac
+        if [ -n "$skip" ]; then skip=""; continue; fi
+        case $word in
+            --endpoint) skip=1 ;; # its value is no subcommand
+            -*) ;;
+            *) command=$word; break ;;
+        esac
     done
     local words
     case $command in
         "") words="--endpoint --json --help launch windows focus state terminate params key services packages
-                   package install remove notify watch call" ;;
-        launch) words="--parameters --session --help" ;;
+                   package install remove notify watch call journal" ;;
+        launch) words="WEBAPP WEBPAGE WEBBROWSER WEBGLAPP AIR AIRGL OTHER WFDPLAYER ANDROID --parameters --session --help" ;;
         windows) words="--session --help" ;;
         focus) words="--release --help" ;;
         packages) words="--group --extended --manifest --help" ;;
-        package) words="--extended --manifest --help" ;;
-        install|remove) words="--force --timeout --help"
-            [[ $cur != -* ]] && { COMPREPLY=($(compgen -f -- "$cur")); return; } ;;
+        package) words="--extended --manifest --help $(velmoractl packages 2>/dev/null | cut -d' ' -f1)" ;;
+        install) words="--force --timeout --help $(velmoractl packages --manifest 2>/dev/null | cut -d' ' -f1)" ;;
+        remove) words="--force --timeout --help $(velmoractl packages 2>/dev/null | cut -d' ' -f1)" ;;
         key) words="Home Back Power Menu Up Down Left Right OK 0 1 2 3 4 5 6 7 8 9 --device --session --help" ;;
+        journal) words="--follow --uid --since --kind --session --limit --help" ;;
         watch) words="IApplicationManager::onError IApplicationManager::onKeepAlive IApplicationManager::onStateChange
                       IServiceManager::onServiceListChange IWindowManager::onWindowListChange
-                      IWindowManager::onFocusChange IPackageInstaller::onRequestEnd --help" ;;
+                      IWindowManager::onFocusChange IPackageInstaller::onRequestEnd ILifecycleJournal::onEntry
+                      VelmoraBox::window --help" ;;
         *) words="--help" ;;
     esac
     COMPREPLY=($(compgen -W "$words" -- "$cur"))

@@ -12,6 +12,7 @@
 #include "frame/Exception.h"
 #include "interfaces/IRPC.h"
 #include "rpc/RPCClient.h"
+#include "rpc/RuntimeDirectory.h"
 
 #include <CLI/CLI.hpp>
 
@@ -199,8 +200,56 @@ int watch(RPCClient& client, std::vector<std::string> const& names)
     return signal == SIGUSR1 ? CALL_FAILED : 0;
 }
 
+char const* const MANIFEST_RECORD = "IPackageManager.getManifestPackageInfo";
+char const* const NOT_OFFERED = " is not in the box's repository (velmoractl packages --manifest)";
+
+// Whether a package record names a package: the server answers an empty record
+// (an empty name, or for the repository's record an empty path) for one it
+// does not know.
+bool knownPackage(std::string const& method, Json::Value const& record)
+{
+    return !record[method == MANIFEST_RECORD ? "path" : "name"].asString().empty();
+}
+
+bool knownPackage(RPCClient& client, std::string const& method, std::string const& name)
+{
+    Json::Value params;
+    params["package"] = name;
+    RPCConnection::Reply const reply = client.call(method, params);
+    return reply.ok && knownPackage(method, reply.result);
+}
+
+// What makes an install or remove of `packages` fail that the server knows:
+// a package already installed or not offered, or one not installed; "" when
+// none of these stands out.
+std::string likelyCause(RPCClient& client, std::string const& action, std::vector<std::string> const& packages)
+{
+    for (std::string const& name : packages) {
+        bool const installed = knownPackage(client, "IPackageManager.getPackageInfo", name);
+        if (action == "remove" && !installed)
+            return name + " is not installed";
+        if (action == "install" && installed)
+            return name + " is installed already";
+        if (action == "install" && !knownPackage(client, MANIFEST_RECORD, name))
+            return name + NOT_OFFERED;
+    }
+    return "";
+}
+
+// package: the record; an unknown package, whose record is empty, fails
+// (with --json the raw record comes as it is).
+int packageRecord(RPCClient& client, Options const& options, std::string const& method, Json::Value const& params)
+{
+    RPCConnection::Reply const reply = client.call(method, params);
+    if (!reply.ok || options.json || knownPackage(method, reply.result))
+        return report(options, method, reply);
+    std::fprintf(stderr, "velmoractl: %s%s\n", params["package"].asCString(),
+                 method == MANIFEST_RECORD ? NOT_OFFERED : " is not installed");
+    return CALL_FAILED;
+}
+
 // packageInstall or packageRemove, then the wait for its onRequestEnd; fails
-// with the request's result.
+// with the request's result, and names a likely cause.
 int packageRequest(RPCClient& client, Events& events, Options const& options, std::string const& method,
                    std::string const& action, std::vector<std::string> const& packages, bool force,
                    unsigned int timeoutSeconds)
@@ -231,10 +280,49 @@ int packageRequest(RPCClient& client, Events& events, Options const& options, st
         std::printf("%s\n", IRPC::write(*end).c_str());
     else if (result == 0)
         std::printf("ok\n");
+    else if (std::string const cause = likelyCause(client, action, packages); !cause.empty())
+        std::fprintf(stderr, "velmoractl: %s failed: %s (%d): %s\n", action.c_str(),
+                     Exception(static_cast<ReturnCode>(result)).what(), result, cause.c_str());
     else
         std::fprintf(stderr, "velmoractl: %s failed: %s (%d)\n", action.c_str(),
                      Exception(static_cast<ReturnCode>(result)).what(), result);
     return result == 0 ? 0 : CALL_FAILED;
+}
+
+// Launches and prints the new window's uid. A launch put off until the oldest
+// window has ended answers "" at once: its uid comes later, with the journal's
+// "started" entry of the put-off launch, and its failure with "launch-failed"
+// (which an immediate failure also writes).
+int launchWindow(RPCClient& client, Events& events, Options const& options, Json::Value const& params)
+{
+    Json::Value subscription;
+    subscription["events"].append("ILifecycleJournal::onEntry");
+    client.callOrThrow("RPC.subscribe", subscription);
+    RPCConnection::Reply const reply = client.call("IWindowManager.launch", params);
+    if (!reply.ok || !reply.result.isString() || !reply.result.asString().empty())
+        return report(options, "IWindowManager.launch", reply);
+    unsigned int const waitSeconds = 60;
+    auto const outcome = events.await(
+        [&](std::string const& name, Json::Value const& entry) {
+            std::string const kind = entry["kind"].asString();
+            return name == "ILifecycleJournal::onEntry" && entry["session"].asInt() == params["proxy"].asInt() &&
+                   entry["applicationType"] == params["applicationType"] &&
+                   (kind == "launch-failed" ||
+                    (kind == "started" && entry["reason"].asString().starts_with("requested by the put-off launch")));
+        },
+        std::chrono::seconds(waitSeconds));
+    if (!outcome) {
+        std::fprintf(stderr, "velmoractl: the launch was put off until the oldest window ends, and none started "
+                             "within %u s (velmoractl journal tells why)\n", waitSeconds);
+        return CALL_FAILED;
+    }
+    if ((*outcome)["kind"] == "launch-failed") {
+        std::fprintf(stderr, "velmoractl: the launch failed: %s\n", (*outcome)["cause"].asCString());
+        return CALL_FAILED;
+    }
+    RPCConnection::Reply started = reply;
+    started.result = (*outcome)["uid"];
+    return report(options, "IWindowManager.launch", started);
 }
 
 // What `journal` asks for: the query's filters and whether to follow new entries.
@@ -401,6 +489,8 @@ int main(int argc, char** argv)
     app.add_option("--endpoint", options.endpoint, "Server endpoint name")->capture_default_str();
     app.add_flag("--json", options.json, "Print raw JSON replies and notifications");
     app.require_subcommand(1);
+    // --json and --endpoint may come after the subcommand too.
+    app.fallthrough();
 
     // What the chosen subcommand asks: a method and its parameters, or an action of its own.
     std::string method;
@@ -420,7 +510,7 @@ int main(int argc, char** argv)
     unsigned int timeout = 600;
 
     CLI::App* launch = simple("launch", "Launch an application; prints its uid", "IWindowManager.launch");
-    launch->add_option("type", type, "Application type (WEB_APPLICATION, AIR_APPLICATION, OTHER, ...)")->required();
+    launch->add_option("type", type, "Application type: WEBAPP, WEBPAGE, WEBBROWSER, WEBGLAPP, AIR, AIRGL, OTHER, WFDPLAYER, ANDROID")->required();
     launch->add_option("url", url, "Application URL")->required();
     launch->add_option("--parameters", launchParameters, "Application parameters text");
     launch->add_option("--session", session, "Display session")->capture_default_str();
@@ -429,6 +519,7 @@ int main(int argc, char** argv)
         params["applicationType"] = type;
         params["applicationURL"] = url;
         params["applicationParameters"] = launchParameters;
+        action = [&](RPCClient& client, Events& events) { return launchWindow(client, events, options, params); };
     });
 
     CLI::App* windows = simple("windows", "List the uids of a session's windows", "IWindowManager.getWindowList");
@@ -484,18 +575,19 @@ int main(int argc, char** argv)
     packageCommand->add_flag("--manifest", manifest, "The repository's record")->excludes(packageExtended);
     packageCommand->final_callback([&] {
         method = extended ? "IPackageManager.getExtendedPackageInfo"
-                 : manifest ? "IPackageManager.getManifestPackageInfo"
+                 : manifest ? MANIFEST_RECORD
                             : "IPackageManager.getPackageInfo";
         params["package"] = package;
+        action = [&](RPCClient& client, Events&) { return packageRecord(client, options, method, params); };
     });
 
-    for (auto [name, help, remote, verb] :
+    for (auto [name, help, remote, verb, packagesHelp] :
          {std::tuple{"install", "Install packages and wait for the end of the request", "IPackageInstaller.packageInstall",
-                     "install"},
+                     "install", "Names of packages that the repository offers (velmoractl packages --manifest)"},
           std::tuple{"remove", "Remove packages and wait for the end of the request", "IPackageInstaller.packageRemove",
-                     "remove"}}) {
+                     "remove", "Names of installed packages"}}) {
         CLI::App* command = app.add_subcommand(name, help);
-        command->add_option("packages", names, "Package files (install) or names (remove)")->required();
+        command->add_option("packages", names, packagesHelp)->required();
         command->add_flag("--force", force, "Ignore dependencies");
         command->add_option("--timeout", timeout, "Seconds to wait for the end of the request")->capture_default_str();
         command->callback([&, remote = std::string(remote), verb = std::string(verb)] {
@@ -597,7 +689,10 @@ int main(int argc, char** argv)
     try {
         client.connect(options.endpoint);
     } catch (Exception const& e) {
-        std::fprintf(stderr, "velmoractl: cannot reach endpoint %s: %s\n", options.endpoint.c_str(), e.what());
+        std::fprintf(stderr,
+                     "velmoractl: cannot reach endpoint %s in %s: is the server up? (the demo's box: "
+                     "eval \"$(scripts/demo --env)\" first)\n",
+                     options.endpoint.c_str(), RuntimeDirectory::path().c_str());
         return BAD_USAGE;
     }
     try {
