@@ -323,6 +323,7 @@ void ApplicationManager::_destroyApplication(std::string const& uid)
     }
     journal({.uid = entry.getUid(), .kind = LifecycleEntry::KIND_ENDED, .reason = entry.getLastReportedState(),
              .cause = cause});
+    terminationsOwed.erase(uid);
     applications.erase(found);
 }
 
@@ -405,7 +406,19 @@ void ApplicationManager::_terminate(ApplicationMapEntry* entry)
     ILifecycleManagement* client = entry->getLifecycleManagementInterface();
     if (!client)
         throwException(MODULE, __LINE__, "_terminate", ReturnInvalidState);
+    if (entry->getLastReportedState() == ILifecycleManagement::STATE_UNINITIALIZED)
+        terminationsOwed.insert(entry->getUid()); // in case the program has not connected yet
     client->terminate(entry->getUid());
+    terminationsOwed.erase(entry->getUid());
+}
+
+void ApplicationManager::deliverOwedTermination(std::string const& uid)
+{
+    if (terminationsOwed.erase(uid) == 0)
+        return;
+    ApplicationMapEntry* entry = _getApplicationEntry(uid);
+    if (ILifecycleManagement* client = entry ? entry->getLifecycleManagementInterface() : nullptr)
+        runLoggingExceptions(MODULE, __LINE__, "_onStateChange", [&] { client->terminate(uid); });
 }
 
 void ApplicationManager::_onKeepAlive(std::string const& uid, std::string const& state)
@@ -439,6 +452,7 @@ void ApplicationManager::_onStateChange(std::string const& uid, std::string cons
         // The list change may have touched the table: look the entry up again.
         if (ApplicationMapEntry* current = _getApplicationEntry(uid))
             current->resetKeepAlive();
+        deliverOwedTermination(uid);
     }
 }
 

@@ -26,6 +26,7 @@
 #include <atomic>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -249,8 +250,15 @@ protected:
 
 private:
     void destroyAllApplications();
+    // Sends the termination that `uid` was asked for before its program had
+    // connected, now that the program has reported.
+    void deliverOwedTermination(std::string const& uid);
     std::unique_ptr<ProcessWatcher> processWatcher; // from init() to uninit()
     std::atomic<LifecycleObserver*> lifecycleObserver{nullptr};
+    // Programs asked to end before they had connected: the request goes to
+    // each at its first report, or the program would run on, keeping itself
+    // alive with its reports. Manager's thread.
+    std::set<std::string> terminationsOwed;
 };
 
 } // namespace Velmora

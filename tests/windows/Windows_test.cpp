@@ -1,8 +1,9 @@
 // Windows over real processes: a launch from its authorization to its focus
 // and back to the master window, the eviction of the oldest window with the
-// one waiting launch, the focus rules, the master window's command line, the
-// choice of script, launches and terminations from several threads at once,
-// programs that never report, windows that can't start or die while focused,
+// one waiting launch (also of a window that has not connected yet), the
+// focus rules, the master window's command line, the choice of script,
+// launches and terminations from several threads at once, programs that
+// never report, windows that can't start or die while focused,
 // and a holder certificate that is missing.
 #include "WindowBox.h"
 
@@ -90,6 +91,17 @@ TEST(Windows, ALaunchIsAuthorizedFocusedAndEndsBackOnTheMasterWindowAndAFullTabl
     EXPECT_EQ(box.windows->pending(), 0u);
     EXPECT_EQ(box.windows->windowCount(), 2u);
     EXPECT_EQ(box.windows->master(), box.master);
+
+    // A window evicted before its program has connected is told to end at its
+    // first report, and the waiting launch then starts.
+    box.windows->terminate("singleton");
+    ASSERT_TRUE(eventually([&] { return box.windows->windowCount() == 1; }));
+    std::string const late = box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "late",
+                                        "export VELMORA_TEST_APP_DELAY_MS=1000");
+    ASSERT_FALSE(late.empty());
+    EXPECT_EQ(box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "fourth"), "");
+    EXPECT_TRUE(box.appLogged("late", "terminate"));
+    EXPECT_TRUE(box.appLogged("fourth", "focus 1"));
     EXPECT_EQ(zombieChildren(), 0);
 }
 
