@@ -61,6 +61,8 @@ TEST(Velmoractl, PrintsResultsAndFailuresPressesKeysAndWatchesUntilTheServerGoes
     ASSERT_EQ(0, world.ctl("launch OTHER second").status);
     BusTest::Output const third = world.ctl("launch OTHER third");
     ASSERT_EQ(0, third.status) << third.text;
+    // The uid is known to the RPC surface once the window has reported.
+    EXPECT_TRUE(BusTest::waitFor([&] { return world.ctl("windows").text.find(third.text) != std::string::npos; }));
     EXPECT_NE(std::string::npos, world.ctl("params " + third.text).text.find("\"applicationURL\" : \"third\""));
     BusTest::Output const unknown = world.ctl("launch NOTYPE fourth");
     EXPECT_EQ(1, unknown.status);
