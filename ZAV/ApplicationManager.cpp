@@ -9,6 +9,8 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <future>
+#include <system_error>
 #include <utility>
 
 namespace Velmora {
@@ -165,11 +167,23 @@ ApplicationManager::~ApplicationManager()
 
 void ApplicationManager::destroyAllApplications()
 {
-    while (!applications.empty()) {
-        std::string uid = applications.begin()->first;
+    // Each reap on a thread of its own, should one be had.
+    auto reapLater = [this](ApplicationMapEntry const& entry) {
+        try {
+            return std::async(std::launch::async, [this, &entry] { return reap(entry); });
+        } catch (std::system_error const&) {
+            return std::async(std::launch::deferred, [this, &entry] { return reap(entry); });
+        }
+    };
+    std::vector<std::future<std::string>> causes;
+    for (auto const& [uid, entry] : applications) {
         journalStopping(uid);
-        ApplicationManager::_destroyApplication(uid);
+        releaseClient(entry);
+        causes.push_back(reapLater(entry));
     }
+    // In the table's order, which is the order of the reaps.
+    for (std::future<std::string>& cause : causes)
+        forget(applications.begin(), cause.get());
 }
 
 void ApplicationManager::init()
@@ -307,23 +321,37 @@ void ApplicationManager::_destroyApplication(std::string const& uid)
     auto found = applications.find(uid);
     if (found == applications.end())
         return;
-    ApplicationMapEntry& entry = found->second;
+    releaseClient(found->second);
+    forget(found, reap(found->second));
+}
+
+void ApplicationManager::releaseClient(ApplicationMapEntry const& entry)
+{
     if (APPClient* client = entry.getAPPClient())
         runLoggingExceptions(MODULE, __LINE__, "_destroyApplication", [client] { delete client; });
-    bool forceful = entry.getLastReportedState() == ILifecycleManagement::STATE_RUNAWAY;
-    std::string cause = "served by another server";
+}
+
+std::string ApplicationManager::reap(ApplicationMapEntry const& entry)
+{
     // An entry served by another server (a slave's window) has no process of ours to reap.
-    if (!entry.getPid().empty()) {
-        cause = "process " + entry.getPid() + (forceful ? " killed" : " reaped");
-        runLoggingExceptions(MODULE, __LINE__, "_destroyApplication", [&] {
-            std::string const end = applicationFactory->destroyApplication(entry.getPid(), forceful);
-            if (!end.empty())
-                cause += ": " + end;
-        });
-    }
+    if (entry.getPid().empty())
+        return "served by another server";
+    bool const forceful = entry.getLastReportedState() == ILifecycleManagement::STATE_RUNAWAY;
+    std::string cause = "process " + entry.getPid() + (forceful ? " killed" : " reaped");
+    runLoggingExceptions(MODULE, __LINE__, "_destroyApplication", [&] {
+        std::string const end = applicationFactory->destroyApplication(entry.getPid(), forceful);
+        if (!end.empty())
+            cause += ": " + end;
+    });
+    return cause;
+}
+
+void ApplicationManager::forget(std::map<std::string, ApplicationMapEntry>::iterator found, std::string const& cause)
+{
+    ApplicationMapEntry const& entry = found->second;
     journal({.uid = entry.getUid(), .kind = LifecycleEntry::KIND_ENDED, .reason = entry.getLastReportedState(),
              .cause = cause});
-    terminationsOwed.erase(uid);
+    terminationsOwed.erase(entry.getUid());
     applications.erase(found);
 }
 

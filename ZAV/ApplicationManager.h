@@ -248,8 +248,21 @@ protected:
     std::string startReason;
     std::string stateReason;
 
-private:
+    // Ends every program of the table, at the manager's end, on the calling
+    // thread; the thread of commands has stopped. The programs are reaped all
+    // at once, so that those that don't end by themselves are killed after one
+    // termination timeout in all, not one each.
     void destroyAllApplications();
+
+private:
+    // The three steps of _destroyApplication. The client goes first, and with
+    // it the program's registration; reap waits for the entry's process to end
+    // (a run-away is killed at once) and says how it ended: it touches nothing
+    // but the entry and the factory, and may run on any thread; forget
+    // journals the end and erases the entry.
+    void releaseClient(ApplicationMapEntry const& entry);
+    std::string reap(ApplicationMapEntry const& entry);
+    void forget(std::map<std::string, ApplicationMapEntry>::iterator found, std::string const& cause);
     // Sends the termination that `uid` was asked for before its program had
     // connected, now that the program has reported.
     void deliverOwedTermination(std::string const& uid);

@@ -45,11 +45,7 @@ void WindowManager::uninit()
     ApplicationManager::uninit();
     if (isOwnThread())
         return;
-    while (!applications.empty()) {
-        std::string const uid = applications.begin()->first;
-        journalStopping(uid);
-        ApplicationManager::_destroyApplication(uid);
-    }
+    destroyAllApplications();
 }
 
 void WindowManager::init()
