@@ -26,7 +26,11 @@ constexpr int ENDPOINT_WAIT_MS = 10000;
 
 AppConnection::AppConnection() : uid(uidFromEnvironment()) { installMethods(); }
 
-AppConnection::~AppConnection() { client.disconnect(); }
+AppConnection::~AppConnection()
+{
+    leaving = true;
+    client.disconnect();
+}
 
 std::string AppConnection::uidFromEnvironment()
 {
@@ -134,6 +138,10 @@ void AppConnection::installMethods()
     });
     client.setQuickMethod("IWindowEvent.handleEvent", [this](Json::Value const& params) {
         return Json::Value(eventCallback ? eventCallback(params["event"]) : false);
+    });
+    client.setClosedHandler([this] {
+        if (!leaving && exitCallback)
+            exitCallback();
     });
     client.setNotificationHandler([this](std::string const& name, Json::Value const& params) {
         if (tokenCallback && name.rfind("IServiceManager.", 0) == 0)

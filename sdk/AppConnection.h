@@ -8,10 +8,16 @@
 // thread, in the order of the calls, and must not block (the program's other
 // calls wait behind them); reportState/keepAlive from any thread. Destruction
 // disconnects, which waits for the methods still running and their answers.
+//
+// When the server closes the connection (it stops, or it dies) the exit
+// callback runs on the reading thread: a server that starts again knows
+// nothing of the program, so a program left running would only hold its
+// screen and memory. Destruction does not call it.
 #pragma once
 
 #include "rpc/RPCClient.h"
 
+#include <atomic>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -34,6 +40,8 @@ public:
     // Told when the server asks the program to end; the default reports
     // TERMINATED and calls the exit callback.
     void onTerminate(Callback callback) { terminateCallback = std::move(callback); }
+    // Told when the program should end: after the default terminate, and when
+    // the server has gone. It must not block.
     void onExitRequested(Callback callback) { exitCallback = std::move(callback); }
     void onFocus(FlagCallback callback) { focusCallback = std::move(callback); }
     void onVisibility(FlagCallback callback) { visibilityCallback = std::move(callback); }
@@ -59,6 +67,7 @@ private:
     std::string state = "UNINITIALIZED";
     bool focused = false;
     bool visible = false;
+    std::atomic<bool> leaving = false; // set by the destructor: its own disconnect is no server gone
     Callback terminateCallback;
     Callback exitCallback;
     FlagCallback focusCallback;

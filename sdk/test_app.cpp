@@ -2,7 +2,7 @@
 //   VELMORA_TEST_APP_DELAY_MS     wait this long before dialling in
 //   VELMORA_TEST_APP_SILENT=1     register but never report a state
 //   VELMORA_TEST_APP_STATES       states to report, comma-separated (default RUNNING)
-//   VELMORA_TEST_APP_ON_TERMINATE exit (default) or ignore
+//   VELMORA_TEST_APP_ON_TERMINATE exit (default) or ignore, the request and the server's going
 //   VELMORA_TEST_APP_HANG         a method ("ILifecycleManagement.getState") that never answers
 //   VELMORA_TEST_APP_LOG          a file that gets one line per call or token received
 //   VELMORA_TEST_APP_KEYS=1       the log also gets "key <code> <0|1>" after the "event" of a key
@@ -147,6 +147,10 @@ int main()
             return;
         app.reportState("TERMINATED");
         requestExit(); // the answer to terminate goes out as the connection closes
+    });
+    app.onExitRequested([&] {
+        if (onTerminate != "ignore")
+            requestExit();
     });
     app.onFocus([](bool focus) { logLine(std::string("focus ") + (focus ? "1" : "0")); });
     app.onVisibility([](bool visible) { logLine(std::string("visible ") + (visible ? "1" : "0")); });

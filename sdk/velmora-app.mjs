@@ -31,6 +31,11 @@ export class VelmoraApp {
     this.pending = new Map();
     this.outbox = []; // messages sent before the socket opened
     this.onTerminate = null; // default: report TERMINATED
+    // The server closed an open connection (it stopped or died): a server that
+    // starts again knows nothing of this page, so a box page leaves.
+    this.onServerGone = null;
+    this.opened = false;
+    this.leaving = false; // close() was called: the close is ours
     this.onFocus = null;
     this.onVisibility = null;
     this.onEvent = null; // (event) => consumed
@@ -57,17 +62,24 @@ export class VelmoraApp {
       const socket = new this.WebSocketImpl(this.url);
       this.socket = socket;
       socket.onopen = () => {
+        this.opened = true;
         // Registration first, then what was sent before the socket opened, in order.
         this.call('RPC.register', { uid: this.uid }).then(resolve, reject);
         for (const text of this.outbox.splice(0)) socket.send(text);
       };
       socket.onerror = (error) => reject(error instanceof Error ? error : new Error('connection failed'));
-      socket.onclose = () => this.failPending('connection closed');
+      socket.onclose = () => {
+        this.failPending('connection closed');
+        if (this.opened && !this.leaving) this.onServerGone?.();
+      };
       socket.onmessage = (message) => this.receive(String(message.data));
     });
   }
 
-  close() { this.socket?.close(); }
+  close() {
+    this.leaving = true;
+    this.socket?.close();
+  }
 
   // Calls a server method; rejects with the server's error text or on the deadline.
   call(method, params = {}) {

@@ -61,6 +61,7 @@ export async function joinBox({ name, onKey = () => false, leaveOnBack = true, o
   app.onFocus = publish;
   app.onVisibility = publish;
   app.onTerminate = leave;
+  app.onServerGone = () => window.close();
   app.onEvent = (event) => {
     if (event?.['@type'] !== 'KeyEvent' || !event.pressed) return false;
     const key = keyName(event.code);
