@@ -345,48 +345,32 @@ TEST(Installer, InstallsAndRemovesThroughTheManifestAndEndsEveryRequest)
     EXPECT_EQ("", packager.getPackageInfo("date").getName());
 }
 
-TEST(Monitor, SilentUpdateInstallsWhatArrivesWithForce)
-{
-    PackageWorld world(std::map<std::string, std::string>{{"SilentUpdate", "true"}});
-    RPMPackager packager;
-    Ends ends;
-    MasterPackageInstaller installer(packager);
-    installer.addListener(&ends);
-    installer.init();
-    packager.init("", "", "");
-
-    world.offer("needy"); // its dependency is missing: only a forced install succeeds
-    ASSERT_TRUE(ends.waitForSize(1));
-    EXPECT_EQ("install:0 needy", ends.all().front());
-    EXPECT_EQ("needy", packager.getPackageInfo("needy").getName());
-}
-
-// The timed update refreshes without events. A period of "0" would refresh
-// back to back: it reads as the floor of one second; a text that is no
-// number keeps the default, as do switches other than an exact "true".
-TEST(Monitor, TimedUpdateRefreshesWithoutEventsAndOddSettingsKeepTheDefaults)
+// The timed update refreshes without events, and silent update installs what
+// a refresh finds, with force. A period of "0" would refresh back to back: it
+// reads as the floor of one second; a text that is no number keeps the
+// default, as do switches other than an exact "true".
+TEST(Monitor, TimedUpdateRefreshesWithoutEventsSilentUpdateInstallsAndOddSettingsKeepTheDefaults)
 {
     {
-        PackageWorld world({{"TimedManifestUpdate", "true"}, {"TimedManifestUpdateSec", "0"}});
-        world.offer("date"); // before the watch exists: no event will come
-        Announcements announced;
+        PackageWorld world({{"TimedManifestUpdate", "true"}, {"TimedManifestUpdateSec", "0"}, {"SilentUpdate", "true"}});
+        world.offer("needy"); // before the watch exists: no event will come; its dependency is missing
         RPMPackager packager;
         EXPECT_EQ(1u, packager.getTimedManifestUpdateSec());
-        packager.addListener(&announced);
+        Ends ends;
+        MasterPackageInstaller installer(packager);
+        installer.addListener(&ends);
+        installer.init();
         packager.init("", "", "");
-        EXPECT_TRUE(announced.waitFor([&] { return packager.getManifestPackageInfo("date").getName() == "date"; }));
-        packager.removeListener(&announced);
+        ASSERT_TRUE(ends.waitForSize(1));
+        EXPECT_EQ("install:0 needy", ends.all().front());
+        EXPECT_EQ("needy", packager.getPackageInfo("needy").getName());
     }
-    {
-        PackageWorld world({{"TimedManifestUpdate", "True"}, {"TimedManifestUpdateSec", "1"}, {"SilentUpdate", "yes"}});
+    for (auto const& [timed, period] : {std::pair{"True", "1"}, {"true", "ten"}, {"true", "5s"}}) {
+        PackageWorld world({{"TimedManifestUpdate", timed}, {"TimedManifestUpdateSec", period}, {"SilentUpdate", "yes"}});
         RPMPackager packager;
-        EXPECT_FALSE(packager.getTimedManifestUpdate());
-        EXPECT_EQ(10u, packager.getTimedManifestUpdateSec());
+        EXPECT_EQ(std::string(timed) == "true", packager.getTimedManifestUpdate()) << timed;
+        EXPECT_EQ(10u, packager.getTimedManifestUpdateSec()) << period;
         EXPECT_FALSE(packager.getSilentUpdate());
-    }
-    for (std::string const period : {"ten", "5s"}) {
-        PackageWorld world({{"TimedManifestUpdate", "true"}, {"TimedManifestUpdateSec", period}});
-        EXPECT_EQ(10u, RPMPackager().getTimedManifestUpdateSec()) << period;
     }
 }
 
