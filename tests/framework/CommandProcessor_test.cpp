@@ -71,18 +71,6 @@ struct Processor : CommandProcessor {
 
 } // namespace
 
-TEST(Exception, TextsFollowTheCodeWithEveryUnknownCodeAGenericFailure)
-{
-    EXPECT_STREQ(Exception(ReturnSuccess).what(), "Success");
-    EXPECT_STREQ(Exception(ReturnInvalidParameter).what(), "Invalid parameter");
-    EXPECT_STREQ(Exception(ReturnInvalidState).what(), "Invalid state");
-    EXPECT_STREQ(Exception(ReturnOutOfMemory).what(), "Out of memory");
-    EXPECT_STREQ(Exception(ReturnNotSupported).what(), "Not supported");
-    EXPECT_STREQ(Exception(ReturnTimedOut).what(), "Timed out");
-    EXPECT_STREQ(Exception(static_cast<ReturnCode>(6)).what(), "Generic failure");
-    EXPECT_STREQ(Exception(ReturnGenericFailure).what(), "Generic failure");
-}
-
 TEST(CommandProcessor, RunsCommandsFromManyThreadsOneAtATimeInArrivalOrderPerThread)
 {
     Processor processor;
