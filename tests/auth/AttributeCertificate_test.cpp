@@ -21,8 +21,8 @@ protected:
 };
 
 // An issued certificate re-encodes to the same bytes, leaves empty what it
-// does not use, and lasts one day in 15-character GeneralizedTime. The rest of
-// its fields are read back by the print and checker tests.
+// does not use, and lasts one day. The independent checker reads the time
+// format, the version and the signature.
 TEST_F(AttributeCertificateFormat, IssuedCertificateRoundTripsAndLastsOneDay)
 {
     std::string pem = issue(pki.doricHolder.get());
@@ -38,11 +38,6 @@ TEST_F(AttributeCertificateFormat, IssuedCertificateRoundTripsAndLastsOneDay)
     EXPECT_EQ(X509at_get_attr_count(info->attributes), 1);
 
     ATTRIBUTE_CERTIFICATE_VALIDITY const* validity = info->attrCertValidityPeriod;
-    for (ASN1_GENERALIZEDTIME const* time : {validity->notBeforeTime, validity->notAfterTime}) {
-        std::string value(reinterpret_cast<char const*>(ASN1_STRING_get0_data(time)), ASN1_STRING_length(time));
-        EXPECT_EQ(ASN1_STRING_type(time), V_ASN1_GENERALIZEDTIME);
-        EXPECT_TRUE(value.size() == 15 && value.find_first_not_of("0123456789") == 14 && value.back() == 'Z') << value;
-    }
     int days = -1;
     int seconds = -1;
     ASSERT_EQ(ASN1_TIME_diff(&days, &seconds, validity->notBeforeTime, validity->notAfterTime), 1);
@@ -70,20 +65,4 @@ TEST_F(AttributeCertificateFormat, IssuerNameIsFoundInTheV1FormToo)
     X509_NAME const* holderName = X509_get_subject_name(pki.doricHolder.get());
     ASSERT_TRUE(Manager::updateIssuerName(decoded.get(), holderName));
     EXPECT_EQ(X509_NAME_cmp(Manager::getACCertificateIssuerName(decoded.get()), holderName), 0);
-}
-
-TEST_F(AttributeCertificateFormat, HolderWithOnlyAnEntityNameParsesButFailsTheBaseCertificateTest)
-{
-    X509_NAME const* holderName = X509_get_subject_name(pki.doricHolder.get());
-    std::string pem = resigned(pki.doricHolder.get(), [&](ATTRIBUTE_CERTIFICATE* certificate) {
-        ATTRIBUTE_CERTIFICATE_HOLDER* holder = certificate->acinfo->holder;
-        ATTRIBUTE_CERTIFICATE_ISSUER_SERIAL_free(holder->baseCertificateID);
-        holder->baseCertificateID = nullptr;
-        holder->entityName = GENERAL_NAMES_new();
-        Manager::generalNameInsert(holder->entityName, holderName);
-    });
-    AttributeCertificatePtr decoded = fromPem(pem);
-    ASSERT_TRUE(decoded);
-    EXPECT_EQ(X509_NAME_cmp(Manager::retreiveHolderEntityName(decoded.get()), holderName), 0);
-    expectRejected(pki.doricHolder.get(), pem, "baseCertificateID is NULL.\n");
 }
