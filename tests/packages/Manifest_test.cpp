@@ -28,10 +28,12 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Each listener notes what it hears as one line of its journal.
-struct Ends : IPackageInstaller::IPackageInstallerListener, Journal {
-    int onRequestEnd(VectorObject<std::string> const& packages, std::string const& operation,
-                     ReturnCode result) override
+// Notes what it hears, as one line of its journal each: request ends as
+// "<operation>:<result> <names>", changes of manifest rows (from the packager
+// or the catalogue) as "<entity>/<attribute>", and the packager's commits.
+struct Heard : IPackageInstaller::IPackageInstallerListener, IPackageManager::IPackageManagerListener, PackagerListener,
+               Journal {
+    int onRequestEnd(VectorObject<std::string> const& packages, std::string const& operation, ReturnCode result) override
     {
         std::string text = operation + ":" + std::to_string(result);
         for (auto const& name : packages)
@@ -39,22 +41,11 @@ struct Ends : IPackageInstaller::IPackageInstallerListener, Journal {
         add(text);
         return 0;
     }
-};
-
-struct ManifestEvents : IPackageManager::IPackageManagerListener, Journal {
-    int onPackageInfoChanged() override { return 0; }
-    int onPackageManifestChanged(std::string const& entity, std::string const& attribute,
-                                 std::string const&) override
+    int onPackageManifestChanged(std::string const& entity, std::string const& attribute, std::string const&) override
     {
         add(entity + "/" + attribute);
         return 0;
     }
-    int onPackageRepositoryChanged() override { return 0; }
-};
-
-// What the packager announces, from whichever thread refreshes.
-struct Announcements : PackagerListener, Journal {
-    int onPackagerSettingsChange() override { return 0; }
     int onPackagerManifestChange(std::string const& entity, std::string const& attribute, std::string const&) override
     {
         add(entity + "/" + attribute);
@@ -65,6 +56,9 @@ struct Announcements : PackagerListener, Journal {
         add("commit");
         return 0;
     }
+    int onPackageInfoChanged() override { return 0; }
+    int onPackageRepositoryChanged() override { return 0; }
+    int onPackagerSettingsChange() override { return 0; }
 };
 
 std::vector<std::string> manifestNames(Packager& packager)
@@ -212,7 +206,7 @@ TEST(Manifest, FollowsFilesThatAppearChangeAndVanishAlsoBehindTheSameSizeAndMtim
 TEST(Manifest, ARefreshThatFindsNothingNewWritesNothingAndOddFilesBreakNothing)
 {
     PackageWorld world;
-    Announcements announced; // outlives the packager that calls it
+    Heard announced; // outlives the packager that calls it
     StillPackager packager;
     packager.addListener(&announced);
     world.offer("fig", "fig-1.rpm");
@@ -322,7 +316,7 @@ TEST(Installer, InstallsAndRemovesThroughTheManifestAndEndsEveryRequest)
     world.offer("needy");
     world.offer("base");
     packager.refresh();
-    Ends ends;
+    Heard ends;
     MasterPackageInstaller installer(packager);
     installer.addListener(&ends);
     installer.init();
@@ -356,7 +350,7 @@ TEST(Monitor, TimedUpdateRefreshesWithoutEventsSilentUpdateInstallsAndOddSetting
         world.offer("needy"); // before the watch exists: no event will come; its dependency is missing
         RPMPackager packager;
         EXPECT_EQ(1u, packager.getTimedManifestUpdateSec());
-        Ends ends;
+        Heard ends;
         MasterPackageInstaller installer(packager);
         installer.addListener(&ends);
         installer.init();
@@ -384,8 +378,8 @@ TEST(Monitor, ARepositoryThatComesLaterOrAgainIsWatchedAndTellsTheCatalogueAndAS
 {
     PackageWorld world;
     fs::remove_all(world.repository());
-    Announcements announced;
-    ManifestEvents events;
+    Heard announced;
+    Heard events;
     RPMPackager packager;
     MasterPackageManager manager(packager);
     packager.addListener(&announced);
