@@ -183,26 +183,6 @@ TEST_F(RPCServerTest, NotificationsReachOnlyTheirSubscribersInOrderAndASlowReade
     EXPECT_TRUE(waitFor([&] { return server.getConnectionCount() == 3; }));
 }
 
-// A connection holds one uid, only a long-lived one may register, and what it
-// registered goes with it.
-TEST_F(RPCServerTest, RegistrationIsOneUidPerLongLivedConnection)
-{
-    RawPeer first(runtime.socket("T"));
-    EXPECT_FALSE(json(first.ask(request("RPC.register", R"({"uid":"u1"})"))).isMember("error"));
-    EXPECT_TRUE(json(first.ask(request("RPC.register", R"({"uid":"u2"})"))).isMember("error"));
-    EXPECT_FALSE(json(first.ask(request("RPC.register", R"({"uid":"u1"})"))).isMember("error"));
-    EXPECT_FALSE(RPCRegistry::getInstance().find("u2"));
-    auto const live = RPCRegistry::getInstance().find("u1");
-    ASSERT_TRUE(live);
-
-    std::string const hijack = server.handleRPCSynchronousMethodPayload(request("RPC.register", R"({"uid":"u1"})"));
-    EXPECT_TRUE(json(hijack).isMember("error"));
-    EXPECT_EQ(live, RPCRegistry::getInstance().find("u1"));
-
-    ::shutdown(first.fd, SHUT_RDWR);
-    EXPECT_TRUE(waitFor([] { return !RPCRegistry::getInstance().find("u1"); }));
-}
-
 // The server calls a registered peer with a deadline; handlers that wait for
 // the peer's answer do not hold up the reading of that answer, however many
 // wait at once.
@@ -255,13 +235,26 @@ TEST_F(RPCServerTest, ServerCallsARegisteredPeerWithADeadlineAndBlockedHandlersN
     EXPECT_EQ(7, json(post)["result"]["v"].asInt());
 }
 
-// A call in flight ends at once, not at its deadline, when either side goes:
-// the caller disconnecting, or the called peer hanging up, which also loses
-// its registration. A client may be destroyed from its own handler.
-TEST_F(RPCServerTest, EitherSideGoingEndsCallsInFlightAndAClientMayDeleteItself)
+// A connection holds one uid, and only a long-lived one may register. A call
+// in flight ends at once, not at its deadline, when either side goes: the
+// caller disconnecting, or the called peer hanging up, which also loses its
+// registration. A client may be destroyed from its own handler.
+TEST_F(RPCServerTest, RegistrationsAndCallsInFlightEndWithTheirConnectionAndAClientMayDeleteItself)
 {
     RawPeer silent(runtime.socket("T")); // registers as the relay's peer and never answers
-    ASSERT_FALSE(silent.ask(request("RPC.register", R"({"uid":"peer"})")).empty());
+    auto registration = [&](char const* uid) {
+        return json(silent.ask(request("RPC.register", std::string(R"({"uid":")") + uid + "\"}")));
+    };
+    ASSERT_TRUE(registration("peer").isMember("result"));
+    EXPECT_TRUE(registration("u2").isMember("error"));
+    EXPECT_TRUE(registration("peer").isMember("result"));
+    EXPECT_FALSE(RPCRegistry::getInstance().find("u2"));
+    auto const connection = RPCRegistry::getInstance().find("peer");
+    ASSERT_TRUE(connection);
+    std::string const hijack = server.handleRPCSynchronousMethodPayload(request("RPC.register", R"({"uid":"peer"})"));
+    EXPECT_TRUE(json(hijack).isMember("error"));
+    EXPECT_EQ(connection, RPCRegistry::getInstance().find("peer"));
+
     RPCClient client;
     client.connect("T");
     int code = 0;
@@ -271,8 +264,6 @@ TEST_F(RPCServerTest, EitherSideGoingEndsCallsInFlightAndAClientMayDeleteItself)
     caller.join();
     EXPECT_EQ(ReturnGenericFailure, code);
 
-    auto const connection = RPCRegistry::getInstance().find("peer");
-    ASSERT_TRUE(connection);
     std::thread hangUp([&] {
         silent.readLine(); // the server's call arrives
         ::shutdown(silent.fd, SHUT_RDWR);
