@@ -71,7 +71,10 @@ struct Processor : CommandProcessor {
 
 } // namespace
 
-TEST(CommandProcessor, RunsCommandsFromManyThreadsOneAtATimeInArrivalOrderPerThread)
+// Commands from many threads run one at a time, in arrival order per thread.
+// Then senders on many threads meet the loop at every moment of its going to
+// sleep; each waits for its own command, so a lost wake-up hangs one of them.
+TEST(CommandProcessor, ManyThreadsRunOneAtATimeInArrivalOrderAndNoWakeUpIsLost)
 {
     Processor processor;
     processor.init();
@@ -105,16 +108,9 @@ TEST(CommandProcessor, RunsCommandsFromManyThreadsOneAtATimeInArrivalOrderPerThr
     std::vector<int> next(4, 0);
     for (auto [thread, i] : seen)
         EXPECT_EQ(i, next[thread]++) << "thread " << thread;
-}
 
-// Senders on many threads meet the loop at every moment of its going to sleep;
-// each waits for its own command, so a lost wake-up hangs one of them.
-TEST(CommandProcessor, NoWakeUpIsLostWhileTheLoopGoesToSleep)
-{
-    Processor processor;
-    processor.init();
     std::atomic<int> runs{0};
-    std::vector<std::thread> threads;
+    threads.clear();
     for (int t = 0; t < 8; ++t)
         threads.emplace_back([&] {
             for (int i = 0; i < 500; ++i) {
