@@ -29,7 +29,7 @@ using BusTest::waitFor;
 namespace {
 
 // A server with a few methods of its own, on its Unix endpoint.
-class TestServer : public BusTest::Observed<> {
+class TestServer : public BusTest::Observed {
 public:
     explicit TestServer(std::string const& name = "T") : Observed(name)
     {
