@@ -15,15 +15,14 @@ AttributeCertificatePtr fromDer(std::string const& der)
 
 } // namespace
 
-class AttributeCertificateFormat : public AuthorizationTest {
-protected:
-    X509_NAME const* issuerName() const { return X509_get_subject_name(pki.issuer.get()); }
-};
+using AttributeCertificateFormat = AuthorizationTest;
 
 // An issued certificate re-encodes to the same bytes, leaves empty what it
-// does not use, and lasts one day in 15-character GeneralizedTime. The rest of
-// its fields are read back by the print and checker tests.
-TEST_F(AttributeCertificateFormat, IssuedCertificateRoundTripsAndLastsOneDay)
+// does not use, and lasts one day (the independent checker reads the time
+// format, the version and the signature). The v1 form holds the issuer's names
+// directly; it must be written, decoded and read back, and a switch to the v2
+// form must drop its names rather than read them as a v2 form.
+TEST_F(AttributeCertificateFormat, IssuedCertificateRoundTripsAndTheIssuerIsFoundInEitherForm)
 {
     std::string pem = issue(pki.doricHolder.get());
     std::string der = toDer(fromPem(pem).get());
@@ -36,54 +35,26 @@ TEST_F(AttributeCertificateFormat, IssuedCertificateRoundTripsAndLastsOneDay)
     EXPECT_EQ(info->holder->entityName, nullptr);
     EXPECT_EQ(info->extensions, nullptr);
     EXPECT_EQ(X509at_get_attr_count(info->attributes), 1);
-
-    ATTRIBUTE_CERTIFICATE_VALIDITY const* validity = info->attrCertValidityPeriod;
-    for (ASN1_GENERALIZEDTIME const* time : {validity->notBeforeTime, validity->notAfterTime}) {
-        std::string value(reinterpret_cast<char const*>(ASN1_STRING_get0_data(time)), ASN1_STRING_length(time));
-        EXPECT_EQ(ASN1_STRING_type(time), V_ASN1_GENERALIZEDTIME);
-        EXPECT_TRUE(value.size() == 15 && value.find_first_not_of("0123456789") == 14 && value.back() == 'Z') << value;
-    }
     int days = -1;
     int seconds = -1;
-    ASSERT_EQ(ASN1_TIME_diff(&days, &seconds, validity->notBeforeTime, validity->notAfterTime), 1);
+    ASSERT_EQ(ASN1_TIME_diff(&days, &seconds, info->attrCertValidityPeriod->notBeforeTime,
+                             info->attrCertValidityPeriod->notAfterTime),
+              1);
     EXPECT_EQ(std::make_pair(days, seconds), std::make_pair(1, 0));
-}
 
-// The v1 form holds the issuer's names directly; it must be written, decoded
-// and read back, and a switch to the v2 form must drop its names rather than
-// read them as a v2 form.
-TEST_F(AttributeCertificateFormat, IssuerNameIsFoundInTheV1FormToo)
-{
-    AttributeCertificatePtr built = fromPem(issue(pki.doricHolder.get()));
-    ASSERT_TRUE(built);
-    ASSERT_TRUE(Manager::updateAttributeVersion(built.get(), 1));
-    stderrOf([&] { EXPECT_FALSE(Manager::updateIssuerName(built.get(), issuerName())); }); // no names to add to
-    built->acinfo->issuer->d.v1Form = GENERAL_NAMES_new();
-    ASSERT_TRUE(Manager::updateIssuerName(built.get(), issuerName()));
-    AttributeCertificatePtr decoded = fromDer(toDer(built.get()));
+    X509_NAME const* issuerName = X509_get_subject_name(pki.issuer.get());
+    ASSERT_TRUE(Manager::updateAttributeVersion(certificate.get(), 1));
+    stderrOf([&] { EXPECT_FALSE(Manager::updateIssuerName(certificate.get(), issuerName)); }); // no names to add to
+    certificate->acinfo->issuer->d.v1Form = GENERAL_NAMES_new();
+    ASSERT_TRUE(Manager::updateIssuerName(certificate.get(), issuerName));
+    AttributeCertificatePtr decoded = fromDer(toDer(certificate.get()));
     ASSERT_TRUE(decoded);
     EXPECT_EQ(decoded->acinfo->issuer->type, 0);
-    EXPECT_EQ(X509_NAME_cmp(Manager::getACCertificateIssuerName(decoded.get()), issuerName()), 0);
+    EXPECT_EQ(X509_NAME_cmp(Manager::getACCertificateIssuerName(decoded.get()), issuerName), 0);
 
     ASSERT_TRUE(Manager::updateAttributeVersion(decoded.get(), 2));
     EXPECT_EQ(Manager::getACCertificateIssuerName(decoded.get()), nullptr);
     X509_NAME const* holderName = X509_get_subject_name(pki.doricHolder.get());
     ASSERT_TRUE(Manager::updateIssuerName(decoded.get(), holderName));
     EXPECT_EQ(X509_NAME_cmp(Manager::getACCertificateIssuerName(decoded.get()), holderName), 0);
-}
-
-TEST_F(AttributeCertificateFormat, HolderWithOnlyAnEntityNameParsesButFailsTheBaseCertificateTest)
-{
-    X509_NAME const* holderName = X509_get_subject_name(pki.doricHolder.get());
-    std::string pem = resigned(pki.doricHolder.get(), [&](ATTRIBUTE_CERTIFICATE* certificate) {
-        ATTRIBUTE_CERTIFICATE_HOLDER* holder = certificate->acinfo->holder;
-        ATTRIBUTE_CERTIFICATE_ISSUER_SERIAL_free(holder->baseCertificateID);
-        holder->baseCertificateID = nullptr;
-        holder->entityName = GENERAL_NAMES_new();
-        Manager::generalNameInsert(holder->entityName, holderName);
-    });
-    AttributeCertificatePtr decoded = fromPem(pem);
-    ASSERT_TRUE(decoded);
-    EXPECT_EQ(X509_NAME_cmp(Manager::retreiveHolderEntityName(decoded.get()), holderName), 0);
-    expectRejected(pki.doricHolder.get(), pem, "baseCertificateID is NULL.\n");
 }

@@ -33,7 +33,7 @@ using RulesAndTokens = AuthorizationTest;
 // the service manager with the rights of the holder's issuer. The rule is
 // chosen by the first entry of the holder's issuer name that the rule set
 // knows; a holder whose issuer it does not know gets nothing.
-TEST_F(RulesAndTokens, EachApplicationMintsANewTokenWithItsIssuersRights)
+TEST_F(RulesAndTokens, EachApplicationMintsANewTokenWithItsIssuersRightsUnderTheRulesOfTheDay)
 {
     std::string certificate = issue(pki.doricHolder.get());
     uint32_t first = apply(pki.doricHolder.get(), certificate);
@@ -67,12 +67,9 @@ TEST_F(RulesAndTokens, EachApplicationMintsANewTokenWithItsIssuersRights)
     std::string log = stderrOf([&] { EXPECT_EQ(issue(pki.unknownHolder.get()), ""); });
     EXPECT_THAT(log, HasSubstr("getInterfaceInfoAccessFromRulesSet failed.\n"));
     EXPECT_EQ(sandbox.temporaryFiles(), 0);
-}
 
-// A new rule set grants every function it lists, whatever its flag; one that
-// does not parse leaves the rules as they were.
-TEST_F(RulesAndTokens, NewRulesGrantEveryListedFunctionAndABadOneChangesNothing)
-{
+    // A new rule set grants every function it lists, whatever its flag; one
+    // that does not parse leaves the rules as they were.
     std::string builtIn = manager->serializeRulesSet();
     manager->deserializeRulesSet(builtIn);
     EXPECT_EQ(manager->serializeRulesSet(), builtIn);
@@ -80,7 +77,7 @@ TEST_F(RulesAndTokens, NewRulesGrantEveryListedFunctionAndABadOneChangesNothing)
     std::string rules = manager->serializeRulesSet();
     EXPECT_THROW(manager->deserializeRulesSet(R"({"DORICProtected": {"IZap": {"zap": "yes"}}})"), Exception);
     EXPECT_EQ(manager->serializeRulesSet(), rules);
-    uint32_t token = apply(pki.doricHolder.get(), issue(pki.doricHolder.get()));
+    uint32_t token = apply(pki.doricHolder.get(), issue(pki.doricHolder.get())); // rights are issued in the certificate
     EXPECT_EQ(manager->lookupAuthorizationToken(token), (Rights{{"IZap", {{"zap", 1}, {"zip", 1}}}}));
 }
 

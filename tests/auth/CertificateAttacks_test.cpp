@@ -85,8 +85,8 @@ protected:
 
 // Every attack, each refused with its own reason: forged or tampered
 // signatures, weak or inconsistent ones, unknown critical extensions, times
-// out of date or malformed, a wrong version, issuer or attributes, malformed
-// allowed interfaces, and bytes that do not decode.
+// out of date or malformed, a wrong version, issuer, holder or attributes,
+// malformed allowed interfaces, and bytes that do not decode.
 TEST_F(Rejection, EveryAttackIsRefusedWithItsReason)
 {
     X509* holder = pki.doricHolder.get();
@@ -122,6 +122,12 @@ TEST_F(Rejection, EveryAttackIsRefusedWithItsReason)
         sk_X509_ATTRIBUTE_pop_free(certificate->acinfo->attributes, X509_ATTRIBUTE_free);
         certificate->acinfo->attributes = sk_X509_ATTRIBUTE_new_null();
     };
+    auto entityNameOnly = [&](ATTRIBUTE_CERTIFICATE* certificate) {
+        ATTRIBUTE_CERTIFICATE_HOLDER* named = certificate->acinfo->holder;
+        ATTRIBUTE_CERTIFICATE_ISSUER_SERIAL_free(named->baseCertificateID);
+        named->baseCertificateID = nullptr;
+        named->entityName = namesOf(directoryName({{"CN", "browser"}}));
+    };
     auto junkValue = [](ATTRIBUTE_CERTIFICATE* certificate) {
         X509AttributePtr attribute = makeAttribute(NID_info_access);
         unsigned char const junk[] = {0x30, 0x03, 0x02, 0x01, 0x05};
@@ -155,6 +161,7 @@ TEST_F(Rejection, EveryAttackIsRefusedWithItsReason)
          "Invalid Attribute certificate version (received v1 instead of expected v2).\n"},
         {"issuer name of someone else", resigned(holder, foreignIssuer),
          "AC certificate Issuer name and Issuer Name subject name do not match.\n"},
+        {"holder named only by an entity name", resigned(holder, entityNameOnly), "baseCertificateID is NULL.\n"},
         {"no attribute", resigned(holder, noAttribute), "No attribute found.\n"},
         {"value that is no allowed interface", resigned(holder, junkValue), "Attribute type cannot be parsed.\n"},
         {"no function names", withValue(directoryName({{"CN", "IZap"}}), nullptr), "Function name array is NULL.\n"},

@@ -32,7 +32,10 @@ protected:
     }
 };
 
-TEST_F(Interoperability, IndependentDecoderAcceptsTheDerAndItsSignatureOnly)
+// The independent decoder accepts the DER and its signature only. The tool
+// issues, verifies and prints what the server would, and fails (status 1, 2
+// for usage) where the server would refuse.
+TEST_F(Interoperability, IndependentDecoderAndToolAcceptAndRejectAsTheServerDoes)
 {
     for (X509* holder : {pki.doricHolder.get(), pki.verisignHolder.get()}) {
         Outcome outcome = check(issue(holder));
@@ -40,12 +43,7 @@ TEST_F(Interoperability, IndependentDecoderAcceptsTheDerAndItsSignatureOnly)
         EXPECT_THAT(outcome.out, HasSubstr("directoryName"));
     }
     EXPECT_NE(check(forged()).status, 0);
-}
 
-// The tool issues, verifies and prints what the server would, and fails
-// (status 1, 2 for usage) where the server would refuse.
-TEST_F(Interoperability, ToolAcceptsAndRejectsAsTheServerDoes)
-{
     std::string issuer = sandbox.issuerCertificate;
     std::string doric = sandbox.file("doric.crt", toPem(pki.doricHolder.get()));
     Outcome issued = run(VELMORA_AC_TOOL, {"issue", issuer, sandbox.issuerKey, doric});

@@ -20,7 +20,7 @@ using BusTest::waitFor;
 namespace {
 
 // The programs' server; it serves WebSocket too, for pages.
-class ZAVServer : public BusTest::Observed<> {
+class ZAVServer : public BusTest::Observed {
 public:
     ZAVServer() : Observed("ZAV") { init(); }
     ~ZAVServer() override { shutdown(); }

@@ -200,31 +200,29 @@ private:
 };
 
 // A server that tells waitFor() of every connection opened or closed and of
-// every request it answered, whose methods it logs.
-template <class Base = Velmora::RPCServer>
-class Observed : public Base {
+// every request it answered.
+class Observed : public Velmora::RPCServer {
 public:
-    using Base::Base;
-    ~Observed() override { this->shutdown(); } // handlers log into `served`
-    Log served;
+    using RPCServer::RPCServer;
+    ~Observed() override { shutdown(); } // before the overrides go
 
 protected:
     std::string handleRequest(Velmora::RPCConnection& connection,
                               Velmora::IRPC::RPCSynchronousMethodObject const& request) override
     {
-        std::string reply = Base::handleRequest(connection, request);
-        served.add(request.getMethod());
+        std::string reply = RPCServer::handleRequest(connection, request);
+        notifyChanged();
         return reply;
     }
     bool handleOpened(std::shared_ptr<Velmora::RPCConnection> const& connection) override
     {
-        bool const accepted = Base::handleOpened(connection);
+        bool const accepted = RPCServer::handleOpened(connection);
         notifyChanged();
         return accepted;
     }
     void handleClosed(Velmora::RPCConnection& connection) override
     {
-        Base::handleClosed(connection);
+        RPCServer::handleClosed(connection);
         notifyChanged();
     }
 };

@@ -57,22 +57,19 @@ TEST(RuntimeDirectory, TheTmpFallbackMustBeOursAloneAndPrivate)
 {
     if (getuid() != 0)
         GTEST_SKIP() << "needs root to act as a second user";
+    // A directory made and handed to USER with `mode`, or a link to one.
+    auto const owned = [](mode_t mode, bool link) {
+        return [=](fs::path const& dir) {
+            fs::path const made = link ? fs::path(dir.string() + "-target") : dir;
+            fs::create_directory(made);
+            chown(made.c_str(), USER, USER);
+            chmod(made.c_str(), mode);
+            if (link)
+                fs::create_directory_symlink(made, dir);
+        };
+    };
     EXPECT_EQ(ensureAsUser([](fs::path const&) {}), 0) << "a missing fallback is made, private";
     EXPECT_EQ(ensureAsUser([](fs::path const& dir) { fs::create_directory(dir); }), 1) << "another user's";
-    EXPECT_EQ(ensureAsUser([](fs::path const& dir) {
-                  fs::create_directory(dir);
-                  chown(dir.c_str(), USER, USER);
-                  chmod(dir.c_str(), 0777);
-              }),
-              1)
-        << "writable by others";
-    EXPECT_EQ(ensureAsUser([](fs::path const& dir) {
-                  fs::path const target = dir.string() + "-target";
-                  fs::create_directory(target);
-                  chown(target.c_str(), USER, USER);
-                  chmod(target.c_str(), 0700);
-                  fs::create_directory_symlink(target, dir);
-              }),
-              1)
-        << "a link";
+    EXPECT_EQ(ensureAsUser(owned(0777, false)), 1) << "writable by others";
+    EXPECT_EQ(ensureAsUser(owned(0700, true)), 1) << "a link";
 }

@@ -147,28 +147,19 @@ TEST(Serial, HostileTextsCostLittleAndSpoilNothingElse)
 }
 
 // A list of pointers shares its elements, clone included, and never frees
-// them; what a reader builds is the caller's. Other clones share nothing.
+// them. Other clones share nothing.
 TEST(Serial, PointerVectorsShareTheirElementsAndClonesShareNothingElse)
 {
-    auto first = std::make_unique<StringObject>("one");
-    auto second = std::make_unique<UInt32Object>(2);
-    std::string text;
+    auto element = std::make_unique<StringObject>("one");
     {
         VectorObject<SerialObject*> list;
-        list.push_back(first.get());
-        list.push_back(second.get());
+        list.push_back(element.get());
         std::unique_ptr<SerialObject> copy(list.clone());
         auto* typedCopy = dynamic_cast<VectorObject<SerialObject*>*>(copy.get());
         ASSERT_NE(typedCopy, nullptr);
-        EXPECT_EQ((*typedCopy)[0], first.get());
-        text = list.serialize();
+        EXPECT_EQ((*typedCopy)[0], element.get());
     }
-    EXPECT_EQ(first->getValue(), "one"); // still alive after both lists died
-    auto back = deserialize<VectorObject<SerialObject*>>(text);
-    ASSERT_EQ(back.size(), 2u);
-    std::unique_ptr<SerialObject> a(back[0]), b(back[1]);
-    EXPECT_EQ(dynamic_cast<StringObject*>(a.get())->getValue(), "one");
-    EXPECT_EQ(dynamic_cast<UInt32Object*>(b.get())->getValue(), 2u);
+    EXPECT_EQ(element->getValue(), "one"); // still alive after both lists died
 
     MapObject<MapObject<int>> source;
     source["i"]["f"] = 1;

@@ -28,10 +28,12 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Each listener notes what it hears as one line of its journal.
-struct Ends : IPackageInstaller::IPackageInstallerListener, Journal {
-    int onRequestEnd(VectorObject<std::string> const& packages, std::string const& operation,
-                     ReturnCode result) override
+// Notes what it hears, as one line of its journal each: request ends as
+// "<operation>:<result> <names>", changes of manifest rows (from the packager
+// or the catalogue) as "<entity>/<attribute>", and the packager's commits.
+struct Heard : IPackageInstaller::IPackageInstallerListener, IPackageManager::IPackageManagerListener, PackagerListener,
+               Journal {
+    int onRequestEnd(VectorObject<std::string> const& packages, std::string const& operation, ReturnCode result) override
     {
         std::string text = operation + ":" + std::to_string(result);
         for (auto const& name : packages)
@@ -39,22 +41,11 @@ struct Ends : IPackageInstaller::IPackageInstallerListener, Journal {
         add(text);
         return 0;
     }
-};
-
-struct ManifestEvents : IPackageManager::IPackageManagerListener, Journal {
-    int onPackageInfoChanged() override { return 0; }
-    int onPackageManifestChanged(std::string const& entity, std::string const& attribute,
-                                 std::string const&) override
+    int onPackageManifestChanged(std::string const& entity, std::string const& attribute, std::string const&) override
     {
         add(entity + "/" + attribute);
         return 0;
     }
-    int onPackageRepositoryChanged() override { return 0; }
-};
-
-// What the packager announces, from whichever thread refreshes.
-struct Announcements : PackagerListener, Journal {
-    int onPackagerSettingsChange() override { return 0; }
     int onPackagerManifestChange(std::string const& entity, std::string const& attribute, std::string const&) override
     {
         add(entity + "/" + attribute);
@@ -65,6 +56,9 @@ struct Announcements : PackagerListener, Journal {
         add("commit");
         return 0;
     }
+    int onPackageInfoChanged() override { return 0; }
+    int onPackageRepositoryChanged() override { return 0; }
+    int onPackagerSettingsChange() override { return 0; }
 };
 
 std::vector<std::string> manifestNames(Packager& packager)
@@ -125,13 +119,6 @@ void waitUntilSettled(fs::path const& path)
     }
 }
 
-ino_t inodeOf(fs::path const& path)
-{
-    struct stat status {};
-    stat(path.c_str(), &status);
-    return status.st_ino;
-}
-
 TEST(Manifest, FollowsFilesThatAppearChangeAndVanishAlsoBehindTheSameSizeAndMtime)
 {
     PackageWorld world;
@@ -188,10 +175,8 @@ TEST(Manifest, FollowsFilesThatAppearChangeAndVanishAlsoBehindTheSameSizeAndMtim
     ASSERT_EQ(file.string(), packager.getPackageURI("apple"));
 
     auto const stamp = fs::last_write_time(file);
-    ino_t const inode = inodeOf(file);
-    writePadded("date", file, size);
+    writePadded("date", file, size); // in place: same inode
     fs::last_write_time(file, stamp);
-    ASSERT_EQ(inode, inodeOf(file));
     packager.refresh();
     EXPECT_EQ(file.string(), packager.getPackageURI("date"));
 
@@ -212,7 +197,7 @@ TEST(Manifest, FollowsFilesThatAppearChangeAndVanishAlsoBehindTheSameSizeAndMtim
 TEST(Manifest, ARefreshThatFindsNothingNewWritesNothingAndOddFilesBreakNothing)
 {
     PackageWorld world;
-    Announcements announced; // outlives the packager that calls it
+    Heard announced; // outlives the packager that calls it
     StillPackager packager;
     packager.addListener(&announced);
     world.offer("fig", "fig-1.rpm");
@@ -322,7 +307,7 @@ TEST(Installer, InstallsAndRemovesThroughTheManifestAndEndsEveryRequest)
     world.offer("needy");
     world.offer("base");
     packager.refresh();
-    Ends ends;
+    Heard ends;
     MasterPackageInstaller installer(packager);
     installer.addListener(&ends);
     installer.init();
@@ -345,48 +330,32 @@ TEST(Installer, InstallsAndRemovesThroughTheManifestAndEndsEveryRequest)
     EXPECT_EQ("", packager.getPackageInfo("date").getName());
 }
 
-TEST(Monitor, SilentUpdateInstallsWhatArrivesWithForce)
-{
-    PackageWorld world(std::map<std::string, std::string>{{"SilentUpdate", "true"}});
-    RPMPackager packager;
-    Ends ends;
-    MasterPackageInstaller installer(packager);
-    installer.addListener(&ends);
-    installer.init();
-    packager.init("", "", "");
-
-    world.offer("needy"); // its dependency is missing: only a forced install succeeds
-    ASSERT_TRUE(ends.waitForSize(1));
-    EXPECT_EQ("install:0 needy", ends.all().front());
-    EXPECT_EQ("needy", packager.getPackageInfo("needy").getName());
-}
-
-// The timed update refreshes without events. A period of "0" would refresh
-// back to back: it reads as the floor of one second; a text that is no
-// number keeps the default, as do switches other than an exact "true".
-TEST(Monitor, TimedUpdateRefreshesWithoutEventsAndOddSettingsKeepTheDefaults)
+// The timed update refreshes without events, and silent update installs what
+// a refresh finds, with force. A period of "0" would refresh back to back: it
+// reads as the floor of one second; a text that is no number keeps the
+// default, as do switches other than an exact "true".
+TEST(Monitor, TimedUpdateRefreshesWithoutEventsSilentUpdateInstallsAndOddSettingsKeepTheDefaults)
 {
     {
-        PackageWorld world({{"TimedManifestUpdate", "true"}, {"TimedManifestUpdateSec", "0"}});
-        world.offer("date"); // before the watch exists: no event will come
-        Announcements announced;
+        PackageWorld world({{"TimedManifestUpdate", "true"}, {"TimedManifestUpdateSec", "0"}, {"SilentUpdate", "true"}});
+        world.offer("needy"); // before the watch exists: no event will come; its dependency is missing
         RPMPackager packager;
         EXPECT_EQ(1u, packager.getTimedManifestUpdateSec());
-        packager.addListener(&announced);
+        Heard ends;
+        MasterPackageInstaller installer(packager);
+        installer.addListener(&ends);
+        installer.init();
         packager.init("", "", "");
-        EXPECT_TRUE(announced.waitFor([&] { return packager.getManifestPackageInfo("date").getName() == "date"; }));
-        packager.removeListener(&announced);
+        ASSERT_TRUE(ends.waitForSize(1));
+        EXPECT_EQ("install:0 needy", ends.all().front());
+        EXPECT_EQ("needy", packager.getPackageInfo("needy").getName());
     }
-    {
-        PackageWorld world({{"TimedManifestUpdate", "True"}, {"TimedManifestUpdateSec", "1"}, {"SilentUpdate", "yes"}});
+    for (auto const& [timed, period] : {std::pair{"True", "1"}, {"true", "ten"}, {"true", "5s"}}) {
+        PackageWorld world({{"TimedManifestUpdate", timed}, {"TimedManifestUpdateSec", period}, {"SilentUpdate", "yes"}});
         RPMPackager packager;
-        EXPECT_FALSE(packager.getTimedManifestUpdate());
-        EXPECT_EQ(10u, packager.getTimedManifestUpdateSec());
+        EXPECT_EQ(std::string(timed) == "true", packager.getTimedManifestUpdate()) << timed;
+        EXPECT_EQ(10u, packager.getTimedManifestUpdateSec()) << period;
         EXPECT_FALSE(packager.getSilentUpdate());
-    }
-    for (std::string const period : {"ten", "5s"}) {
-        PackageWorld world({{"TimedManifestUpdate", "true"}, {"TimedManifestUpdateSec", period}});
-        EXPECT_EQ(10u, RPMPackager().getTimedManifestUpdateSec()) << period;
     }
 }
 
@@ -400,8 +369,8 @@ TEST(Monitor, ARepositoryThatComesLaterOrAgainIsWatchedAndTellsTheCatalogueAndAS
 {
     PackageWorld world;
     fs::remove_all(world.repository());
-    Announcements announced;
-    ManifestEvents events;
+    Heard announced;
+    Heard events;
     RPMPackager packager;
     MasterPackageManager manager(packager);
     packager.addListener(&announced);

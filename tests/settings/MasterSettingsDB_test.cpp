@@ -1,5 +1,5 @@
 // The persistent settings database in a relocated "/root": its asymmetries,
-// persistence, and stored texts it can't read.
+// persistence, stored texts it can't read, and the listener walk.
 #include "store/EAVStore.h"
 #include "frame/Exception.h"
 #include "MasterSettingsDB.h"
@@ -58,7 +58,8 @@ TEST_F(MasterSettingsDBTest, CurrentValuesPersistInWriteOrderAndTheLaterValueWin
         s.setCurrentValues("net", Pairs{ISettingsDB::AttributeValuePair("dns", StringObject("1.1.1.1")),
                                         ISettingsDB::AttributeValuePair("mtu", UInt32Object(1500)),
                                         ISettingsDB::AttributeValuePair("dns", StringObject("9.9.9.9"))});
-        s.setCurrentValue("audio", "volume", UInt32Object(7));
+        s.setCurrentValue(ISettingsDB::EntityAttributeValueTriplet("audio", "volume", UInt32Object(7)));
+        s.setCurrentValue("audio", ISettingsDB::AttributeValuePair("mute", StringObject("no")));
         s.setCurrentValues("empty", Pairs{});
     }
     MasterSettingsDB& s = open();
@@ -68,10 +69,12 @@ TEST_F(MasterSettingsDBTest, CurrentValuesPersistInWriteOrderAndTheLaterValueWin
     ASSERT_EQ(net.size(), 2u);
     EXPECT_EQ(text(net[0].getValue()), text(StringObject("9.9.9.9")));
     EXPECT_EQ(text(net[1].getValue()), text(UInt32Object(1500)));
+    Pairs audio = s.getCurrentValues("audio");
+    ASSERT_EQ(audio.size(), 2u);
+    EXPECT_EQ(text(audio[0].getValue()), text(UInt32Object(7)));
+    EXPECT_EQ(audio[1].getAttribute(), "mute");
     EXPECT_TRUE(s.getAttributes("nowhere").empty());
     EXPECT_TRUE(s.getCurrentValues("nowhere").empty());
-    EXPECT_TRUE(std::filesystem::exists(scratch.file("root/ZAVSettingsDBCurrent.db")));
-    EXPECT_TRUE(std::filesystem::exists(scratch.file("root/ZAVSettingsDBAllowed.db")));
 }
 
 // The allowed store keeps one text per setting, the last element of a list,
@@ -136,4 +139,35 @@ TEST_F(MasterSettingsDBTest, AStoredTextThatIsNoSerialObjectFailsTheReadAndACorr
     writeFile(scratch.file("root/ZAVSettingsDBCurrent.db"), junk);
     EXPECT_THROW(open(), Exception);
     EXPECT_TRUE(contentsOf(scratch.file("root/ZAVSettingsDBCurrent.db")) == junk) << "the file was changed";
+}
+
+// Answers every event with `answer` and counts what it heard.
+struct CountingListener : ISettingsDB::ISettingsDBListener {
+    explicit CountingListener(int answer) : answer(answer) {}
+    int answer;
+    int heard = 0;
+    int onEntityListChange(Names const&) override { return ++heard, answer; }
+    int onAttributeListChange(std::string const&, Names const&) override { return ++heard, answer; }
+    int onAllowedValuesChange(std::string const&, Pairs const&) override { return ++heard, answer; }
+    int onCurrentValuesChange(std::string const&, Pairs const&) override { return ++heard, answer; }
+};
+
+TEST_F(MasterSettingsDBTest, ListenerWalkStopsAtTheFirstNonZeroAnswer)
+{
+    MasterSettingsDB& s = open();
+    EXPECT_EQ(s.onEntityListChange({}), 0) << "no listeners";
+    CountingListener swallowing(5), later(0);
+    EXPECT_TRUE(s.addListener(&swallowing));
+    EXPECT_TRUE(s.addListener(&later));
+    EXPECT_FALSE(s.addListener(&later));
+    EXPECT_EQ(s.onEntityListChange({}), 1);
+    EXPECT_EQ(s.onAttributeListChange("e", {}), 1);
+    EXPECT_EQ(s.onAllowedValuesChange("e", {}), 1);
+    EXPECT_EQ(s.onCurrentValuesChange("e", {}), 1);
+    EXPECT_EQ(swallowing.heard, 4);
+    EXPECT_EQ(later.heard, 0);
+    EXPECT_TRUE(s.removeListener(&swallowing));
+    EXPECT_EQ(s.onCurrentValuesChange("e", {}), 0);
+    EXPECT_EQ(later.heard, 1);
+    s.removeListener(&later);
 }
