@@ -3,8 +3,6 @@
 // its simulator over the bus, down to windows that are real processes.
 #include "WindowBox.h"
 
-#include <sys/socket.h>
-
 using namespace Velmora;
 using namespace WindowTest;
 
@@ -166,15 +164,6 @@ TEST(Platform, MediaEngineNoticesOpenMediaWindowsMoveTheFocusAndGiveMiracastPeer
         EXPECT_EQ(box.windows->getLaunchParameters(page).getApplicationURL(),
                   "file:///usr/local/html_root/velmoraLauncher/../qenclient.html");
     }
-
-    int const listener = box.windows->CreateTcpListener("127.0.0.1", 0);
-    ASSERT_GE(listener, 0);
-    int accepting = 0;
-    socklen_t length = sizeof accepting;
-    EXPECT_EQ(::getsockopt(listener, SOL_SOCKET, SO_ACCEPTCONN, &accepting, &length), 0);
-    EXPECT_EQ(accepting, 1);
-    ::close(listener);
-    EXPECT_EQ(box.windows->CreateTcpListener("192.0.2.1", 1), -1); // an address of no interface here
 }
 
 TEST(Platform, VoiceFollowsItsGrammar)

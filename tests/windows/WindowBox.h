@@ -17,7 +17,6 @@
 #include "NullWindowManagerListener.h"
 #include "ScopedEnv.h"
 #include "ScratchDirectory.h"
-#include "Signal.h"
 #include "frame/FunctionCommand.h"
 #include "HWPApplicationFactory.h"
 #include "MasterWindowManager.h"
@@ -35,7 +34,6 @@
 #include <fstream>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -43,7 +41,6 @@
 #include <csignal>
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -55,9 +52,8 @@ namespace fs = std::filesystem;
 using Velmora::IWindowManager;
 using Lines = std::vector<std::string>;
 
-// For conditions that no notice announces, such as a table that empties
-// only as real processes die and the garbage collection is run again: tries
-// `condition` every 10 ms for up to 30 s; the bound only catches hangs.
+// For conditions that no notice announces (a table that empties as real
+// processes die): tries `condition` every 10 ms for up to 30 s.
 template <class Condition>
 bool eventually(Condition condition)
 {
@@ -66,8 +62,7 @@ bool eventually(Condition condition)
     return condition();
 }
 
-// Waits until `condition` holds for the file at `path`, which another process
-// writes: wakes on every change in the file's folder, for up to 30 s.
+// Waits until `condition` holds for the lines of the file at `path`, which another process writes.
 template <class Condition>
 bool awaitFile(fs::path const& path, Condition condition)
 {
@@ -137,11 +132,9 @@ public:
     void clear() { take(); }
 };
 
-// The process factory of the box, with real processes dying in real time:
-// under the test clock the factory's grace periods pass in a few
-// milliseconds, so before it looks, a process asked to end is given a moment
-// of real time, is then killed, and is waited for until it can be reaped.
-// The factory then reaps it at its first look.
+// The process factory of the box, whose grace periods the test clock passes
+// in milliseconds: a process asked to end is first given a moment of real
+// time, then killed and waited for, so that the factory reaps it at its first look.
 class PatientFactory : public Velmora::HWPApplicationFactory {
 public:
     std::string destroyApplication(std::string const& pid, bool forceful) override
@@ -197,13 +190,7 @@ public:
     std::string master() { return fetch([this] { return masterUid; }); }
     std::size_t windowCount() { return fetch([this] { return applications.size(); }); }
     std::size_t pending() { return fetch([this] { return pendingLaunches.size(); }); }
-    // The power states reported so far, in order; `reported` rises with each.
-    Lines powerStates()
-    {
-        std::lock_guard lock(powerMutex);
-        return reportedStates;
-    }
-    VelmoraTest::Signal reported;
+    VelmoraTest::Journal powerStates; // each power state reported, in order
     std::string pidOf(std::string const& uid)
     {
         return fetch([&] {
@@ -216,16 +203,8 @@ protected:
     void _powerStateChange(unsigned int state) override
     {
         MasterWindowManager::_powerStateChange(state);
-        {
-            std::lock_guard lock(powerMutex);
-            reportedStates.push_back(std::to_string(state));
-        }
-        reported.raise();
+        powerStates.add(std::to_string(state));
     }
-
-private:
-    std::mutex powerMutex;
-    Lines reportedStates;
 };
 
 // A service manager whose services hear every new token.
@@ -301,9 +280,7 @@ public:
     }
 
     // Launches `type` at `url`; the test program behind it logs to logOf(url)
-    // and first runs `behaviour`, shell lines that set its VELMORA_TEST_APP_*
-    // variables or exec another program. Behaviour is kept by URL, so a
-    // launch that is put off keeps it too.
+    // and first runs `behaviour`, shell lines kept by URL (so a put-off launch keeps them).
     std::string launch(std::string const& type, std::string const& url, std::string const& behaviour = "")
     {
         std::ofstream(sandbox.root / (url + ".env")) << behaviour << "\n";
@@ -329,8 +306,7 @@ public:
     {
         return awaitFile(logOf(url), [&](Lines const& lines) { return contains(lines, line); });
     }
-    // Presses a key of the remote through the input driver's FIFO; a Linux
-    // key code of any value, or a name of KeyNames.
+    // Presses a key of the remote through the input driver's FIFO: a Linux code, or a name of KeyNames.
     void press(unsigned short linuxCode) { ASSERT_TRUE(Velmora::KeyNames::writePress(keyWriter.get(), linuxCode)); }
     void press(std::string const& name) { press(Velmora::KeyNames::linuxCode(name).value()); }
     // Sends Sim.<command> to a simulator; false when it failed the call.
@@ -343,13 +319,10 @@ public:
     // Waits until the manager has taken `state` as the last power state reported.
     bool awaitPowerState(std::string const& state)
     {
-        for (;;) {
-            Lines const states = windows->powerStates();
-            if (!states.empty() && states.back() == state)
-                return true;
-            if (!windows->reported.waitFor(static_cast<int>(states.size()) + 1))
-                return false;
-        }
+        return windows->powerStates.waitFor([&] {
+            Lines const states = windows->powerStates.all();
+            return !states.empty() && states.back() == state;
+        });
     }
     // Makes the simulator of `endpoint` crash, and waits until its process has ended.
     void crashSimulator(std::string const& endpoint)
@@ -422,8 +395,7 @@ public:
     std::string master; // the master window's uid, which has had the focus; empty without one
 
 private:
-    // What the launch scripts start: the test program, told its log and
-    // behaviour by the window's URL (up to any query).
+    // What the launch scripts start: the test program, its log and behaviour picked by the URL up to any query.
     void installProgram()
     {
         fs::path const program = sandbox.root / "test-program";
