@@ -258,7 +258,7 @@ TEST(RPCSurface, ABusyManagerHoldsOnlyItsOwnCallersWhileHundredsOfOthersAreServe
     for (int i = 0; i < 300; ++i)
         EXPECT_TRUE(IRPC::parse(peers[i]->readLine(30000))["result"].isArray()) << i;
     // Session 0 answers again once its launch goes on, for the caller still there.
-    world.gate.open();
+    world.gate.raise();
     EXPECT_EQ(IRPC::parse(waiting.readLine(30000))["result"], "new-wait");
     EXPECT_EQ(IRPC::parse(waiting.ask(R"({"jsonrpc":"2.0","id":3,"method":"IWindowManager.getWindowList","params":{"proxy":0}})"))["result"].size(), 2u);
 }
