@@ -72,16 +72,7 @@ public:
         });
         return copy;
     }
-    bool has(std::string const& uid)
-    {
-        bool found = false;
-        onThread([&] { found = _getApplicationEntry(uid) != nullptr; });
-        return found;
-    }
-    void terminateNull()
-    {
-        onThread([&] { _terminate(static_cast<ApplicationMapEntry*>(nullptr)); });
-    }
+    bool has(std::string const& uid) { return !entry(uid).getPid().empty(); }
     std::atomic<int> listChanges{0};
 
 protected:
@@ -89,13 +80,6 @@ protected:
 
 private:
     std::vector<char const*> args;
-};
-
-struct Errors : IApplicationManager::IApplicationManagerListener {
-    void onKeepAlive(std::string const&, std::string const&) override {}
-    void onStateChange(std::string const&, std::string const&, std::string const&) override {}
-    void onError(std::string const& uid, std::string const& type) override { seen.push_back(uid + ":" + type); }
-    std::vector<std::string> seen;
 };
 
 struct ApplicationTable : testing::Test {
@@ -171,7 +155,6 @@ TEST_F(ApplicationTable, UidIsTheTokenOrTheProcessIdAndTerminateMarksTheEntry)
     EXPECT_EQ(returnCodeOf([&] { manager.terminate("nobody"); }), ReturnInvalidParameter);
     EXPECT_EQ(returnCodeOf([&] { manager.activate("nobody"); }), ReturnInvalidParameter);
     EXPECT_EQ(returnCodeOf([&] { manager.getRuntimeStatistics("nobody"); }), ReturnInvalidParameter);
-    EXPECT_EQ(returnCodeOf([&] { manager.terminateNull(); }), ReturnInvalidParameter);
 
     clients[byPid]->failCalls = true;
     EXPECT_EQ(returnCodeOf([&] { manager.getState(byPid); }), ReturnGenericFailure);
@@ -215,17 +198,10 @@ TEST_F(ApplicationTable, ReportsMoveTheStateAndTerminalStatesEndTheEntry)
     EXPECT_FALSE(factory.forcefully[0]);
     EXPECT_EQ(clientDeletions, 1);
 
-    // Reports for a uid that is gone are ignored without a word; errors fan
-    // out on the caller's thread.
+    // Reports for a uid that is gone are ignored without a word.
     manager.onStateChange(uid, "", ILifecycleManagement::STATE_RUNNING);
     manager.onKeepAlive("nobody", ILifecycleManagement::STATE_RUNNING);
     EXPECT_FALSE(manager.has(uid));
-    Errors errors;
-    manager.addListener(&errors);
-    manager.onError("7", "crash");
-    manager.removeListener(&errors);
-    manager.onError("7", "crash");
-    EXPECT_EQ(errors.seen, std::vector<std::string>{"7:crash"});
 }
 
 // The manager going destroys every live entry once, also with reports still
