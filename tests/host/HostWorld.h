@@ -46,36 +46,21 @@ public:
         return BusTest::finish(::popen(command.c_str(), "r"));
     }
 
+    // A velmora-server with this world's sysroot and environment, `extra` on top of it.
+    ServerProcess server(std::vector<std::string> arguments, std::map<std::string, std::string> extra = {})
+    {
+        arguments.insert(arguments.begin(), {"--sysroot", sysroot.string()});
+        extra.merge(environment()); // the extra values win
+        return ServerProcess(VELMORA_SERVER, arguments, extra, base / ("server" + std::to_string(++servers) + ".log"));
+    }
+
     BusTest::RuntimeDir runtime; // also sets VELMORA_RUNTIME_DIR for this process
     fs::path const base = runtime.path;
     fs::path const sysroot = base / "box";
     NotifySocket notify{base / "notify"};
-};
-
-// A velmora-server in a HostWorld, with this world's sysroot and environment.
-class HostServer : public ServerProcess {
-public:
-    HostServer(HostWorld const& world, std::vector<std::string> arguments,
-               std::map<std::string, std::string> extraEnvironment = {})
-        : ServerProcess(VELMORA_SERVER, withSysroot(world, std::move(arguments)),
-                        withExtra(world.environment(), std::move(extraEnvironment)),
-                        world.base / ("server" + std::to_string(++count) + ".log"))
-    {
-    }
 
 private:
-    static std::vector<std::string> withSysroot(HostWorld const& world, std::vector<std::string> arguments)
-    {
-        arguments.insert(arguments.begin(), {"--sysroot", world.sysroot.string()});
-        return arguments;
-    }
-    static std::map<std::string, std::string> withExtra(std::map<std::string, std::string> environment,
-                                                        std::map<std::string, std::string> extra)
-    {
-        extra.merge(environment); // the extra values win
-        return extra;
-    }
-    static inline int count = 0;
+    int servers = 0;
 };
 
 // Connects `client` to the server and has it wake waitFor() at every `event`

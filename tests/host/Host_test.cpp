@@ -11,8 +11,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <fstream>
-#include <iterator>
 
 using namespace HostTest;
 
@@ -48,7 +46,7 @@ TEST_P(HostLifecycle, ReadyWhenServingAndSigtermEndsEveryChild)
     std::vector<std::string> arguments{"--velmora:masterType", "OTHER", "--velmora:masterURL", "home"};
     if (*GetParam())
         arguments.push_back(GetParam());
-    HostServer server(world, arguments);
+    ServerProcess server = world.server(arguments);
     ASSERT_TRUE(world.notify.awaitMessage("READY=1")) << server.log();
     Velmora::RPCClient client(1);
     connectWatching(client);
@@ -79,10 +77,9 @@ INSTANTIATE_TEST_SUITE_P(Classes, HostLifecycle, ::testing::Values("", "--stub")
 TEST(Host, WedgedManagerStopsTheWatchdogUntilItRunsAgain)
 {
     HostWorld world;
-    HostServer server(world, {},
-                         {{"WATCHDOG_USEC", "200000"},
-                          {"VELMORA_RPC_TIMEOUT_MS", "60000"},
-                          {"VELMORA_TEST_APP_HANG", "ILifecycleManagement.getState"}});
+    ServerProcess server = world.server({}, {{"WATCHDOG_USEC", "200000"},
+                                             {"VELMORA_RPC_TIMEOUT_MS", "60000"},
+                                             {"VELMORA_TEST_APP_HANG", "ILifecycleManagement.getState"}});
     ASSERT_TRUE(world.notify.awaitMessage("READY=1")) << server.log();
     ASSERT_TRUE(world.notify.awaitMessage("WATCHDOG=1")) << server.log();
 
@@ -123,29 +120,25 @@ TEST(Host, WedgedManagerStopsTheWatchdogUntilItRunsAgain)
 TEST(Host, EarlyProgramsRegisterOnceTheEndpointOpensAndASecondServerLeavesTheFirst)
 {
     HostWorld world;
-    auto const text = [](fs::path const& file) {
-        std::ifstream stream(file);
-        return std::string(std::istreambuf_iterator<char>(stream), {});
-    };
     VelmoraTest::DirectoryWatch watch(world.base);
     ServerProcess early(std::string(VELMORA_TEST_APP_DIR) + "/velmora-test-app", {}, world.environment(),
                         world.base / "early.log");
-    ASSERT_TRUE(watch.waitFor([&] { return text(world.base / "early.log").find("ZAV.sock") != std::string::npos; }))
+    ASSERT_TRUE(watch.waitFor([&] { return contentsOf(world.base / "early.log").find("ZAV.sock") != std::string::npos; }))
         << "the program never dialled";
 
-    HostServer first(world, {});
+    ServerProcess first = world.server({});
     ASSERT_TRUE(world.notify.awaitMessage("READY=1")) << first.log();
     std::string const registered = "registered " + std::to_string(early.pid);
-    EXPECT_TRUE(watch.waitFor([&] { return text(world.base / "apps.log").find(registered) != std::string::npos; }))
-        << text(world.base / "early.log");
+    EXPECT_TRUE(watch.waitFor([&] { return contentsOf(world.base / "apps.log").find(registered) != std::string::npos; }))
+        << contentsOf(world.base / "early.log");
 
-    HostServer second(world, {});
+    ServerProcess second = world.server({});
     EXPECT_EQ(1, second.stop(0));
     EXPECT_NE(std::string::npos, second.log().find("the endpoint ZAV is served by another process")) << second.log();
 
     boost::asio::io_context io;
     boost::asio::ip::tcp::acceptor taken(io, {boost::asio::ip::make_address("127.0.0.1"), 0});
-    HostServer third(world, {"--endpoint", "other", "--port", std::to_string(taken.local_endpoint().port())});
+    ServerProcess third = world.server({"--endpoint", "other", "--port", std::to_string(taken.local_endpoint().port())});
     EXPECT_EQ(1, third.stop(0)) << third.log();
     EXPECT_NE(std::string::npos, third.log().find("Address already in use")) << third.log();
     EXPECT_FALSE(fs::exists(Velmora::RuntimeDirectory::endpointPath("other")));

@@ -106,7 +106,7 @@ TEST(Journal, NamesWhyEachWindowWentAwayAndKeepsItOverARestart)
         {"PATH", std::string(VELMORA_TEST_APP_DIR) + ":" + VELMORA_SIM_DIR + ":" + std::getenv("PATH")}};
     std::vector<Why> whys;
     {
-        HostServer server(world, NO_MASTER, withSimulators);
+        ServerProcess server = world.server(NO_MASTER, withSimulators);
         ASSERT_TRUE(world.notify.awaitMessage("READY=1")) << server.log();
         Velmora::RPCClient client(1);
         connectWatching(client, "ILifecycleJournal::onEntry"); // wakes waitFor() at every new entry
@@ -168,7 +168,7 @@ TEST(Journal, NamesWhyEachWindowWentAwayAndKeepsItOverARestart)
     }
 
     // A second server reads the file back: each path's reason and cause are there.
-    HostServer again(world, NO_MASTER, withSimulators);
+    ServerProcess again = world.server(NO_MASTER, withSimulators);
     ASSERT_TRUE(world.notify.awaitMessage("READY=1")) << again.log();
     Velmora::RPCClient client(1);
     client.connect("ZAV");
@@ -198,7 +198,7 @@ TEST(Journal, AnUnwritableFileOrASubscriberThatNeverReadsCostsNothing)
 {
     HostWorld world;
     fs::create_directories(world.sysroot / "usr/local/var/velmora/journal");
-    HostServer server(world, NO_MASTER);
+    ServerProcess server = world.server(NO_MASTER);
     ASSERT_TRUE(world.notify.awaitMessage("READY=1")) << server.log();
 
     // Subscribes with a small buffer that fills at once, and never reads.

@@ -18,7 +18,7 @@ using namespace HostTest;
 TEST(Velmoractl, PrintsResultsAndFailuresPressesKeysAndWatchesUntilTheServerGoes)
 {
     HostWorld world;
-    HostServer server{world, {}};
+    ServerProcess server = world.server({});
     ASSERT_TRUE(world.notify.awaitMessage("READY=1")) << server.log();
     Velmora::RPCClient watcher{1}; // wakes waitFor() when a window list changes
     connectWatching(watcher);

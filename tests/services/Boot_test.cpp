@@ -51,15 +51,6 @@ pid_t pidIn(std::filesystem::path const& log, std::string const& prefix)
     return -1;
 }
 
-void tellSimulator(std::string const& endpoint, std::string const& how)
-{
-    RPCClient client(1);
-    client.connect(endpoint);
-    Json::Value params;
-    params["how"] = how;
-    client.callOrThrow("Sim.die", params);
-}
-
 // The plain services of BOX log to files of their own.
 void prepareBox(BootWorld& world)
 {
@@ -105,7 +96,9 @@ TEST(Booting, ServicesComeUpInDependencyOrderAndRecoverFromDeaths)
     ASSERT_TRUE(box.listener.journal.waitFor([&] { return box.boots() > bootsBefore; }));
 
     // The media engine's crash is a failure; it is withdrawn, restarted and announced again.
-    tellSimulator("QEN", "crash");
+    RPCClient media(1);
+    media.connect("QEN");
+    media.callOrThrow("Sim.die", IRPC::parse(R"({"how":"crash"})"));
     ASSERT_TRUE(box.listener.journal.waitFor([&] { return box.listener.journal.count("failure QEN") == 1; }));
     Names expected = FACILITIES;
     for (char const* verb : {"remove ", "add "})

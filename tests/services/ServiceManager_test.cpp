@@ -1,6 +1,6 @@
 // The service command layer over fake clients: the uid list and its
-// notification, token hand-off to every client, listener fan-out while the
-// list changes.
+// notification, and the token hand-off to every client. The listeners' walk
+// is the listener list's own test.
 #include "frame/FunctionCommand.h"
 #include "ServiceFakes.h"
 #include "ServiceManager.h"
@@ -76,39 +76,6 @@ TEST_F(ServiceTable, TokensReachEveryServiceInKeyOrderWithoutMemory)
     clients.refusing = b;
     EXPECT_THROW(manager.authorizationTokenCreation(5, TWO_RIGHTS), Exception);
     EXPECT_EQ((Names{"create " + a + " 5 2"}), clients.journal.all());
-}
-
-// A listener that adds another one from inside its call.
-struct Adder : ServiceListener {
-    Adder(ServiceManager& manager, IListener* extra) : manager(manager), extra(extra) {}
-    void onBootComplete() override
-    {
-        ServiceListener::onBootComplete();
-        if (extra)
-            manager.addListener(std::exchange(extra, nullptr));
-    }
-    ServiceManager& manager;
-    IListener* extra;
-};
-
-TEST_F(ServiceTable, AddingDuringFanOutRestartsTheWalk)
-{
-    ServiceListener first;
-    ServiceListener late;
-    Adder second(manager, &late);
-    manager.addListener(&first);
-    manager.addListener(&second);
-    manager.onBootComplete();
-    EXPECT_EQ(1u, first.journal.count("boot complete"));
-    EXPECT_EQ(2u, second.journal.count("boot complete"));
-    EXPECT_EQ(1u, late.journal.count("boot complete"));
-
-    manager.removeListener(&second);
-    manager.onServiceFailure("QEN");
-    EXPECT_EQ(0u, second.journal.count("failure QEN"));
-    EXPECT_EQ(1u, late.journal.count("failure QEN"));
-    manager.removeListener(&first);
-    manager.removeListener(&late);
 }
 
 } // namespace

@@ -1,7 +1,6 @@
 // A child process as a supervisor starts it (a velmora-server, a slave, a
-// test program), and the datagram socket (NOTIFY_SOCKET) on which a
-// supervisor hears from it. For the tests and the server benchmarks. Each
-// object belongs to one thread.
+// test program), and the datagram socket (NOTIFY_SOCKET) on which it hears
+// from it. Each object belongs to one thread.
 #pragma once
 
 #include "ScratchDirectory.h"
@@ -78,14 +77,11 @@ public:
         : output(std::move(logFile))
     {
         arguments.insert(arguments.begin(), program);
-        std::map<std::string, std::string> variables;
+        std::map<std::string, std::string> variables = environment;
         for (char** entry = environ; *entry; ++entry) {
             std::string const text = *entry;
-            auto const equals = text.find('=');
-            variables[text.substr(0, equals)] = text.substr(equals + 1);
+            variables.emplace(text.substr(0, text.find('=')), text.substr(text.find('=') + 1)); // the given ones win
         }
-        for (auto const& [name, value] : environment)
-            variables[name] = value;
         std::vector<std::string> entries;
         for (auto const& [name, value] : variables)
             entries.push_back(name + "=" + value);
