@@ -1,6 +1,4 @@
-// The application table's life on the test clock: creation through the
-// factory, reports through the clients, keep-alive delays, terminal states,
-// failures of clients and factories, and destruction with live entries.
+// The application table on the test clock over a fake factory and fake clients.
 #include "ApplicationManager.h"
 #include "FakeFactory.h"
 #include "frame/Exception.h"

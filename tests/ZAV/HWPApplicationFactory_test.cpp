@@ -1,6 +1,4 @@
-// The launcher against real processes: exec failures through the pipe,
-// programs that exit at once, ignore SIGTERM or never end, reaped pids, and
-// no zombie or descriptor left behind by any of them.
+// The launcher against real processes; none may leave a zombie or a descriptor behind.
 #include "frame/DebugPrint.h"
 #include "frame/Exception.h"
 #include "FdCount.h"

@@ -1,7 +1,4 @@
-// The lifecycle journal of a real server: for each way a window goes away the
-// journal names the reason and the cause, keeps them over a restart, and a
-// journal file that cannot be written or a subscriber that never reads costs
-// the server nothing.
+// The lifecycle journal of a real server.
 #include "HostWorld.h"
 #include "PackageWorld.h"
 
@@ -22,8 +19,6 @@
 using namespace HostTest;
 
 namespace {
-
-std::vector<std::string> const NO_MASTER{};
 
 Json::Value entriesOf(Velmora::RPCClient& client, std::string const& uid)
 {
@@ -57,8 +52,6 @@ pid_t pidOf(Velmora::RPCClient& client, std::string const& uid)
     return std::stoi(entry(client, uid, "started")["cause"].asString().substr(4)); // "pid N, script ..."
 }
 
-bool hasEnded(Velmora::RPCClient& client, std::string const& uid) { return !entry(client, uid, "ended").isNull(); }
-
 std::string launchRunning(Velmora::RPCClient& client, std::string const& url)
 {
     std::string const uid = launch(client, url);
@@ -81,8 +74,7 @@ void installServices(VelmoraTest::PackageWorld const& packages, HostWorld const&
                                  world.sysroot / "usr/local/var/velmora");
 }
 
-// Why the journal must say a window went: the entry of `kind` names `reason`
-// and its cause holds `cause`.
+// Why the journal must say a window went on `path`: the entry of `kind` names `reason` and its cause holds `cause`.
 struct Why {
     char const* path;
     std::string uid;
@@ -106,12 +98,12 @@ TEST(Journal, NamesWhyEachWindowWentAwayAndKeepsItOverARestart)
         {"PATH", std::string(VELMORA_TEST_APP_DIR) + ":" + VELMORA_SIM_DIR + ":" + std::getenv("PATH")}};
     std::vector<Why> whys;
     {
-        ServerProcess server = world.server(NO_MASTER, withSimulators);
+        ServerProcess server = world.server({}, withSimulators);
         ASSERT_TRUE(world.notify.awaitMessage("READY=1")) << server.log();
         Velmora::RPCClient client(1);
         connectWatching(client, "ILifecycleJournal::onEntry"); // wakes waitFor() at every new entry
         auto const ended = [&](std::string const& uid) {
-            EXPECT_TRUE(BusTest::waitFor([&] { return hasEnded(client, uid); })) << uid << "\n" << server.log();
+            EXPECT_TRUE(BusTest::waitFor([&] { return !entry(client, uid, "ended").isNull(); })) << uid << "\n" << server.log();
         };
 
         // A full table: the oldest window is evicted for the third launch, which waits for its end.
@@ -168,7 +160,7 @@ TEST(Journal, NamesWhyEachWindowWentAwayAndKeepsItOverARestart)
     }
 
     // A second server reads the file back: each path's reason and cause are there.
-    ServerProcess again = world.server(NO_MASTER, withSimulators);
+    ServerProcess again = world.server({}, withSimulators);
     ASSERT_TRUE(world.notify.awaitMessage("READY=1")) << again.log();
     Velmora::RPCClient client(1);
     client.connect("ZAV");
@@ -198,7 +190,7 @@ TEST(Journal, AnUnwritableFileOrASubscriberThatNeverReadsCostsNothing)
 {
     HostWorld world;
     fs::create_directories(world.sysroot / "usr/local/var/velmora/journal");
-    ServerProcess server = world.server(NO_MASTER);
+    ServerProcess server = world.server({});
     ASSERT_TRUE(world.notify.awaitMessage("READY=1")) << server.log();
 
     // Subscribes with a small buffer that fills at once, and never reads.
@@ -209,17 +201,13 @@ TEST(Journal, AnUnwritableFileOrASubscriberThatNeverReadsCostsNothing)
     address.sun_family = AF_UNIX;
     Velmora::RuntimeDirectory::endpointPath("ZAV").copy(address.sun_path, sizeof(address.sun_path) - 1);
     ASSERT_EQ(0, ::connect(stalled.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)));
-    std::string const subscribe = R"({"jsonrpc":"2.0","id":1,"method":"RPC.subscribe",)"
-                                  R"("params":{"events":["ILifecycleJournal::onEntry"]}})"
-                                  "\n";
+    std::string const subscribe =
+        R"({"jsonrpc":"2.0","id":1,"method":"RPC.subscribe","params":{"events":["ILifecycleJournal::onEntry"]}})" "\n";
     ASSERT_EQ(static_cast<ssize_t>(subscribe.size()), ::write(stalled.get(), subscribe.data(), subscribe.size()));
 
     Velmora::RPCClient client(1);
     connectWatching(client, "ILifecycleJournal::onEntry");
-    Json::Value unknown;
-    unknown["proxy"] = 0;
-    unknown["applicationType"] = "NONE";
-    unknown["applicationURL"] = "nowhere";
+    Json::Value const unknown = Velmora::IRPC::parse(R"({"proxy":0,"applicationType":"NONE","applicationURL":"nowhere"})");
     for (int i = 0; i < 10000; ++i)
         client.callOrThrow("IWindowManager.launch", unknown); // a launch-failed entry each
     std::string const uid = launchRunning(client, "still served");

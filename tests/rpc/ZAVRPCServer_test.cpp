@@ -1,9 +1,4 @@
-// The RPC surface over the real bus: every remote method of every interface
-// through its handler (selection, parameters read, result or error text, the
-// manager call it became) on one connection that stays usable through bad
-// input, the notifications as a subscriber hears them, the stub instance, and
-// who may call the loopback port. Texts that are no request are the bus's own
-// tests.
+// The RPC surface over the real bus on scripted managers; texts that are no request are the bus's own tests.
 #include "RpcWorld.h"
 
 #include <gtest/gtest.h>

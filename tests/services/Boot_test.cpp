@@ -1,7 +1,4 @@
-// Booting over real packages and real processes: the graph from the RPM
-// catalogue, the order of starts, the web service's facility list, restarts
-// of killed services, the media engine's loss, the power manager's end, and
-// package sets that can't boot completely.
+// Booting over real packages and real processes.
 #include "BootWorld.h"
 #include "DirectoryWatch.h"
 #include "PlatformHelper.h"

@@ -1,10 +1,4 @@
-// The boot sequencer and the reactions to known services over fake clients, a
-// fake factory, web client and input driver: session options, the order of
-// starts per tree and pass, repeated boot completion, restarts, the web
-// service's facility list and the power manager's coming up. The power
-// manager's end is proven over real processes in the boot tests; the
-// sequencer starts each tree in the graph's walk order, so cycles are the
-// graph test's.
+// The boot sequencer over fakes; the power manager's end is the boot tests', cycles the graph test's.
 #include "frame/FunctionCommand.h"
 #include "MasterServiceManager.h"
 #include "PlatformHelper.h"
@@ -59,7 +53,7 @@ struct Boot : testing::Test {
         delete &input;
     }
 
-    // As the client would report it; the client itself may be gone after a terminal state.
+    // As the client would report it for the newest process of `name`.
     void report(std::string const& name, std::string const& state)
     {
         std::string const uid = factory.newestPid(name);

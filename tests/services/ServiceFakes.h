@@ -1,8 +1,6 @@
-// Stand-ins for the service manager's surroundings: the FakeFactory,
-// application clients that record the tokens they carry, a web client and an
-// input driver that record what they are told, and a listener that records
-// the manager's notifications. Each records under a lock: the
-// manager calls them on its own thread.
+// Stand-ins for the service manager's surroundings: application clients, a
+// web client, an input driver and a listener that record what they are told,
+// in Journals, since the manager calls them on its own thread.
 #pragma once
 
 #include "APPClient.h"
@@ -23,44 +21,33 @@ using namespace Velmora;
 
 using VelmoraTest::Journal;
 
-// Records the tokens it carries; the client of the uid in `refusing` throws instead.
-class FakeClient : public APPClient {
-public:
-    FakeClient(Client::Type type, std::string const& uid, Journal& journal, std::string const& refusing)
-        : APPClient(type, uid), journal(journal), refusing(refusing)
-    {
-    }
-    void init() override {}
-    void authorizationTokenCreation(unsigned int token, IServiceManager::Rights const& rights) override
-    {
-        if (uid == refusing)
-            throw Exception(ReturnGenericFailure);
-        journal.add("create " + uid + " " + std::to_string(token) + " " + std::to_string(rights.size()));
-    }
-    void authorizationTokenDeletion(unsigned int token) override
-    {
-        journal.add("delete " + uid + " " + std::to_string(token));
-    }
-
-private:
-    Journal& journal;
-    std::string const& refusing;
-};
-
-// Installs FakeClient as the APPClient factory for the life of the object.
-// `refusing` is set between calls to the manager, never during one.
+// Installs, for its life, an APPClient factory whose clients record the
+// tokens they carry; the client of the uid in `refusing` (set between calls to
+// the manager) throws instead.
 class FakeClients {
 public:
     FakeClients()
     {
-        APPClient::setFactory([this](Client::Type type, std::string const& uid) {
-            return new FakeClient(type, uid, journal, refusing);
-        });
+        APPClient::setFactory([this](Client::Type type, std::string const& uid) { return new Fake(type, uid, *this); });
     }
     ~FakeClients() { APPClient::setFactory(nullptr); }
 
     Journal journal;
     std::string refusing;
+
+private:
+    struct Fake : APPClient {
+        Fake(Client::Type type, std::string const& uid, FakeClients& all) : APPClient(type, uid), all(all) {}
+        void init() override {}
+        void authorizationTokenCreation(unsigned int token, IServiceManager::Rights const& rights) override
+        {
+            if (uid == all.refusing)
+                throw Exception(ReturnGenericFailure);
+            all.journal.add("create " + uid + " " + std::to_string(token) + " " + std::to_string(rights.size()));
+        }
+        void authorizationTokenDeletion(unsigned int token) override { all.journal.add("delete " + uid + " " + std::to_string(token)); }
+        FakeClients& all;
+    };
 };
 
 // Notes its end too, so that a lost or doubly deleted client shows. While

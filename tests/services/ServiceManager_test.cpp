@@ -1,6 +1,4 @@
-// The service command layer over fake clients: the uid list and its
-// notification, and the token hand-off to every client. The listeners' walk
-// is the listener list's own test.
+// The service command layer over fake clients; the listeners' walk is the listener list's own test.
 #include "frame/FunctionCommand.h"
 #include "ServiceFakes.h"
 #include "ServiceManager.h"

@@ -1,6 +1,4 @@
-// The demonstration mode's key tables and the power states, in a binary of
-// their own: VELMORA_DEMO is read once per process, at the first key, and
-// every test here sets it before its box.
+// The demonstration mode, in a binary of its own: VELMORA_DEMO is read once per process, at the first key.
 #include "WindowBox.h"
 
 using namespace Velmora;

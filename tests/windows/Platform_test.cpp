@@ -1,6 +1,4 @@
-// The platform's events from their real entries: key records written into
-// the input driver's FIFO, and the media engine's notices injected through
-// its simulator over the bus, down to windows that are real processes.
+// The platform's events from their real entries (the input FIFO, the simulators) down to real windows.
 #include "WindowBox.h"
 
 using namespace Velmora;

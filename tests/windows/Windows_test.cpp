@@ -1,10 +1,4 @@
-// Windows over real processes: a launch from its authorization to its focus
-// and back to the master window, the eviction of the oldest window with the
-// one waiting launch (also of a window that has not connected yet), the
-// focus rules, the master window's command line,
-// launches and terminations from several threads at once, programs that
-// never report, windows that can't start or die while focused,
-// and a holder certificate that is missing.
+// Windows over real processes.
 #include "WindowBox.h"
 
 #include "FdCount.h"
