@@ -22,12 +22,6 @@ using namespace Velmora;
 
 namespace {
 
-bool hasNoChildren()
-{
-    int status;
-    return waitpid(-1, &status, WNOHANG) == -1 && errno == ECHILD;
-}
-
 struct Launcher : testing::Test {
     void SetUp() override
     {
@@ -37,7 +31,7 @@ struct Launcher : testing::Test {
     void TearDown() override
     {
         EXPECT_EQ(openDescriptorCount(), descriptors);
-        EXPECT_TRUE(hasNoChildren());
+        EXPECT_TRUE(waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD) << "a child is left";
     }
     HWPApplicationFactory factory;
     int descriptors = 0;

@@ -6,6 +6,7 @@
 #pragma once
 
 #include "BusTestSupport.h"
+#include "interfaces/IRPC.h"
 #include "rpc/RPCClient.h"
 #include "ServerProcess.h"
 
@@ -69,22 +70,15 @@ inline void connectWatching(Velmora::RPCClient& client, std::string const& event
 {
     client.setNotificationHandler([](std::string const&, Json::Value const&) { BusTest::notifyChanged(); });
     client.connect("ZAV"); // no retry: READY=1 comes after the endpoint opened
-    Json::Value events;
-    events["events"].append(event);
-    client.callOrThrow("RPC.subscribe", events);
+    client.callOrThrow("RPC.subscribe", Velmora::IRPC::parse(R"({"events":[")" + event + R"("]})"));
 }
 
 // Launches an OTHER window at `url` over the bus: its uid, empty when the launch is put off.
 inline std::string launch(Velmora::RPCClient& client, std::string const& url)
 {
-    Json::Value params;
-    params["proxy"] = 0;
-    params["applicationType"] = "OTHER";
+    Json::Value params = Velmora::IRPC::parse(R"({"proxy":0,"applicationType":"OTHER"})");
     params["applicationURL"] = url;
     return client.callOrThrow("IWindowManager.launch", params).asString();
 }
-
-// True once no process `pid` exists (it has ended and been reaped).
-inline bool processGone(pid_t pid) { return ::kill(pid, 0) < 0 && errno == ESRCH; }
 
 } // namespace HostTest

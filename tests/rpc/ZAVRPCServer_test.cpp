@@ -265,15 +265,13 @@ namespace {
 // as its first answer.
 std::string replyTo(unsigned short port, std::string const& origin, bool upgrade)
 {
-    int const fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    RawPeer peer(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)); // closes the socket
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
-        ::close(fd);
+    if (::connect(peer.fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0)
         return "";
-    }
     std::string const body = R"({"jsonrpc":"2.0","id":1,"method":"RPC.ping"})";
     std::string request = upgrade ? "GET / HTTP/1.1\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
                                     "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n"
@@ -285,12 +283,11 @@ std::string replyTo(unsigned short port, std::string const& origin, bool upgrade
     request += "\r\n";
     if (!upgrade)
         request += body;
-    ::send(fd, request.data(), request.size(), MSG_NOSIGNAL);
+    peer.send(request);
     std::string reply;
     char chunk[4096];
-    for (ssize_t n; (reply.empty() || !upgrade) && (n = ::recv(fd, chunk, sizeof(chunk), 0)) > 0;)
+    for (ssize_t n; (reply.empty() || !upgrade) && (n = ::recv(peer.fd, chunk, sizeof(chunk), 0)) > 0;)
         reply.append(chunk, static_cast<std::size_t>(n));
-    ::close(fd);
     return reply;
 }
 

@@ -85,9 +85,6 @@ TEST(Sessions, OnlyTheHighestIndexRightBehindTheWordCounts)
     EXPECT_EQ(2u, count({"--velmora:session1", "--velmora:session0"}));
     EXPECT_EQ(13u, count({"--velmora:session12"}));
     EXPECT_EQ(1u, count({"--velmora:session=2"}));
-    // Found behind other characters, but read at the same index of the word.
-    EXPECT_EQ(1u, count({"x--velmora:session5"}));
-    EXPECT_EQ(6u, count({"--velmora:session5x"}));
 }
 
 TEST_F(Boot, EachTreeStartsOneServiceAtATimeInWalkOrder)
@@ -176,29 +173,20 @@ TEST_F(Boot, MediaEngineLossIsAFailureAndRestartsItEvenWithTheWebServiceGone)
     Names const heard = web.take();
     EXPECT_EQ(2, std::count(heard.begin(), heard.end(), "add TV"));
 
-    std::size_t const starts = factory.started.size();
-    report("VelmoraQENExec", "TERMINATED");
-    EXPECT_EQ((Names{"remove MediaStore", "remove MediaPlayer", "remove FastChannelChange", "remove Frontend",
-                     "remove TV"}),
-              web.all());
-    // Restarted once, at once; the pass then waits for it.
-    EXPECT_EQ(starts + 1, factory.started.size());
-    EXPECT_EQ(2u, listener.journal.count("failure QEN"));
-
     // The web service dies or stalls: its failed calls are logged, the
-    // engine's end is still recorded, its process reaped and the engine restarted.
-    report("VelmoraQENExec", "RUNNING");
+    // engine's end is still recorded, its process reaped and the engine
+    // restarted. (Its withdrawal from a live web service is the boot tests'.)
     std::size_t const destroyed = factory.destroyed.size();
     std::string const engine = factory.newestPid("VelmoraQENExec");
     webDead = true;
     report("VelmoraQENExec", "CRASHED");
-    EXPECT_EQ(3u, listener.journal.count("failure QEN"));
+    EXPECT_EQ(2u, listener.journal.count("failure QEN"));
     EXPECT_EQ(engine, factory.destroyed.back());
     EXPECT_NE(engine, factory.newestPid("VelmoraQENExec"));
     report("VelmoraQENExec", "RUNNING"); // announced to the dead service: logged, and recorded
     webDead = false;
     report("VelmoraQENExec", "TERMINATED");
-    EXPECT_EQ(4u, listener.journal.count("failure QEN"));
+    EXPECT_EQ(3u, listener.journal.count("failure QEN"));
     EXPECT_EQ(destroyed + 2, factory.destroyed.size());
 }
 
