@@ -124,7 +124,8 @@ class Screen {
 
 const top = (s) => s.windows.at(-1);
 const named = (s, name) => s.windows.find((w) => w.name === name);
-const onTop = (name) => (s) => top(s)?.name === name && top(s).focused && top(s).state === 'RUNNING';
+// The window of that name (or type) is on top, focused and running.
+const onTop = (name, key = 'name') => (s) => top(s)?.[key] === name && top(s).focused && top(s).state === 'RUNNING';
 const gone = (s, name) => !named(s, name) && !(s.hidden ?? []).some((w) => w.name === name);
 
 // ---- Steps ------------------------------------------------------------------------
@@ -265,8 +266,7 @@ async function voice() {
 
 async function miracast() {
   await sim('QEN', 'connectPeer', { ipAddress: '192.168.49.2', miraCast: true, rtspPort: 7236 });
-  const shown = await screen.waitFor('the Wi-Fi Display player',
-    (s) => top(s)?.type === 'WFDPLAYER' && top(s).focused && top(s).state === 'RUNNING');
+  const shown = await screen.waitFor('the Wi-Fi Display player', onTop('WFDPLAYER', 'type'));
   const seen = await screenshot('miracast-player', shown, top(shown).name);
   assert.equal(seen.cards, 1, 'the player, a program without a browser, shows as a card');
 }
@@ -307,8 +307,7 @@ async function android() {
   const name = home.tiles.find((t) => /android|gallery/i.test(t));
   assert.ok(name, `the home screen offers the Android application: ${home.tiles}`);
   await launchFromHome(name);
-  const shown = await screen.waitFor('the Android application',
-    (s) => top(s)?.type === 'ANDROID' && top(s).focused && top(s).state === 'RUNNING');
+  const shown = await screen.waitFor('the Android application', onTop('ANDROID', 'type'));
   await screenshot('android-on-slave', shown, top(shown).name);
   // Back leaves a native program as it leaves a page: the home screen comes back.
   await press('Back');
@@ -317,8 +316,7 @@ async function android() {
 
 async function stop() {
   await demo('--stop');
-  const left = boxProcesses();
-  assert.deepEqual(left, [], 'scripts/demo --stop leaves no process of the box');
+  assert.deepEqual(boxProcesses(), [], 'scripts/demo --stop leaves no process of the box');
 }
 
 const steps = [bootAndHome, launchWithKeys, secondEvictsFirst, toggleHome, powerDownAndUp, voice, miracast, install,

@@ -20,17 +20,18 @@ using namespace HostTest;
 
 namespace {
 
-Json::Value entriesOf(Velmora::RPCClient& client, std::string const& uid)
+// The entries whose `member` is `value`.
+Json::Value query(Velmora::RPCClient& client, char const* member, std::string const& value)
 {
-    Json::Value query;
-    query["uid"] = uid;
-    return client.callOrThrow("ILifecycleJournal.query", query);
+    Json::Value request;
+    request[member] = value;
+    return client.callOrThrow("ILifecycleJournal.query", request);
 }
 
 // The first entry of `uid` of that kind; null when there is none yet.
 Json::Value entry(Velmora::RPCClient& client, std::string const& uid, std::string const& kind)
 {
-    for (Json::Value const& found : entriesOf(client, uid))
+    for (Json::Value const& found : query(client, "uid", uid))
         if (found["kind"] == kind)
             return found;
     return Json::Value();
@@ -39,9 +40,7 @@ Json::Value entry(Velmora::RPCClient& client, std::string const& uid, std::strin
 // The uid of the program started for `name`; empty while none is.
 std::string startedFor(Velmora::RPCClient& client, std::string const& name)
 {
-    Json::Value query;
-    query["kind"] = "started";
-    for (Json::Value const& found : client.callOrThrow("ILifecycleJournal.query", query))
+    for (Json::Value const& found : query(client, "kind", "started"))
         if (found["name"] == name)
             return found["uid"].asString();
     return std::string();
@@ -141,11 +140,8 @@ TEST(Journal, NamesWhyEachWindowWentAwayAndKeepsItOverARestart)
         whys.push_back({"service failure", victim, "terminate", "the service QEN failed", "every window but the master"});
         whys.push_back({"service failure", engine, "exited", "signal 9 (Killed)", "ended in state RUNNING"});
         // Booted once, and once more when the restarted engine runs, however often the service manager says so.
-        Json::Value boots;
-        boots["kind"] = "boot-complete";
-        EXPECT_TRUE(BusTest::waitFor([&] { return client.callOrThrow("ILifecycleJournal.query", boots).size() == 2; }));
-        EXPECT_EQ("again, after a service ended",
-                  client.callOrThrow("ILifecycleJournal.query", boots)[1]["cause"].asString());
+        EXPECT_TRUE(BusTest::waitFor([&] { return query(client, "kind", "boot-complete").size() == 2; }));
+        EXPECT_EQ("again, after a service ended", query(client, "kind", "boot-complete")[1]["cause"].asString());
 
         // Alive but deaf: a stopped window can't answer the request to end; the collection kills it.
         std::string const deaf = launchRunning(client, "deaf");
@@ -165,7 +161,7 @@ TEST(Journal, NamesWhyEachWindowWentAwayAndKeepsItOverARestart)
     Velmora::RPCClient client(1);
     client.connect("ZAV");
     for (Why const& why : whys) {
-        Json::Value const all = entriesOf(client, why.uid);
+        Json::Value const all = query(client, "uid", why.uid);
         auto const found = std::find_if(all.begin(), all.end(), [&](Json::Value const& one) {
             return one["kind"] == why.kind && one["reason"] == why.reason;
         });

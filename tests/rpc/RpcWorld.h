@@ -120,10 +120,7 @@ private:
 // One service, "svc", that takes tokens.
 class ScriptedServices : public ServiceManager {
 public:
-    ScriptedServices(ApplicationFactory* factory, Recorder record)
-        : ServiceManager(factory, 0, nullptr), record(std::move(record))
-    {
-    }
+    ScriptedServices(ApplicationFactory* factory, Recorder record) : ServiceManager(factory, 0, nullptr), record(std::move(record)) {}
     ~ScriptedServices() override { uninit(); }
     Client::Type getClientType() override { return Client::Master; }
 
@@ -134,10 +131,7 @@ protected:
     {
         record("tokenCreation " + std::to_string(token) + " " + text(rights));
     }
-    void _authorizationTokenDeletion(unsigned int token) override
-    {
-        record("tokenDeletion " + std::to_string(token));
-    }
+    void _authorizationTokenDeletion(unsigned int token) override { record("tokenDeletion " + std::to_string(token)); }
 
 private:
     Recorder record;
@@ -170,13 +164,11 @@ public:
         if (!record)
             record = [this](std::string line) { calls.add(std::move(line)); };
         if (stub) {
-            stubServices = std::make_unique<StubServiceManager>(&factory);
-            services = stubServices.get();
+            services = std::make_unique<StubServiceManager>(&factory);
         } else {
             sessions.push_back(std::make_unique<ScriptedWindows>(0, &factory, std::vector<std::string>{"a0", "gone"}, record, gate));
             sessions.push_back(std::make_unique<ScriptedWindows>(1, &factory, std::vector<std::string>{"b1", "c1"}, record, gate));
-            scriptedServices = std::make_unique<ScriptedServices>(&factory, record);
-            services = scriptedServices.get();
+            services = std::make_unique<ScriptedServices>(&factory, record);
         }
         std::vector<WindowManager*> windowManagers;
         for (auto& session : sessions) {
@@ -188,7 +180,7 @@ public:
         packages->init();
         installer->init();
         settings->init();
-        server = std::make_unique<ZAVRPCServer>(windowManagers, portMapper.get(), services, stateManager.get(),
+        server = std::make_unique<ZAVRPCServer>(windowManagers, portMapper.get(), services.get(), stateManager.get(),
                                                 packages.get(), installer.get(), settings.get(), "");
         server->setWebAddress("127.0.0.1:0");
         server->init();
@@ -216,9 +208,7 @@ public:
     Gate gate;
     HWPApplicationFactory factory;
     std::vector<std::unique_ptr<WindowManager>> sessions;
-    std::unique_ptr<ScriptedServices> scriptedServices;
-    std::unique_ptr<StubServiceManager> stubServices;
-    ServiceManager* services = nullptr;
+    std::unique_ptr<ServiceManager> services;
     std::unique_ptr<PortMapper> portMapper = std::make_unique<PortMapper>();
     std::unique_ptr<StateManager> stateManager = std::make_unique<StateManager>();
     std::unique_ptr<StubPackageManager> packages = std::make_unique<StubPackageManager>();

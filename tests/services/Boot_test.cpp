@@ -4,14 +4,13 @@
 #include "PlatformHelper.h"
 #include "rpc/RPCClient.h"
 #include "ReturnCodeOf.h"
+#include "ServerProcess.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <csignal>
 
-#include <poll.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -134,18 +133,11 @@ TEST(PowerManagerEnd, EndsTheServerWithStatusZero)
         for (;;)
             ::pause(); // until the server ends the process, or the test gives up on it
     }
-    int status = -1;
-    // Waits for the server's end itself; the bound only catches a server that stays.
-    int const handle = static_cast<int>(::syscall(SYS_pidfd_open, server, 0));
-    ASSERT_GE(handle, 0);
-    pollfd end{handle, POLLIN, 0};
-    bool const ended = ::poll(&end, 1, 60'000) == 1 && ::waitpid(server, &status, 0) == server;
-    ::close(handle);
+    bool const ended = HostTest::awaitEnd(server, 60'000);
     ::kill(-server, SIGKILL);
-    if (!ended) {
-        ::waitpid(server, &status, 0);
-        FAIL() << "the server did not end";
-    }
+    int status = -1;
+    ::waitpid(server, &status, 0);
+    ASSERT_TRUE(ended) << "the server did not end";
     ASSERT_TRUE(WIFEXITED(status));
     EXPECT_EQ(0, WEXITSTATUS(status));
 }

@@ -175,8 +175,6 @@ TEST(AndroidSlave, OneSlavePerNameTheURLPicksTheProgramKeysFollowTheFocusAStubbo
     EXPECT_EQ(countOf(readLines(sandbox.root / "app.log"), "stubborn"), 1);
     std::vector<pid_t> const running = slave.children();
     ASSERT_EQ(running.size(), 1u);
-    FileDescriptor watch(static_cast<int>(::syscall(SYS_pidfd_open, running[0], 0)));
     ::kill(slave.process.pid, SIGKILL);
-    pollfd ended{watch.get(), POLLIN, 0};
-    EXPECT_EQ(::poll(&ended, 1, 30000), 1); // the application died with its slave
+    EXPECT_TRUE(HostTest::awaitEnd(running[0])) << "the application outlived its slave";
 }

@@ -16,6 +16,7 @@
 #include <poll.h>
 #include <spawn.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -25,6 +26,19 @@ extern char** environ;
 namespace HostTest {
 
 namespace fs = std::filesystem;
+
+// Waits up to `milliseconds` for process `pid` to end, without reaping it; one
+// already reaped has ended.
+inline bool awaitEnd(pid_t pid, int milliseconds = 30000)
+{
+    int const watch = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
+    if (watch < 0)
+        return errno == ESRCH;
+    pollfd ended{watch, POLLIN, 0};
+    bool const done = ::poll(&ended, 1, milliseconds) == 1;
+    ::close(watch);
+    return done;
+}
 
 // The datagram socket a supervisor listens on; each datagram is one message
 // such as "READY=1" or "WATCHDOG=1".

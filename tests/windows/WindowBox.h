@@ -16,6 +16,7 @@
 #include "MultiInputDriver.h"
 #include "NullWindowManagerListener.h"
 #include "ScopedEnv.h"
+#include "ServerProcess.h"
 #include "ScratchDirectory.h"
 #include "frame/FunctionCommand.h"
 #include "HWPApplicationFactory.h"
@@ -117,14 +118,11 @@ public:
     std::string awaitLine(Condition condition, std::chrono::milliseconds deadline = std::chrono::seconds(30))
     {
         std::string found;
-        waitFor(
-            [&] {
-                Lines const lines = all();
-                auto const match = std::find_if(lines.begin(), lines.end(), condition);
-                found = match == lines.end() ? "" : *match;
-                return match != lines.end();
-            },
-            deadline);
+        waitFor([&] {
+            Lines const lines = all();
+            auto const match = std::ranges::find_if(lines, condition);
+            return match != lines.end() && !(found = *match).empty();
+        }, deadline);
         return found;
     }
     // Waits until `line` has been told.
@@ -140,27 +138,10 @@ public:
     std::string destroyApplication(std::string const& pid, bool forceful) override
     {
         pid_t const process = static_cast<pid_t>(std::stol(pid));
-        if (forceful || !ended(process, 200))
+        if (forceful || !HostTest::awaitEnd(process, 200))
             ::kill(process, SIGKILL);
-        siginfo_t info{};
-        while (::waitid(P_PID, static_cast<id_t>(process), &info, WEXITED | WNOWAIT) < 0 && errno == EINTR)
-            ;
+        HostTest::awaitEnd(process);
         return HWPApplicationFactory::destroyApplication(pid, forceful);
-    }
-
-private:
-    // Waits up to `milliseconds` for the process to end, without reaping it.
-    static bool ended(pid_t process, int milliseconds)
-    {
-        int const descriptor = static_cast<int>(::syscall(SYS_pidfd_open, process, 0));
-        if (descriptor < 0)
-            return false;
-        pollfd watch{descriptor, POLLIN, 0};
-        int ready = 0;
-        while ((ready = ::poll(&watch, 1, milliseconds)) < 0 && errno == EINTR)
-            ;
-        ::close(descriptor);
-        return ready == 1;
     }
 };
 
@@ -183,20 +164,14 @@ public:
         onThread([&] { value = read(); });
         return value;
     }
-    void collect()
-    {
-        onThread([this] { _garbageCollection(); });
-    }
+    void collect() { onThread([this] { _garbageCollection(); }); }
     std::string master() { return fetch([this] { return masterUid; }); }
     std::size_t windowCount() { return fetch([this] { return applications.size(); }); }
     std::size_t pending() { return fetch([this] { return pendingLaunches.size(); }); }
     VelmoraTest::Journal powerStates; // each power state reported, in order
     std::string pidOf(std::string const& uid)
     {
-        return fetch([&] {
-            ApplicationMapEntry* entry = _getApplicationEntry(uid);
-            return entry ? entry->getPid() : std::string();
-        });
+        return fetch([&] { return _getApplicationEntry(uid) ? _getApplicationEntry(uid)->getPid() : std::string(); });
     }
 
 protected:
@@ -332,20 +307,14 @@ public:
             return line.rfind("up " + endpoint + " ", 0) == 0;
         });
         ASSERT_NE(up, log.rend());
-        pid_t const process = static_cast<pid_t>(std::stol(up->substr(endpoint.size() + 4)));
-        Velmora::FileDescriptor watch(static_cast<int>(::syscall(SYS_pidfd_open, process, 0)));
-        ASSERT_TRUE(watch.valid());
         ASSERT_TRUE(inject(endpoint, "die", object({{"how", "crash"}})));
-        pollfd ended{watch.get(), POLLIN, 0};
-        ASSERT_EQ(::poll(&ended, 1, 30000), 1);
+        ASSERT_TRUE(HostTest::awaitEnd(static_cast<pid_t>(std::stol(up->substr(endpoint.size() + 4)))));
     }
     // Starts the simulator of `endpoint` ("QEN", "HUX") as a service and waits until it serves.
     void startSimulator(std::string const& endpoint)
     {
         auto const ups = [&](Lines const& lines) {
-            return std::count_if(lines.begin(), lines.end(), [&](std::string const& line) {
-                return line.rfind("up " + endpoint + " ", 0) == 0;
-            });
+            return std::ranges::count_if(lines, [&](std::string const& line) { return line.starts_with("up " + endpoint + " "); });
         };
         fs::path const log = sandbox.root / "sim.log";
         long const before = ups(readLines(log));
@@ -363,11 +332,7 @@ public:
         return lines;
     }
     // Runs the garbage collection after `ticks` of silence.
-    void collectAfter(unsigned int ticks)
-    {
-        clock.advance(ticks);
-        windows->collect();
-    }
+    void collectAfter(unsigned int ticks) { clock.advance(ticks); windows->collect(); }
 
     Velmora::TestClock clock;
     VelmoraTest::Sandbox sandbox;
