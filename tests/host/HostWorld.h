@@ -1,8 +1,6 @@
-// The world of a real velmora-server process to test against: a private
-// sysroot holding the project's launch scripts, a private runtime directory, a
-// supervisor's notification socket (NOTIFY_SOCKET) that collects what the
-// server tells it, and velmoractl run as a shell would run it. The launch scripts start the
-// SDK's test program, whose behaviour the server's environment picks.
+// The world of a real velmora-server: a sysroot with the launch scripts (which
+// start the SDK's test program), a private runtime directory, a supervisor's
+// notification socket, and velmoractl run as a shell would run it.
 #pragma once
 
 #include "BusTestSupport.h"

@@ -109,12 +109,9 @@ TEST(Host, WedgedManagerStopsTheWatchdogUntilItRunsAgain)
     EXPECT_EQ(0, server.stop(SIGTERM)) << server.log();
 }
 
-// A program that the server starts before its endpoint accepts (the services
-// of the first boot pass) waits for the endpoint instead of failing, and
-// registers once the server serves. A second server on a live endpoint's name
-// then fails with a clear message before starting anything; one on a taken
-// TCP port fails cleanly too, leaving no socket behind; the first goes on
-// serving.
+// A program started before the endpoint accepts (a service of the first boot
+// pass) registers once it does. A second server on a live endpoint's name, or
+// on a taken TCP port, fails cleanly and leaves the first serving.
 TEST(Host, EarlyProgramsRegisterOnceTheEndpointOpensAndASecondServerLeavesTheFirst)
 {
     HostWorld world;

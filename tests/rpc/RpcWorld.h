@@ -1,11 +1,7 @@
-// A server instance for the RPC surface tests: ZAVRPCServer over managers
-// whose policy is a script (two window sessions holding fixed windows, a
-// service manager with one service, a package installer that ends each
-// request at once), the stub package catalogue and settings, the real state
-// manager and port mapper. Every manager operation the handlers reach is
-// logged as "<operation> <arguments>", so a test sees which call a remote
-// method became. Clients talk to it over its Unix socket and its loopback
-// WebSocket/HTTP port.
+// ZAVRPCServer over scripted managers (two window sessions of fixed windows,
+// one service, an installer that ends each request at once), the stub
+// catalogue and settings, the real state manager and port mapper. Every
+// manager operation the handlers reach is logged as "<operation> <arguments>".
 #pragma once
 
 #include "BusTestSupport.h"

@@ -1,9 +1,7 @@
-// A box to boot in a test: service packages built with rpmbuild and installed
-// into a private RPM root, a private runtime directory with the server's bus
-// endpoint, and plain services that are shell wrappers around the SDK's test
-// program, each noting its start in an order file before it execs. The
-// simulators are found on PATH, as the server finds any service, and log to
-// logFile("sim"). Box holds
+// A box to boot in a test: service packages installed into a private RPM
+// root, a private runtime directory with the server's bus endpoint, plain
+// services (the SDK's test program, each noting its start in an order file)
+// and the simulators, found on PATH and logging to logFile("sim"). Box holds
 // the master classes that boot such a world.
 #pragma once
 

@@ -6,11 +6,9 @@ using namespace WindowTest;
 
 namespace {
 
-// The media engine's notices follow the manager's own queue: once the
-// compositor's animation notice for the master window has moved the focus,
-// every notice sent before it has been handled. After a simulator restarted,
-// the client dials it again by itself, which nobody is told of: so the
-// sentinel is sent again each time it is not heard within half a second, for up to 30 s.
+// Every media engine notice sent before has been handled once the animation
+// notice for the master window has moved the focus. The client redials a
+// restarted simulator unannounced, so the sentinel is sent again each half second.
 void awaitNoticesHandled(WindowBox& box)
 {
     auto const heard = [&](std::string const& told) { return told.ends_with(">" + box.master); };

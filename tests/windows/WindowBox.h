@@ -1,11 +1,9 @@
-// A display session to test against, made of real pieces: a private sysroot
-// holding the project's launch scripts and a holder certificate, the
-// server's bus endpoint that programs dial, the media and power simulators
-// and a token-hearing service started by a service manager, the
-// authorization manager with test-time keys, the input driver reading a FIFO
-// that press() writes key records into, and a MasterWindowManager with the
-// real process factory. Time is the test clock; the garbage collection runs
-// when a test calls collect().
+// A display session of real pieces: a sysroot with the launch scripts and a
+// holder certificate, the bus endpoint, the media and power simulators and a
+// token-hearing service, the authorization manager with test keys, the input
+// driver reading the FIFO that press() writes, and a MasterWindowManager with
+// the real process factory. Time is the test clock; the garbage collection
+// runs when a test calls collect().
 #pragma once
 
 #include "AuthorizationFixture.h"
@@ -28,7 +26,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -41,10 +38,7 @@
 
 #include <csignal>
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace WindowTest {
