@@ -1,6 +1,6 @@
 // The application table on the test clock over a fake factory and fake clients.
 #include "ApplicationManager.h"
-#include "FakeFactory.h"
+#include "ServiceFakes.h"
 #include "frame/Exception.h"
 #include "frame/FunctionCommand.h"
 #include "ReturnCodeOf.h"
@@ -10,37 +10,12 @@
 
 #include <atomic>
 #include <functional>
-#include <map>
 #include <vector>
 
 using namespace Velmora;
-using ServiceTest::FakeFactory;
+using namespace ServiceTest;
 
 namespace {
-
-class FakeClient : public APPClient {
-public:
-    FakeClient(Client::Type type, std::string const& uid, std::atomic<int>& deletions)
-        : APPClient(type, uid), deletions(deletions)
-    {
-    }
-    ~FakeClient() override { ++deletions; }
-    void init() override { initialised = true; }
-    std::string getState(std::string const&) override
-    {
-        if (failCalls)
-            throw Exception(ReturnGenericFailure);
-        return "RUNNING";
-    }
-    void terminate(std::string const& uid) override { terminated.push_back(uid); }
-    void report(std::string const& oldState, std::string const& newState) { notifyStateChange(oldState, newState); }
-    void keepAlive(std::string const& state) { notifyKeepAlive(state); }
-
-    std::atomic<int>& deletions;
-    bool initialised = false;
-    bool failCalls = false;
-    std::vector<std::string> terminated;
-};
 
 class TestManager : public ApplicationManager {
 public:
@@ -81,20 +56,11 @@ private:
 };
 
 struct ApplicationTable : testing::Test {
-    void SetUp() override
-    {
-        APPClient::setFactory([this](Client::Type type, std::string const& uid) {
-            auto* client = new FakeClient(type, uid, clientDeletions);
-            clients[uid] = client;
-            return client;
-        });
-    }
-    void TearDown() override { APPClient::setFactory(nullptr); }
-
     TestClock clock;
+    FakeClients clients;
     FakeFactory factory;
-    std::atomic<int> clientDeletions{0};
-    std::map<std::string, FakeClient*> clients; // written on the manager's thread, read after sync
+    // The clients deleted so far.
+    long gone() { return std::ranges::count_if(clients.journal.all(), [](auto const& line) { return line.starts_with("gone "); }); }
 };
 
 } // namespace
@@ -125,7 +91,6 @@ TEST_F(ApplicationTable, UidIsTheTokenOrTheProcessIdAndTerminateMarksTheEntry)
     EXPECT_EQ(byPid, "1000");
     EXPECT_EQ(manager.entry(byPid).getPid(), "1000");
     EXPECT_EQ(manager.entry(byPid).getLastReportedState(), ILifecycleManagement::STATE_UNINITIALIZED);
-    EXPECT_TRUE(clients[byPid]->initialised);
 
     std::string byToken = manager.create("app", R"({"authorizationToken":"4242"})");
     EXPECT_EQ(byToken, "4242");
@@ -134,7 +99,7 @@ TEST_F(ApplicationTable, UidIsTheTokenOrTheProcessIdAndTerminateMarksTheEntry)
     // A second launch with the same token replaces the entry; the first process stays.
     EXPECT_EQ(manager.create("app", R"({"authorizationToken":"4242"})"), "4242");
     EXPECT_EQ(manager.entry("4242").getPid(), "1002");
-    EXPECT_EQ(clientDeletions, 1);
+    EXPECT_EQ(clients.journal.all(), std::vector<std::string>{"gone 4242"});
     EXPECT_EQ(factory.destroyed.size(), 0u);
 
     factory.failing.insert("missing");
@@ -144,7 +109,7 @@ TEST_F(ApplicationTable, UidIsTheTokenOrTheProcessIdAndTerminateMarksTheEntry)
     // Terminate marks the entry; unknown uids are invalid parameters.
     clock.advance(9999);
     manager.terminate(byPid);
-    EXPECT_EQ(clients[byPid]->terminated, std::vector<std::string>{byPid});
+    EXPECT_EQ(clients.journal.all(), (std::vector<std::string>{"gone 4242", "terminate " + byPid}));
     EXPECT_TRUE(manager.entry(byPid).getDeathMark());
     clock.advance(10000);
     EXPECT_TRUE(manager.entry(byPid).getKeepAlive()); // the mark restarted the delay
@@ -154,7 +119,7 @@ TEST_F(ApplicationTable, UidIsTheTokenOrTheProcessIdAndTerminateMarksTheEntry)
     EXPECT_EQ(returnCodeOf([&] { manager.activate("nobody"); }), ReturnInvalidParameter);
     EXPECT_EQ(returnCodeOf([&] { manager.getRuntimeStatistics("nobody"); }), ReturnInvalidParameter);
 
-    clients[byPid]->failCalls = true;
+    clients.refusing = byPid;
     EXPECT_EQ(returnCodeOf([&] { manager.getState(byPid); }), ReturnGenericFailure);
     // The default client, with no program behind it, fails calls the same way.
     EXPECT_EQ(returnCodeOf([&] { manager.suspend(byPid); }), ReturnGenericFailure);
@@ -165,15 +130,14 @@ TEST_F(ApplicationTable, ReportsMoveTheStateAndTerminalStatesEndTheEntry)
     TestManager manager(&factory, {});
     manager.init();
     std::string uid = manager.create("app", "");
-    FakeClient* client = clients[uid];
 
-    client->report("", "INITIALIZING");
+    clients.report(uid, "", "INITIALIZING");
     manager.entry(uid); // sync with the manager's thread
     EXPECT_EQ(manager.entry(uid).getLastReportedState(), "INITIALIZING");
     EXPECT_EQ(manager.listChanges, 1);
 
     clock.advance(9000);
-    client->keepAlive("INITIALIZING"); // same state: a sign of life, no list change
+    clients.keepAlive(uid, "INITIALIZING"); // same state: a sign of life, no list change
     manager.entry(uid);
     EXPECT_EQ(manager.listChanges, 1);
     clock.advance(9000);
@@ -181,7 +145,7 @@ TEST_F(ApplicationTable, ReportsMoveTheStateAndTerminalStatesEndTheEntry)
     clock.advance(1001);
     EXPECT_FALSE(manager.entry(uid).getKeepAlive());
 
-    client->report("INITIALIZING", ILifecycleManagement::STATE_RUNNING);
+    clients.report(uid, "INITIALIZING", ILifecycleManagement::STATE_RUNNING);
     EXPECT_TRUE(manager.entry(uid).getKeepAlive());
     clock.advance(6001); // RUNNING shortened the delay to six seconds
     EXPECT_FALSE(manager.entry(uid).getKeepAlive());
@@ -194,7 +158,7 @@ TEST_F(ApplicationTable, ReportsMoveTheStateAndTerminalStatesEndTheEntry)
     ASSERT_EQ(factory.destroyed.size(), 1u);
     EXPECT_EQ(factory.destroyed[0], "1000");
     EXPECT_FALSE(factory.forcefully[0]);
-    EXPECT_EQ(clientDeletions, 1);
+    EXPECT_EQ(gone(), 1);
 
     // Reports for a uid that is gone are ignored without a word.
     manager.onStateChange(uid, "", ILifecycleManagement::STATE_RUNNING);
@@ -228,6 +192,6 @@ TEST_F(ApplicationTable, ARunawayIsKilledAtOnceAndDestroyingTheManagerDestroysEv
             for (std::string const& uid : uids)
                 manager.onStateChange(uid, "", round % 2 ? "RUNNING" : "SUSPENDED");
     }
-    EXPECT_EQ(clientDeletions, 6);
+    EXPECT_EQ(gone(), 6);
     EXPECT_EQ(factory.destroyed.size(), 6u);
 }

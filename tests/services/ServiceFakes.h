@@ -11,6 +11,7 @@
 #include "Journal.h"
 #include "WEBClient.h"
 
+#include <map>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -21,16 +22,24 @@ using namespace Velmora;
 
 using VelmoraTest::Journal;
 
-// Installs, for its life, an APPClient factory whose clients record the
-// tokens they carry; the client of the uid in `refusing` (set between calls to
-// the manager) throws instead.
+// Installs, for its life, an APPClient factory whose clients record in
+// `journal` the tokens they carry ("create <uid> <token> <rights>", "delete
+// <uid> <token>"), the requests to end ("terminate <uid>") and their own end
+// ("gone <uid>"); the client of the uid in `refusing` (set between calls to the
+// manager) fails its calls instead. report() and keepAlive() speak for the
+// client of `uid` as its program would.
 class FakeClients {
 public:
     FakeClients()
     {
-        APPClient::setFactory([this](Client::Type type, std::string const& uid) { return new Fake(type, uid, *this); });
+        APPClient::setFactory([this](Client::Type type, std::string const& uid) {
+            std::lock_guard lock(mutex);
+            return made[uid] = new Fake(type, uid, *this);
+        });
     }
     ~FakeClients() { APPClient::setFactory(nullptr); }
+    void report(std::string const& uid, std::string const& from, std::string const& to) { fake(uid)->notifyStateChange(from, to); }
+    void keepAlive(std::string const& uid, std::string const& state) { fake(uid)->notifyKeepAlive(state); }
 
     Journal journal;
     std::string refusing;
@@ -38,16 +47,36 @@ public:
 private:
     struct Fake : APPClient {
         Fake(Client::Type type, std::string const& uid, FakeClients& all) : APPClient(type, uid), all(all) {}
+        ~Fake() override { all.journal.add("gone " + uid); }
         void init() override {}
+        std::string getState(std::string const&) override
+        {
+            failIfRefusing();
+            return "RUNNING";
+        }
+        void terminate(std::string const& target) override { all.journal.add("terminate " + target); }
         void authorizationTokenCreation(unsigned int token, IServiceManager::Rights const& rights) override
         {
-            if (uid == all.refusing)
-                throw Exception(ReturnGenericFailure);
+            failIfRefusing();
             all.journal.add("create " + uid + " " + std::to_string(token) + " " + std::to_string(rights.size()));
         }
         void authorizationTokenDeletion(unsigned int token) override { all.journal.add("delete " + uid + " " + std::to_string(token)); }
+        void failIfRefusing() const
+        {
+            if (uid == all.refusing)
+                throw Exception(ReturnGenericFailure);
+        }
+        using APPClient::notifyKeepAlive;
+        using APPClient::notifyStateChange;
         FakeClients& all;
     };
+    Fake* fake(std::string const& uid)
+    {
+        std::lock_guard lock(mutex);
+        return made.at(uid);
+    }
+    std::mutex mutex;
+    std::map<std::string, Fake*> made; // owned by the managers, which delete them
 };
 
 // Notes its end too, so that a lost or doubly deleted client shows. While
