@@ -115,7 +115,8 @@ public:
         waitFor([&] {
             Lines const lines = all();
             auto const match = std::ranges::find_if(lines, condition);
-            return match != lines.end() && !(found = *match).empty();
+            found = match == lines.end() ? "" : *match;
+            return !found.empty();
         }, deadline);
         return found;
     }
