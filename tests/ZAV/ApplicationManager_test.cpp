@@ -2,14 +2,12 @@
 #include "ApplicationManager.h"
 #include "ServiceFakes.h"
 #include "frame/Exception.h"
-#include "frame/FunctionCommand.h"
 #include "ReturnCodeOf.h"
 #include "frame/TestClock.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <functional>
 #include <vector>
 
 using namespace Velmora;
@@ -17,25 +15,16 @@ using namespace ServiceTest;
 
 namespace {
 
-class TestManager : public ApplicationManager {
+class TestManager : public OnThread<ApplicationManager> {
 public:
     TestManager(ApplicationFactory* factory, std::vector<char const*> args)
-        : ApplicationManager(factory, "TestManager", 0, nullptr), args(std::move(args))
+        : OnThread(factory, "TestManager", 0, nullptr), args(std::move(args))
     {
         argc = static_cast<int>(this->args.size());
         argv = const_cast<char**>(this->args.data());
     }
     // The thread stops before this class goes: its commands call this class's overrides.
     ~TestManager() override { uninit(); }
-    Client::Type getClientType() override { return Client::Master; }
-
-    void onThread(std::function<void()> body) { FunctionCommand::run(*this, std::move(body)); }
-    std::string create(std::string const& name, std::string const& parameters)
-    {
-        std::string uid;
-        onThread([&] { uid = _createApplication(name, parameters); });
-        return uid;
-    }
     ApplicationMapEntry entry(std::string const& uid)
     {
         ApplicationMapEntry copy;

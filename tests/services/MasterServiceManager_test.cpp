@@ -1,5 +1,4 @@
 // The boot sequencer over fakes; the power manager's end is the boot tests', cycles the graph test's.
-#include "frame/FunctionCommand.h"
 #include "MasterServiceManager.h"
 #include "PlatformHelper.h"
 #include "ServiceFakes.h"
@@ -16,10 +15,10 @@ namespace {
 
 using Names = std::vector<std::string>;
 
-class TestMaster : public MasterServiceManager {
+class TestMaster : public OnThread<MasterServiceManager> {
 public:
     TestMaster(ApplicationFactory* factory, std::vector<char const*> const& args)
-        : MasterServiceManager(factory, static_cast<int>(args.size()), const_cast<char**>(args.data()))
+        : OnThread(factory, static_cast<int>(args.size()), const_cast<char**>(args.data()))
     {
     }
 
@@ -32,7 +31,6 @@ public:
         inputDriver = Singleton<InputDriver>::getInstance<FakeInputDriver>();
         onThread([this] { _sequenceBootup(); });
     }
-    void onThread(std::function<void()> body) { FunctionCommand::run(*this, std::move(body)); }
 };
 
 std::vector<char const*> const ONE_SESSION{"server", "--velmora:session0"};

@@ -7,12 +7,14 @@
 #include "APPClient.h"
 #include "ApplicationFactory.h"
 #include "frame/Exception.h"
+#include "frame/FunctionCommand.h"
 #include "interfaces/IServiceManager.h"
 #include "InputDriver.h"
 #include "Journal.h"
 #include "WEBClient.h"
 
 #include <algorithm>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <set>
@@ -24,6 +26,21 @@ namespace ServiceTest {
 using namespace Velmora;
 
 using VelmoraTest::Journal;
+
+// `Manager` opened to a test on the server's side: work on its thread, and a
+// program started through its factory.
+template <class Manager>
+struct OnThread : Manager {
+    using Manager::Manager;
+    Client::Type getClientType() override { return Client::Master; }
+    void onThread(std::function<void()> body) { FunctionCommand::run(*this, std::move(body)); }
+    std::string create(std::string const& name, std::string const& parameters = "")
+    {
+        std::string uid;
+        onThread([&] { uid = this->_createApplication(name, parameters); });
+        return uid;
+    }
+};
 
 // Starts nothing: pids count up from 1000; a name in `failing` doesn't start;
 // while `failDestroy` is set a destroy is recorded and then throws. A test

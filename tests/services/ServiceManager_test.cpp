@@ -1,5 +1,4 @@
 // The service command layer over fake clients; the listeners' walk is the listener list's own test.
-#include "frame/FunctionCommand.h"
 #include "ServiceFakes.h"
 #include "ServiceManager.h"
 
@@ -12,20 +11,7 @@ namespace {
 
 using Names = std::vector<std::string>;
 
-class TestServiceManager : public ServiceManager {
-public:
-    explicit TestServiceManager(ApplicationFactory* factory) : ServiceManager(factory, 0, nullptr) {}
-    Client::Type getClientType() override { return Client::Master; }
-
-    std::string create(std::string const& name)
-    {
-        std::string uid;
-        FunctionCommand::run(*this, [&] { uid = _createApplication(name, ""); });
-        return uid;
-    }
-    // Waits until everything queued before has run.
-    void settle() { FunctionCommand::run(*this, [] {}); }
-};
+using TestServiceManager = OnThread<ServiceManager>;
 
 IServiceManager::Rights const TWO_RIGHTS{{"IWindowManager", {{"launch", 1}}}, {"ISettingsDB", {{"getValue", 1}}}};
 
@@ -33,7 +19,7 @@ struct ServiceTable : testing::Test {
     void SetUp() override { manager.init(); }
     FakeClients clients;
     FakeFactory factory;
-    TestServiceManager manager{&factory};
+    TestServiceManager manager{&factory, 0, nullptr};
 };
 
 TEST_F(ServiceTable, ListHoldsEveryUidAndIsSentOnEveryNewState)
@@ -47,12 +33,12 @@ TEST_F(ServiceTable, ListHoldsEveryUidAndIsSentOnEveryNewState)
     manager.onStateChange(second, "UNINITIALIZED", "INITIALIZING");
     manager.onStateChange(second, "INITIALIZING", "RUNNING");
     manager.onStateChange(second, "RUNNING", "RUNNING"); // no news: no list
-    manager.settle();
+    manager.onThread([] {}); // everything queued before has run
     std::string const both = "list " + first + " " + second;
     EXPECT_EQ((Names{both, both}), listener.journal.all());
 
     manager.onStateChange(first, "UNINITIALIZED", "CRASHED");
-    manager.settle();
+    manager.onThread([] {}); // everything queued before has run
     EXPECT_EQ("list " + second, listener.journal.all().back());
     EXPECT_EQ((Names{second}), Names(manager.getServiceList()));
     manager.removeListener(&listener);
