@@ -24,7 +24,7 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, std::size_t size)
     // threads use are destroyed.
     if (!world) {
         world = new RpcTest::RpcWorld(false, [](std::string) {});
-        world->gate.open(); // no launch is held
+        world->gate.raise(); // no launch is held
         std::atexit(endWorld);
     }
     std::string const reply =

@@ -1,68 +1,30 @@
-// The application table's life on the test clock: creation through the
-// factory, reports through the clients, keep-alive delays, terminal states,
-// failures of clients and factories, and destruction with live entries.
+// The application table on the test clock over a fake factory and fake clients.
 #include "ApplicationManager.h"
-#include "FakeFactory.h"
+#include "ServiceFakes.h"
 #include "frame/Exception.h"
-#include "frame/FunctionCommand.h"
 #include "ReturnCodeOf.h"
 #include "frame/TestClock.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <functional>
-#include <map>
 #include <vector>
 
 using namespace Velmora;
-using ServiceTest::FakeFactory;
+using namespace ServiceTest;
 
 namespace {
 
-class FakeClient : public APPClient {
-public:
-    FakeClient(Client::Type type, std::string const& uid, std::atomic<int>& deletions)
-        : APPClient(type, uid), deletions(deletions)
-    {
-    }
-    ~FakeClient() override { ++deletions; }
-    void init() override { initialised = true; }
-    std::string getState(std::string const&) override
-    {
-        if (failCalls)
-            throw Exception(ReturnGenericFailure);
-        return "RUNNING";
-    }
-    void terminate(std::string const& uid) override { terminated.push_back(uid); }
-    void report(std::string const& oldState, std::string const& newState) { notifyStateChange(oldState, newState); }
-    void keepAlive(std::string const& state) { notifyKeepAlive(state); }
-
-    std::atomic<int>& deletions;
-    bool initialised = false;
-    bool failCalls = false;
-    std::vector<std::string> terminated;
-};
-
-class TestManager : public ApplicationManager {
+class TestManager : public OnThread<ApplicationManager> {
 public:
     TestManager(ApplicationFactory* factory, std::vector<char const*> args)
-        : ApplicationManager(factory, "TestManager", 0, nullptr), args(std::move(args))
+        : OnThread(factory, "TestManager", 0, nullptr), args(std::move(args))
     {
         argc = static_cast<int>(this->args.size());
         argv = const_cast<char**>(this->args.data());
     }
     // The thread stops before this class goes: its commands call this class's overrides.
     ~TestManager() override { uninit(); }
-    Client::Type getClientType() override { return Client::Master; }
-
-    void onThread(std::function<void()> body) { FunctionCommand::run(*this, std::move(body)); }
-    std::string create(std::string const& name, std::string const& parameters)
-    {
-        std::string uid;
-        onThread([&] { uid = _createApplication(name, parameters); });
-        return uid;
-    }
     ApplicationMapEntry entry(std::string const& uid)
     {
         ApplicationMapEntry copy;
@@ -72,16 +34,7 @@ public:
         });
         return copy;
     }
-    bool has(std::string const& uid)
-    {
-        bool found = false;
-        onThread([&] { found = _getApplicationEntry(uid) != nullptr; });
-        return found;
-    }
-    void terminateNull()
-    {
-        onThread([&] { _terminate(static_cast<ApplicationMapEntry*>(nullptr)); });
-    }
+    bool has(std::string const& uid) { return !entry(uid).getPid().empty(); }
     std::atomic<int> listChanges{0};
 
 protected:
@@ -91,28 +44,12 @@ private:
     std::vector<char const*> args;
 };
 
-struct Errors : IApplicationManager::IApplicationManagerListener {
-    void onKeepAlive(std::string const&, std::string const&) override {}
-    void onStateChange(std::string const&, std::string const&, std::string const&) override {}
-    void onError(std::string const& uid, std::string const& type) override { seen.push_back(uid + ":" + type); }
-    std::vector<std::string> seen;
-};
-
 struct ApplicationTable : testing::Test {
-    void SetUp() override
-    {
-        APPClient::setFactory([this](Client::Type type, std::string const& uid) {
-            auto* client = new FakeClient(type, uid, clientDeletions);
-            clients[uid] = client;
-            return client;
-        });
-    }
-    void TearDown() override { APPClient::setFactory(nullptr); }
-
     TestClock clock;
+    FakeClients clients;
     FakeFactory factory;
-    std::atomic<int> clientDeletions{0};
-    std::map<std::string, FakeClient*> clients; // written on the manager's thread, read after sync
+    // The clients deleted so far.
+    long gone() { return std::ranges::count_if(clients.journal.all(), [](auto const& line) { return line.starts_with("gone "); }); }
 };
 
 } // namespace
@@ -143,7 +80,6 @@ TEST_F(ApplicationTable, UidIsTheTokenOrTheProcessIdAndTerminateMarksTheEntry)
     EXPECT_EQ(byPid, "1000");
     EXPECT_EQ(manager.entry(byPid).getPid(), "1000");
     EXPECT_EQ(manager.entry(byPid).getLastReportedState(), ILifecycleManagement::STATE_UNINITIALIZED);
-    EXPECT_TRUE(clients[byPid]->initialised);
 
     std::string byToken = manager.create("app", R"({"authorizationToken":"4242"})");
     EXPECT_EQ(byToken, "4242");
@@ -152,7 +88,7 @@ TEST_F(ApplicationTable, UidIsTheTokenOrTheProcessIdAndTerminateMarksTheEntry)
     // A second launch with the same token replaces the entry; the first process stays.
     EXPECT_EQ(manager.create("app", R"({"authorizationToken":"4242"})"), "4242");
     EXPECT_EQ(manager.entry("4242").getPid(), "1002");
-    EXPECT_EQ(clientDeletions, 1);
+    EXPECT_EQ(clients.journal.all(), std::vector<std::string>{"gone 4242"});
     EXPECT_EQ(factory.destroyed.size(), 0u);
 
     factory.failing.insert("missing");
@@ -162,7 +98,7 @@ TEST_F(ApplicationTable, UidIsTheTokenOrTheProcessIdAndTerminateMarksTheEntry)
     // Terminate marks the entry; unknown uids are invalid parameters.
     clock.advance(9999);
     manager.terminate(byPid);
-    EXPECT_EQ(clients[byPid]->terminated, std::vector<std::string>{byPid});
+    EXPECT_EQ(clients.journal.all(), (std::vector<std::string>{"gone 4242", "terminate " + byPid}));
     EXPECT_TRUE(manager.entry(byPid).getDeathMark());
     clock.advance(10000);
     EXPECT_TRUE(manager.entry(byPid).getKeepAlive()); // the mark restarted the delay
@@ -171,9 +107,8 @@ TEST_F(ApplicationTable, UidIsTheTokenOrTheProcessIdAndTerminateMarksTheEntry)
     EXPECT_EQ(returnCodeOf([&] { manager.terminate("nobody"); }), ReturnInvalidParameter);
     EXPECT_EQ(returnCodeOf([&] { manager.activate("nobody"); }), ReturnInvalidParameter);
     EXPECT_EQ(returnCodeOf([&] { manager.getRuntimeStatistics("nobody"); }), ReturnInvalidParameter);
-    EXPECT_EQ(returnCodeOf([&] { manager.terminateNull(); }), ReturnInvalidParameter);
 
-    clients[byPid]->failCalls = true;
+    clients.refusing = byPid;
     EXPECT_EQ(returnCodeOf([&] { manager.getState(byPid); }), ReturnGenericFailure);
     // The default client, with no program behind it, fails calls the same way.
     EXPECT_EQ(returnCodeOf([&] { manager.suspend(byPid); }), ReturnGenericFailure);
@@ -184,15 +119,14 @@ TEST_F(ApplicationTable, ReportsMoveTheStateAndTerminalStatesEndTheEntry)
     TestManager manager(&factory, {});
     manager.init();
     std::string uid = manager.create("app", "");
-    FakeClient* client = clients[uid];
 
-    client->report("", "INITIALIZING");
+    clients.report(uid, "", "INITIALIZING");
     manager.entry(uid); // sync with the manager's thread
     EXPECT_EQ(manager.entry(uid).getLastReportedState(), "INITIALIZING");
     EXPECT_EQ(manager.listChanges, 1);
 
     clock.advance(9000);
-    client->keepAlive("INITIALIZING"); // same state: a sign of life, no list change
+    clients.keepAlive(uid, "INITIALIZING"); // same state: a sign of life, no list change
     manager.entry(uid);
     EXPECT_EQ(manager.listChanges, 1);
     clock.advance(9000);
@@ -200,7 +134,7 @@ TEST_F(ApplicationTable, ReportsMoveTheStateAndTerminalStatesEndTheEntry)
     clock.advance(1001);
     EXPECT_FALSE(manager.entry(uid).getKeepAlive());
 
-    client->report("INITIALIZING", ILifecycleManagement::STATE_RUNNING);
+    clients.report(uid, "INITIALIZING", ILifecycleManagement::STATE_RUNNING);
     EXPECT_TRUE(manager.entry(uid).getKeepAlive());
     clock.advance(6001); // RUNNING shortened the delay to six seconds
     EXPECT_FALSE(manager.entry(uid).getKeepAlive());
@@ -213,19 +147,12 @@ TEST_F(ApplicationTable, ReportsMoveTheStateAndTerminalStatesEndTheEntry)
     ASSERT_EQ(factory.destroyed.size(), 1u);
     EXPECT_EQ(factory.destroyed[0], "1000");
     EXPECT_FALSE(factory.forcefully[0]);
-    EXPECT_EQ(clientDeletions, 1);
+    EXPECT_EQ(gone(), 1);
 
-    // Reports for a uid that is gone are ignored without a word; errors fan
-    // out on the caller's thread.
+    // Reports for a uid that is gone are ignored without a word.
     manager.onStateChange(uid, "", ILifecycleManagement::STATE_RUNNING);
     manager.onKeepAlive("nobody", ILifecycleManagement::STATE_RUNNING);
     EXPECT_FALSE(manager.has(uid));
-    Errors errors;
-    manager.addListener(&errors);
-    manager.onError("7", "crash");
-    manager.removeListener(&errors);
-    manager.onError("7", "crash");
-    EXPECT_EQ(errors.seen, std::vector<std::string>{"7:crash"});
 }
 
 // The manager going destroys every live entry once, also with reports still
@@ -254,6 +181,6 @@ TEST_F(ApplicationTable, ARunawayIsKilledAtOnceAndDestroyingTheManagerDestroysEv
             for (std::string const& uid : uids)
                 manager.onStateChange(uid, "", round % 2 ? "RUNNING" : "SUSPENDED");
     }
-    EXPECT_EQ(clientDeletions, 6);
+    EXPECT_EQ(gone(), 6);
     EXPECT_EQ(factory.destroyed.size(), 6u);
 }

@@ -1,9 +1,9 @@
 // The journal's file on its own: a burst, rotation, a restart and a damaged file.
 #include "LifecycleJournal.h"
+#include "ScratchDirectory.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
@@ -21,9 +21,8 @@ std::vector<LifecycleEntry> everything(LifecycleJournal const& journal)
 
 TEST(LifecycleJournal, ABurstKeepsTheNewestThroughRotationRestartsAndADamagedFile)
 {
-    std::string pattern = (fs::temp_directory_path() / "velmora-journal-XXXXXX").string();
-    fs::path const directory = ::mkdtemp(pattern.data());
-    std::string const path = (directory / "var/journal").string();
+    ScratchDirectory const scratch("velmora-journal");
+    std::string const path = scratch.file("var/journal");
     {
         LifecycleJournal journal(path, 100, 16 * 1024);
         journal.start();
@@ -66,6 +65,4 @@ TEST(LifecycleJournal, ABurstKeepsTheNewestThroughRotationRestartsAndADamagedFil
     ASSERT_EQ(1u, after.size());
     EXPECT_EQ(10001u, after.front().sequence);
     EXPECT_EQ("TERMINATED", after.front().reason);
-    std::error_code ignored;
-    fs::remove_all(directory, ignored);
 }

@@ -1,13 +1,10 @@
 // The whole box in a browser: boots it with scripts/demo from a built tree,
-// drives it as a person would (the remote's keys through the input FIFO,
-// voice and Wi-Fi Direct through the simulated services, velmoractl for a
-// package, a SIGKILL for a crash), and after each step checks what the screen
-// page shows and saves a screenshot of it under <build>/box-test/.
-//
+// drives it as a person would (keys through the input FIFO, voice and Wi-Fi
+// Direct through the simulated services, velmoractl, a SIGKILL), and after
+// each step checks the screen page and saves a screenshot under <build>/box-test/.
+// Every wait follows the screen's event stream or a process's end, with a
+// generous deadline. Exits 0 when every step held, else 1 naming the step.
 //   node tests/box/box_test.mjs BUILD_DIR     (run by tests/box/run)
-//
-// Every wait follows the screen page's event stream or a process's end, with
-// a generous deadline. Exits 0 when every step held, else 1 naming the step.
 import assert from 'node:assert/strict';
 import { execFile, spawn } from 'node:child_process';
 import fs from 'node:fs';
@@ -57,11 +54,14 @@ const press = (...keys) => tool('sim/velmora-key', '--fifo', env.VELMORA_INPUT_D
 const ctl = (...args) => tool('tools/velmoractl/velmoractl', ...args);
 const sim = (service, command, params) => tool('sim/velmora-sim', service, command, JSON.stringify(params));
 
-function processes() {
+// Processes whose command line names the box's folder (its server, its
+// browsers' profiles, its services).
+function boxProcesses() {
   const found = [];
-  for (const pid of fs.readdirSync('/proc').filter((name) => /^\d+$/.test(name))) {
+  for (const pid of fs.readdirSync('/proc').filter((name) => /^\d+$/.test(name) && Number(name) !== process.pid)) {
     try {
-      found.push({ pid: Number(pid), line: fs.readFileSync(`/proc/${pid}/cmdline`, 'utf8').replaceAll('\0', ' ') });
+      const line = fs.readFileSync(`/proc/${pid}/cmdline`, 'utf8').replaceAll('\0', ' ');
+      if (line.includes(box)) found.push(`${pid} ${line.slice(0, 160)}`);
     } catch {
       // ended meanwhile
     }
@@ -69,23 +69,10 @@ function processes() {
   return found;
 }
 
-// Processes whose command line names the box's folder (its server, its
-// browsers' profiles, its services).
-function boxProcesses() {
-  return processes().filter(({ pid, line }) => line.includes(box) && pid !== process.pid)
-    .map(({ pid, line }) => `${pid} ${line.slice(0, 160)}`);
-}
-
-// The window's own process: the launch script started with its uid.
-function windowProcess(uid) {
-  const launchedAs = (pid) => {
-    const entry = fs.readFileSync(`/proc/${pid}/environ`, 'utf8').split('\0')
-      .find((e) => e.startsWith('VELMORA_APP_PARAMETERS='));
-    return entry && JSON.parse(entry.slice(entry.indexOf('=') + 1)).authorizationToken;
-  };
-  const found = processes().filter(({ line, pid }) => line.includes('start_webkit.sh') && launchedAs(pid) === uid);
-  assert.equal(found.length, 1, `one process is window ${uid}`);
-  return found[0].pid;
+// The window's own process, as the journal names it: the launch script started with its uid.
+async function windowProcess(uid) {
+  const { stdout } = await ctl('journal', '--uid', uid, '--kind', 'started');
+  return Number(stdout.match(/\(pid (\d+), /)[1]);
 }
 
 // ---- The screen page's event stream ---------------------------------------------
@@ -137,7 +124,8 @@ class Screen {
 
 const top = (s) => s.windows.at(-1);
 const named = (s, name) => s.windows.find((w) => w.name === name);
-const onTop = (name) => (s) => top(s)?.name === name && top(s).focused && top(s).state === 'RUNNING';
+// The window of that name (or type) is on top, focused and running.
+const onTop = (name, key = 'name') => (s) => top(s)?.[key] === name && top(s).focused && top(s).state === 'RUNNING';
 const gone = (s, name) => !named(s, name) && !(s.hidden ?? []).some((w) => w.name === name);
 
 // ---- Steps ------------------------------------------------------------------------
@@ -278,8 +266,7 @@ async function voice() {
 
 async function miracast() {
   await sim('QEN', 'connectPeer', { ipAddress: '192.168.49.2', miraCast: true, rtspPort: 7236 });
-  const shown = await screen.waitFor('the Wi-Fi Display player',
-    (s) => top(s)?.type === 'WFDPLAYER' && top(s).focused && top(s).state === 'RUNNING');
+  const shown = await screen.waitFor('the Wi-Fi Display player', onTop('WFDPLAYER', 'type'));
   const seen = await screenshot('miracast-player', shown, top(shown).name);
   assert.equal(seen.cards, 1, 'the player, a program without a browser, shows as a card');
 }
@@ -301,7 +288,7 @@ async function crash() {
   // The browser goes with its window's process: its DevTools link closes.
   const browser = await puppeteer.connect({ browserURL: devtoolsOf(uid) });
   const closed = new Promise((resolve) => browser.once('disconnected', resolve));
-  process.kill(windowProcess(uid), 'SIGKILL');
+  process.kill(await windowProcess(uid), 'SIGKILL');
   await closed;
   // The server notices the end of the window's process by itself: no key is
   // needed (one would go to the home screen and launch the clock again).
@@ -320,8 +307,7 @@ async function android() {
   const name = home.tiles.find((t) => /android|gallery/i.test(t));
   assert.ok(name, `the home screen offers the Android application: ${home.tiles}`);
   await launchFromHome(name);
-  const shown = await screen.waitFor('the Android application',
-    (s) => top(s)?.type === 'ANDROID' && top(s).focused && top(s).state === 'RUNNING');
+  const shown = await screen.waitFor('the Android application', onTop('ANDROID', 'type'));
   await screenshot('android-on-slave', shown, top(shown).name);
   // Back leaves a native program as it leaves a page: the home screen comes back.
   await press('Back');
@@ -330,8 +316,7 @@ async function android() {
 
 async function stop() {
   await demo('--stop');
-  const left = boxProcesses();
-  assert.deepEqual(left, [], 'scripts/demo --stop leaves no process of the box');
+  assert.deepEqual(boxProcesses(), [], 'scripts/demo --stop leaves no process of the box');
 }
 
 const steps = [bootAndHome, launchWithKeys, secondEvictsFirst, toggleHome, powerDownAndUp, voice, miracast, install,

@@ -1,10 +1,9 @@
 #!/usr/bin/env bash
 # scripts/demo from the shell, against the build tree BUILD_DIR: a box booted
 # with --detach answers, its native master window stays on Back, a second
-# --detach reuses it, a killed server's box is
-# cleaned up and booted anew, --stop leaves no process or socket (twice), and a
-# port in use is refused before anything starts. The master window is a
-# native program, so that no browser is needed here.
+# --detach reuses it, a killed server's box is cleaned up and booted anew,
+# --stop leaves nothing (twice), and a port in use is refused before anything
+# starts. The master window is a native program: no browser is needed.
 #   tests/demo/demo_cli_test.sh BUILD_DIR
 set -euo pipefail
 project=$(cd "$(dirname "$0")/../.." && pwd)
@@ -33,8 +32,7 @@ alive() {
   done
   return 1
 }
-# True once the command holds, for up to 20 s (SIGKILL takes a moment to end
-# a browser).
+# True once the command holds, for up to 20 s.
 eventually() {
   local deadline=$((SECONDS + 20))
   until "$@"; do
@@ -43,7 +41,6 @@ eventually() {
   done
 }
 gone() { ! alive "$@"; }
-# True once none of the groups has a live member.
 ended() { eventually gone "$@"; }
 trap 'demo --stop >/dev/null 2>&1 || true' EXIT
 
@@ -57,8 +54,6 @@ master=$(ctl windows | head -n 1)
 took() { grep -q "\"lastKey\" *: *\"$1\"" "$box/run/cards/$master.json" 2>/dev/null; }
 check "the master window stays on Back" \
   'ctl key Back Menu --device "$box/run/keys.fifo" && eventually took Menu && [ "$(ctl state "$master")" = RUNNING ]'
-check "the repository offers a package that is not installed yet" \
-  '! ctl packages | grep -q "^velmora-notes " && ctl install velmora-notes >/dev/null && ctl packages | grep -q "^velmora-notes "'
 server=$(cat "$box/run/pids/server")
 check "a second --detach reuses the box" \
   '[ "$(demo --detach 2>/dev/null)" = "$expected" ] && [ "$(cat "$box/run/pids/server")" = "$server" ]'

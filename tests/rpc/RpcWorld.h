@@ -1,14 +1,11 @@
-// A server instance for the RPC surface tests: ZAVRPCServer over managers
-// whose policy is a script (two window sessions holding fixed windows, a
-// service manager with one service, a package installer that ends each
-// request at once), the stub package catalogue and settings, the real state
-// manager and port mapper. Every manager operation the handlers reach is
-// logged as "<operation> <arguments>", so a test sees which call a remote
-// method became. Clients talk to it over its Unix socket and its loopback
-// WebSocket/HTTP port.
+// ZAVRPCServer over scripted managers (two window sessions of fixed windows,
+// one service, an installer that ends each request at once), the stub
+// catalogue and settings, the real state manager and port mapper. Every
+// manager operation the handlers reach is logged as "<operation> <arguments>".
 #pragma once
 
 #include "BusTestSupport.h"
+#include "Signal.h"
 #include "HWPApplicationFactory.h"
 #include "PackageInstaller.h"
 #include "PortMapper.h"
@@ -22,10 +19,9 @@
 #include "frame/Exception.h"
 #include "rpc/RPCClient.h"
 
-#include <condition_variable>
+#include <chrono>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -39,32 +35,13 @@ using Recorder = std::function<void(std::string line)>;
 // One line of compact JSON.
 inline std::string text(SerialObject const& object) { return IRPC::write(IRPC::toJson(object)); }
 
-// Holds every launch of the URL "wait" until opened: a manager that is busy
+// Holds every launch of the URL "wait" until raised: a manager that is busy
 // for as long as a test likes.
-class Gate {
-public:
-    void open()
-    {
-        {
-            std::lock_guard lock(mutex);
-            opened = true;
-        }
-        changed.notify_all();
-    }
-    void pass()
-    {
-        std::unique_lock lock(mutex);
-        changed.wait(lock, [this] { return opened; });
-    }
-
-private:
-    std::mutex mutex;
-    std::condition_variable changed;
-    bool opened = false;
-};
+using Gate = VelmoraTest::Signal;
 
 // A session whose window list is fixed; "gone" is listed but has no entry, as
-// a window that ended between the list and the call.
+// a window that ended between the list and the call. The first window is
+// focused, visible and opaque (200), the others not.
 class ScriptedWindows : public WindowManager {
 public:
     ScriptedWindows(unsigned int session, ApplicationFactory* factory, std::vector<std::string> windows,
@@ -87,8 +64,8 @@ protected:
     {
         return uid == "gone" ? ApplicationManager::_getState(uid) : "RUNNING";
     }
-    void _setState(std::string const& uid, std::string const& state) override { log("setState " + uid + " " + state); }
-    void _terminate(std::string const& uid) override { log("terminate " + uid); }
+    void _setState(std::string const& uid, std::string const& state) override { log("setState", uid, state); }
+    void _terminate(std::string const& uid) override { log("terminate", uid); }
     RuntimeStatistics _getRuntimeStatistics(std::string const& uid) override
     {
         RuntimeStatistics statistics;
@@ -99,46 +76,38 @@ protected:
     void _wakeUp(unsigned int) override {}
     void _powerStateChange(unsigned int) override {}
     void _powerChangeRequest(unsigned int) override {}
-    void _handleFocus(std::string const& uid, bool focus) override { log("handleFocus " + uid + " " + flag(focus)); }
+    void _handleFocus(std::string const& uid, bool focus) override { log("handleFocus", uid, std::to_string(focus)); }
     bool _isFocused(std::string const& uid) override { return uid == windows.front(); }
     bool _handleEvent(std::string const& uid, Event* event) override
     {
-        log("handleEvent " + uid + " " + text(*event));
+        log("handleEvent", uid, text(*event));
         return true;
     }
-    void _setVisibility(std::string const& uid, bool visible) override { log("setVisibility " + uid + " " + flag(visible)); }
+    void _setVisibility(std::string const& uid, bool visible) override { log("setVisibility", uid, std::to_string(visible)); }
     bool _getVisibility(std::string const& uid) override { return uid == windows.front(); }
-    void _setOpacity(std::string const& uid, unsigned int opacity) override
-    {
-        log("setOpacity " + uid + " " + std::to_string(opacity));
-    }
-    // The first window is opaque (200), the others transparent.
+    void _setOpacity(std::string const& uid, unsigned int opacity) override { log("setOpacity", uid, std::to_string(opacity)); }
     unsigned int _getOpacity(std::string const& uid) override { return uid == windows.front() ? 200 : 0; }
-    void _setZOrder(std::string const& uid, unsigned int zOrder) override
-    {
-        log("setZOrder " + uid + " " + std::to_string(zOrder));
-    }
+    void _setZOrder(std::string const& uid, unsigned int zOrder) override { log("setZOrder", uid, std::to_string(zOrder)); }
     unsigned int _getZOrder(std::string const&) override { return 7; }
     std::string _launch(LaunchParameters const& parameters) override
     {
         if (parameters.getApplicationURL() == "wait")
-            gate.pass();
-        log("launch " + std::to_string(getSessionIndex()) + " " + text(parameters));
+            gate.waitFor(1, std::chrono::hours(1));
+        log("launch", std::to_string(getSessionIndex()), text(parameters));
         return "new-" + parameters.getApplicationURL();
     }
     LaunchParameters _getLaunchParameters(std::string const& uid) override
     {
         return LaunchParameters(uid, APPLICATION_TYPE_OTHER, "url-" + uid, "", {}, false, true);
     }
-    void _dispatchEvent(Event* event) override
-    {
-        log("dispatchEvent " + std::to_string(getSessionIndex()) + " " + text(*event));
-    }
+    void _dispatchEvent(Event* event) override { log("dispatchEvent", std::to_string(getSessionIndex()), text(*event)); }
     bool _setFocus(std::string const&, bool) override { return false; }
 
 private:
-    static std::string flag(bool value) { return value ? "1" : "0"; }
-    void log(std::string line) { record(std::move(line)); }
+    void log(std::string const& operation, std::string const& first, std::string const& second = "")
+    {
+        record(operation + " " + first + (second.empty() ? "" : " " + second));
+    }
     std::vector<std::string> windows;
     Recorder record;
     Gate& gate;
@@ -147,10 +116,7 @@ private:
 // One service, "svc", that takes tokens.
 class ScriptedServices : public ServiceManager {
 public:
-    ScriptedServices(ApplicationFactory* factory, Recorder record)
-        : ServiceManager(factory, 0, nullptr), record(std::move(record))
-    {
-    }
+    ScriptedServices(ApplicationFactory* factory, Recorder record) : ServiceManager(factory, 0, nullptr), record(std::move(record)) {}
     ~ScriptedServices() override { uninit(); }
     Client::Type getClientType() override { return Client::Master; }
 
@@ -161,10 +127,7 @@ protected:
     {
         record("tokenCreation " + std::to_string(token) + " " + text(rights));
     }
-    void _authorizationTokenDeletion(unsigned int token) override
-    {
-        record("tokenDeletion " + std::to_string(token));
-    }
+    void _authorizationTokenDeletion(unsigned int token) override { record("tokenDeletion " + std::to_string(token)); }
 
 private:
     Recorder record;
@@ -197,13 +160,11 @@ public:
         if (!record)
             record = [this](std::string line) { calls.add(std::move(line)); };
         if (stub) {
-            stubServices = std::make_unique<StubServiceManager>(&factory);
-            services = stubServices.get();
+            services = std::make_unique<StubServiceManager>(&factory);
         } else {
             sessions.push_back(std::make_unique<ScriptedWindows>(0, &factory, std::vector<std::string>{"a0", "gone"}, record, gate));
             sessions.push_back(std::make_unique<ScriptedWindows>(1, &factory, std::vector<std::string>{"b1", "c1"}, record, gate));
-            scriptedServices = std::make_unique<ScriptedServices>(&factory, record);
-            services = scriptedServices.get();
+            services = std::make_unique<ScriptedServices>(&factory, record);
         }
         std::vector<WindowManager*> windowManagers;
         for (auto& session : sessions) {
@@ -215,14 +176,14 @@ public:
         packages->init();
         installer->init();
         settings->init();
-        server = std::make_unique<ZAVRPCServer>(windowManagers, portMapper.get(), services, stateManager.get(),
+        server = std::make_unique<ZAVRPCServer>(windowManagers, portMapper.get(), services.get(), stateManager.get(),
                                                 packages.get(), installer.get(), settings.get(), "");
         server->setWebAddress("127.0.0.1:0");
         server->init();
     }
     ~RpcWorld()
     {
-        gate.open();
+        gate.raise();
         server->shutdown();
         server.reset();
     }
@@ -243,9 +204,7 @@ public:
     Gate gate;
     HWPApplicationFactory factory;
     std::vector<std::unique_ptr<WindowManager>> sessions;
-    std::unique_ptr<ScriptedServices> scriptedServices;
-    std::unique_ptr<StubServiceManager> stubServices;
-    ServiceManager* services = nullptr;
+    std::unique_ptr<ServiceManager> services;
     std::unique_ptr<PortMapper> portMapper = std::make_unique<PortMapper>();
     std::unique_ptr<StateManager> stateManager = std::make_unique<StateManager>();
     std::unique_ptr<StubPackageManager> packages = std::make_unique<StubPackageManager>();

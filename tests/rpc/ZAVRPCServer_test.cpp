@@ -1,9 +1,4 @@
-// The RPC surface over the real bus: every remote method of every interface
-// through its handler (selection, parameters read, result or error text, the
-// manager call it became) on one connection that stays usable through bad
-// input, the notifications as a subscriber hears them, the stub instance, and
-// who may call the loopback port. Texts that are no request are the bus's own
-// tests.
+// The RPC surface over the real bus on scripted managers; texts that are no request are the bus's own tests.
 #include "RpcWorld.h"
 
 #include <gtest/gtest.h>
@@ -39,12 +34,6 @@ bool matches(Json::Value const& expected, Json::Value const& actual)
     return true;
 }
 
-bool called(RpcWorld& world, std::string const& call)
-{
-    auto const calls = world.calls.all();
-    return std::any_of(calls.begin(), calls.end(), [&](auto const& line) { return line.rfind(call, 0) == 0; });
-}
-
 // Runs each row on one connection, in order.
 void runTable(RpcWorld& world, std::vector<Row> const& rows)
 {
@@ -63,9 +52,9 @@ void runTable(RpcWorld& world, std::vector<Row> const& rows)
         } else {
             EXPECT_TRUE(matches(IRPC::parse(expect), reply["result"])) << IRPC::write(reply);
         }
+        auto const called = [&] { return std::ranges::any_of(world.calls.all(), [&](auto const& line) { return line.starts_with(row.call); }); };
         if (*row.call) {
-            EXPECT_TRUE(waitFor([&] { return called(world, row.call); }))
-                << row.call << " not in\n" << ::testing::PrintToString(world.calls.all());
+            EXPECT_TRUE(waitFor(called)) << row.call << " not in\n" << ::testing::PrintToString(world.calls.all());
         }
     }
     EXPECT_EQ(IRPC::parse(peer.ask(R"({"jsonrpc":"2.0","id":0,"method":"RPC.ping"})"))["result"], true);
@@ -198,15 +187,12 @@ TEST(RPCSurface, SubscribersHearTheChangesThatBecomeNotificationsAndNothingElse)
     session1.onError("c1", "launch");
     world.server->onKeepAlive("a0", "RUNNING");
     world.server->onStateChange("a0", "INITIALIZING", "RUNNING");
-    Json::Value install = IRPC::parse(R"({"packages":["a","b"],"force":true})");
-    EXPECT_TRUE(subscriber->call("IPackageInstaller.packageInstall", install).ok);
+    EXPECT_TRUE(subscriber->call("IPackageInstaller.packageInstall", IRPC::parse(R"({"packages":["a","b"],"force":true})")).ok);
     ASSERT_TRUE(hear(R"(IPackageInstaller::onRequestEnd {"action":"install","packages":["a","b"],"result":0})"));
-    Json::Value remove = IRPC::parse(R"({"packages":[],"force":false})");
-    EXPECT_TRUE(subscriber->call("IPackageInstaller.packageRemove", remove).ok);
+    EXPECT_TRUE(subscriber->call("IPackageInstaller.packageRemove", IRPC::parse(R"({"packages":[],"force":false})")).ok);
     ASSERT_TRUE(hear(R"(IPackageInstaller::onRequestEnd {"action":"remove","packages":[],"result":2})"));
     // Any client may send any notification; the parameters go on whole.
-    auto const sent = subscriber->call("IWindowManager.notify", IRPC::parse(R"({"event":"X","n":1})"));
-    EXPECT_EQ(sent.result, true);
+    EXPECT_EQ(subscriber->call("IWindowManager.notify", IRPC::parse(R"({"event":"X","n":1})")).result, true);
     ASSERT_TRUE(hear(R"(X {"event":"X","n":1})"));
 
     EXPECT_EQ(heard.all(), (std::vector<std::string>{
@@ -258,7 +244,7 @@ TEST(RPCSurface, ABusyManagerHoldsOnlyItsOwnCallersWhileHundredsOfOthersAreServe
     for (int i = 0; i < 300; ++i)
         EXPECT_TRUE(IRPC::parse(peers[i]->readLine(30000))["result"].isArray()) << i;
     // Session 0 answers again once its launch goes on, for the caller still there.
-    world.gate.open();
+    world.gate.raise();
     EXPECT_EQ(IRPC::parse(waiting.readLine(30000))["result"], "new-wait");
     EXPECT_EQ(IRPC::parse(waiting.ask(R"({"jsonrpc":"2.0","id":3,"method":"IWindowManager.getWindowList","params":{"proxy":0}})"))["result"].size(), 2u);
 }
@@ -270,15 +256,13 @@ namespace {
 // as its first answer.
 std::string replyTo(unsigned short port, std::string const& origin, bool upgrade)
 {
-    int const fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    RawPeer peer(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)); // closes the socket
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
-        ::close(fd);
+    if (::connect(peer.fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0)
         return "";
-    }
     std::string const body = R"({"jsonrpc":"2.0","id":1,"method":"RPC.ping"})";
     std::string request = upgrade ? "GET / HTTP/1.1\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
                                     "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n"
@@ -290,12 +274,11 @@ std::string replyTo(unsigned short port, std::string const& origin, bool upgrade
     request += "\r\n";
     if (!upgrade)
         request += body;
-    ::send(fd, request.data(), request.size(), MSG_NOSIGNAL);
+    peer.send(request);
     std::string reply;
     char chunk[4096];
-    for (ssize_t n; (reply.empty() || !upgrade) && (n = ::recv(fd, chunk, sizeof(chunk), 0)) > 0;)
+    for (ssize_t n; (reply.empty() || !upgrade) && (n = ::recv(peer.fd, chunk, sizeof(chunk), 0)) > 0;)
         reply.append(chunk, static_cast<std::size_t>(n));
-    ::close(fd);
     return reply;
 }
 

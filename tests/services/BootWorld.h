@@ -1,9 +1,7 @@
-// A box to boot in a test: service packages built with rpmbuild and installed
-// into a private RPM root, a private runtime directory with the server's bus
-// endpoint, and plain services that are shell wrappers around the SDK's test
-// program, each noting its start in an order file before it execs. The
-// simulators are found on PATH, as the server finds any service, and log to
-// logFile("sim"). Box holds
+// A box to boot in a test: service packages installed into a private RPM
+// root, a private runtime directory with the server's bus endpoint, plain
+// services (the SDK's test program, each noting its start in an order file)
+// and the simulators, found on PATH and logging to logFile("sim"). Box holds
 // the master classes that boot such a world.
 #pragma once
 
@@ -52,12 +50,8 @@ public:
         VelmoraTest::PackageWorld::buildMany(cache, specs);
         world.installWithTool(files);
 
-        base = world.root().parent_path();
-        bin = base / "bin";
-        runtime = base / "run";
         fs::create_directories(bin);
         fs::create_directories(runtime);
-        orderFile = (base / "order.log").string();
         setenv("VELMORA_RUNTIME_DIR", runtime.c_str(), 1);
         oldPath = std::getenv("PATH") ? std::getenv("PATH") : "";
         setenv("PATH", (bin.string() + ":" + VELMORA_SIM_DIR + ":" + oldPath).c_str(), 1);
@@ -89,10 +83,10 @@ public:
 
 private:
     VelmoraTest::PackageWorld world;
-    std::filesystem::path base;
-    std::filesystem::path bin;
-    std::filesystem::path runtime;
-    std::string orderFile;
+    std::filesystem::path const base = world.root().parent_path();
+    std::filesystem::path const bin = base / "bin";
+    std::filesystem::path const runtime = base / "run";
+    std::string const orderFile = (base / "order.log").string();
     std::string oldPath;
     std::unique_ptr<Velmora::RPCServer> host;
 };
@@ -119,13 +113,12 @@ struct Box {
     }
 
     std::size_t boots() const { return listener.journal.count("boot complete"); }
+    // What the web service was told, in order.
     std::vector<std::string> webLines() const
     {
-        std::vector<std::string> result;
-        for (std::string const& line : readLines(world.logFile("sim")))
-            if (line.rfind("add ", 0) == 0 || line.rfind("remove ", 0) == 0)
-                result.push_back(line);
-        return result;
+        std::vector<std::string> lines = readLines(world.logFile("sim"));
+        std::erase_if(lines, [](std::string const& line) { return !line.starts_with("add ") && !line.starts_with("remove "); });
+        return lines;
     }
 
     BootWorld& world;

@@ -1,20 +1,16 @@
-// Booting over real packages and real processes: the graph from the RPM
-// catalogue, the order of starts, the web service's facility list, restarts
-// of killed services, the media engine's loss, the power manager's end, and
-// package sets that can't boot completely.
+// Booting over real packages and real processes.
 #include "BootWorld.h"
 #include "DirectoryWatch.h"
 #include "PlatformHelper.h"
 #include "rpc/RPCClient.h"
 #include "ReturnCodeOf.h"
+#include "ServerProcess.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <csignal>
 
-#include <poll.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -49,15 +45,6 @@ pid_t pidIn(std::filesystem::path const& log, std::string const& prefix)
         if (line.rfind(prefix, 0) == 0)
             return static_cast<pid_t>(std::stoi(line.substr(prefix.size())));
     return -1;
-}
-
-void tellSimulator(std::string const& endpoint, std::string const& how)
-{
-    RPCClient client(1);
-    client.connect(endpoint);
-    Json::Value params;
-    params["how"] = how;
-    client.callOrThrow("Sim.die", params);
 }
 
 // The plain services of BOX log to files of their own.
@@ -105,7 +92,9 @@ TEST(Booting, ServicesComeUpInDependencyOrderAndRecoverFromDeaths)
     ASSERT_TRUE(box.listener.journal.waitFor([&] { return box.boots() > bootsBefore; }));
 
     // The media engine's crash is a failure; it is withdrawn, restarted and announced again.
-    tellSimulator("QEN", "crash");
+    RPCClient media(1);
+    media.connect("QEN");
+    media.callOrThrow("Sim.die", IRPC::parse(R"({"how":"crash"})"));
     ASSERT_TRUE(box.listener.journal.waitFor([&] { return box.listener.journal.count("failure QEN") == 1; }));
     Names expected = FACILITIES;
     for (char const* verb : {"remove ", "add "})
@@ -144,18 +133,11 @@ TEST(PowerManagerEnd, EndsTheServerWithStatusZero)
         for (;;)
             ::pause(); // until the server ends the process, or the test gives up on it
     }
-    int status = -1;
-    // Waits for the server's end itself; the bound only catches a server that stays.
-    int const handle = static_cast<int>(::syscall(SYS_pidfd_open, server, 0));
-    ASSERT_GE(handle, 0);
-    pollfd end{handle, POLLIN, 0};
-    bool const ended = ::poll(&end, 1, 60'000) == 1 && ::waitpid(server, &status, 0) == server;
-    ::close(handle);
+    bool const ended = HostTest::awaitEnd(server, 60'000);
     ::kill(-server, SIGKILL);
-    if (!ended) {
-        ::waitpid(server, &status, 0);
-        FAIL() << "the server did not end";
-    }
+    int status = -1;
+    ::waitpid(server, &status, 0);
+    ASSERT_TRUE(ended) << "the server did not end";
     ASSERT_TRUE(WIFEXITED(status));
     EXPECT_EQ(0, WEXITSTATUS(status));
 }

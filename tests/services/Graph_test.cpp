@@ -1,6 +1,4 @@
-// The dependency graph: roots by first appearance, direct neighbours in edge
-// order with duplicates, and the walk's exact order, repeats included. The
-// boot sequencer starts services in exactly this order. Cycles end the walk.
+// The dependency graph, whose walk order is the order in which the boot sequencer starts services.
 #include "Graph.h"
 #include "serial/StringObject.h"
 

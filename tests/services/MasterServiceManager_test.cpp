@@ -1,11 +1,4 @@
-// The boot sequencer and the reactions to known services over fake clients, a
-// fake factory, web client and input driver: session options, the order of
-// starts per tree and pass, repeated boot completion, restarts, the web
-// service's facility list and the power manager's coming up. The power
-// manager's end is proven over real processes in the boot tests; the
-// sequencer starts each tree in the graph's walk order, so cycles are the
-// graph test's.
-#include "frame/FunctionCommand.h"
+// The boot sequencer over fakes; the power manager's end is the boot tests', cycles the graph test's.
 #include "MasterServiceManager.h"
 #include "PlatformHelper.h"
 #include "ServiceFakes.h"
@@ -22,10 +15,10 @@ namespace {
 
 using Names = std::vector<std::string>;
 
-class TestMaster : public MasterServiceManager {
+class TestMaster : public OnThread<MasterServiceManager> {
 public:
     TestMaster(ApplicationFactory* factory, std::vector<char const*> const& args)
-        : MasterServiceManager(factory, static_cast<int>(args.size()), const_cast<char**>(args.data()))
+        : OnThread(factory, static_cast<int>(args.size()), const_cast<char**>(args.data()))
     {
     }
 
@@ -38,7 +31,6 @@ public:
         inputDriver = Singleton<InputDriver>::getInstance<FakeInputDriver>();
         onThread([this] { _sequenceBootup(); });
     }
-    void onThread(std::function<void()> body) { FunctionCommand::run(*this, std::move(body)); }
 };
 
 std::vector<char const*> const ONE_SESSION{"server", "--velmora:session0"};
@@ -59,7 +51,7 @@ struct Boot : testing::Test {
         delete &input;
     }
 
-    // As the client would report it; the client itself may be gone after a terminal state.
+    // As the client would report it for the newest process of `name`.
     void report(std::string const& name, std::string const& state)
     {
         std::string const uid = factory.newestPid(name);
@@ -91,9 +83,6 @@ TEST(Sessions, OnlyTheHighestIndexRightBehindTheWordCounts)
     EXPECT_EQ(2u, count({"--velmora:session1", "--velmora:session0"}));
     EXPECT_EQ(13u, count({"--velmora:session12"}));
     EXPECT_EQ(1u, count({"--velmora:session=2"}));
-    // Found behind other characters, but read at the same index of the word.
-    EXPECT_EQ(1u, count({"x--velmora:session5"}));
-    EXPECT_EQ(6u, count({"--velmora:session5x"}));
 }
 
 TEST_F(Boot, EachTreeStartsOneServiceAtATimeInWalkOrder)
@@ -182,29 +171,20 @@ TEST_F(Boot, MediaEngineLossIsAFailureAndRestartsItEvenWithTheWebServiceGone)
     Names const heard = web.take();
     EXPECT_EQ(2, std::count(heard.begin(), heard.end(), "add TV"));
 
-    std::size_t const starts = factory.started.size();
-    report("VelmoraQENExec", "TERMINATED");
-    EXPECT_EQ((Names{"remove MediaStore", "remove MediaPlayer", "remove FastChannelChange", "remove Frontend",
-                     "remove TV"}),
-              web.all());
-    // Restarted once, at once; the pass then waits for it.
-    EXPECT_EQ(starts + 1, factory.started.size());
-    EXPECT_EQ(2u, listener.journal.count("failure QEN"));
-
     // The web service dies or stalls: its failed calls are logged, the
-    // engine's end is still recorded, its process reaped and the engine restarted.
-    report("VelmoraQENExec", "RUNNING");
+    // engine's end is still recorded, its process reaped and the engine
+    // restarted. (Its withdrawal from a live web service is the boot tests'.)
     std::size_t const destroyed = factory.destroyed.size();
     std::string const engine = factory.newestPid("VelmoraQENExec");
     webDead = true;
     report("VelmoraQENExec", "CRASHED");
-    EXPECT_EQ(3u, listener.journal.count("failure QEN"));
+    EXPECT_EQ(2u, listener.journal.count("failure QEN"));
     EXPECT_EQ(engine, factory.destroyed.back());
     EXPECT_NE(engine, factory.newestPid("VelmoraQENExec"));
     report("VelmoraQENExec", "RUNNING"); // announced to the dead service: logged, and recorded
     webDead = false;
     report("VelmoraQENExec", "TERMINATED");
-    EXPECT_EQ(4u, listener.journal.count("failure QEN"));
+    EXPECT_EQ(3u, listener.journal.count("failure QEN"));
     EXPECT_EQ(destroyed + 2, factory.destroyed.size());
 }
 

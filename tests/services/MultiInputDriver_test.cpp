@@ -1,7 +1,4 @@
-// The input driver over FIFOs and files: records split across writes,
-// sessions, regular files that end, devices that appear while hotplug is on,
-// and a listener that leaves from inside its call. The IR filter is shown
-// through the window manager's power key in the window tests.
+// The input driver over FIFOs and files; its IR filter is the window tests'.
 #include "MultiInputDriver.h"
 #include "DirectoryWatch.h"
 #include "Journal.h"

@@ -1,7 +1,4 @@
-// The service command layer over fake clients: the uid list and its
-// notification, token hand-off to every client, listener fan-out while the
-// list changes.
-#include "frame/FunctionCommand.h"
+// The service command layer over fake clients; the listeners' walk is the listener list's own test.
 #include "ServiceFakes.h"
 #include "ServiceManager.h"
 
@@ -14,20 +11,7 @@ namespace {
 
 using Names = std::vector<std::string>;
 
-class TestServiceManager : public ServiceManager {
-public:
-    explicit TestServiceManager(ApplicationFactory* factory) : ServiceManager(factory, 0, nullptr) {}
-    Client::Type getClientType() override { return Client::Master; }
-
-    std::string create(std::string const& name)
-    {
-        std::string uid;
-        FunctionCommand::run(*this, [&] { uid = _createApplication(name, ""); });
-        return uid;
-    }
-    // Waits until everything queued before has run.
-    void settle() { FunctionCommand::run(*this, [] {}); }
-};
+using TestServiceManager = OnThread<ServiceManager>;
 
 IServiceManager::Rights const TWO_RIGHTS{{"IWindowManager", {{"launch", 1}}}, {"ISettingsDB", {{"getValue", 1}}}};
 
@@ -35,7 +19,7 @@ struct ServiceTable : testing::Test {
     void SetUp() override { manager.init(); }
     FakeClients clients;
     FakeFactory factory;
-    TestServiceManager manager{&factory};
+    TestServiceManager manager{&factory, 0, nullptr};
 };
 
 TEST_F(ServiceTable, ListHoldsEveryUidAndIsSentOnEveryNewState)
@@ -49,12 +33,12 @@ TEST_F(ServiceTable, ListHoldsEveryUidAndIsSentOnEveryNewState)
     manager.onStateChange(second, "UNINITIALIZED", "INITIALIZING");
     manager.onStateChange(second, "INITIALIZING", "RUNNING");
     manager.onStateChange(second, "RUNNING", "RUNNING"); // no news: no list
-    manager.settle();
+    manager.onThread([] {}); // everything queued before has run
     std::string const both = "list " + first + " " + second;
     EXPECT_EQ((Names{both, both}), listener.journal.all());
 
     manager.onStateChange(first, "UNINITIALIZED", "CRASHED");
-    manager.settle();
+    manager.onThread([] {}); // everything queued before has run
     EXPECT_EQ("list " + second, listener.journal.all().back());
     EXPECT_EQ((Names{second}), Names(manager.getServiceList()));
     manager.removeListener(&listener);
@@ -76,39 +60,6 @@ TEST_F(ServiceTable, TokensReachEveryServiceInKeyOrderWithoutMemory)
     clients.refusing = b;
     EXPECT_THROW(manager.authorizationTokenCreation(5, TWO_RIGHTS), Exception);
     EXPECT_EQ((Names{"create " + a + " 5 2"}), clients.journal.all());
-}
-
-// A listener that adds another one from inside its call.
-struct Adder : ServiceListener {
-    Adder(ServiceManager& manager, IListener* extra) : manager(manager), extra(extra) {}
-    void onBootComplete() override
-    {
-        ServiceListener::onBootComplete();
-        if (extra)
-            manager.addListener(std::exchange(extra, nullptr));
-    }
-    ServiceManager& manager;
-    IListener* extra;
-};
-
-TEST_F(ServiceTable, AddingDuringFanOutRestartsTheWalk)
-{
-    ServiceListener first;
-    ServiceListener late;
-    Adder second(manager, &late);
-    manager.addListener(&first);
-    manager.addListener(&second);
-    manager.onBootComplete();
-    EXPECT_EQ(1u, first.journal.count("boot complete"));
-    EXPECT_EQ(2u, second.journal.count("boot complete"));
-    EXPECT_EQ(1u, late.journal.count("boot complete"));
-
-    manager.removeListener(&second);
-    manager.onServiceFailure("QEN");
-    EXPECT_EQ(0u, second.journal.count("failure QEN"));
-    EXPECT_EQ(1u, late.journal.count("failure QEN"));
-    manager.removeListener(&first);
-    manager.removeListener(&late);
 }
 
 } // namespace

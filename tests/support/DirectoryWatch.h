@@ -1,14 +1,8 @@
 // Waits for a condition that a change of files in one directory brings
-// about, without polling: the condition is tested anew after every inotify
-// event there. Made before the action whose effect it waits for, it loses no
-// event. The bound is generous and only turns a hang into a failure.
-//
-// By default it wakes on writes (a file made, written, closed after writing,
-// moved, removed or changed in its attributes), so that a condition may read
-// files in the directory without waking the watch itself; opens may be added
-// for a reader that waits for a FIFO to be opened. For files written with
-// write(2) (logs of other processes, FIFOs): a file changed through a memory
-// map, as a database's index, tells nothing.
+// about: the condition is tested anew after every inotify event there, for up
+// to 30 s. Made before the action whose effect it waits for, it loses no
+// event. Wakes on writes by default (a condition may read files without
+// waking it); a file changed through a memory map tells nothing.
 // Threads: one test thread.
 #pragma once
 

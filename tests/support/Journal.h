@@ -1,10 +1,7 @@
 // What the code under test told a test, one line each in arrival order, and a
-// wait for a condition on it that wakes at every new line instead of polling.
-// The bound is generous and only turns a hang into a failure.
-//
+// wait for a condition on it that wakes at every new line, with a generous bound.
 // Threads: any thread may add and read; waitFor() from the test's thread. The
-// condition runs with the journal's lock free, so it may read the journal and
-// the code under test.
+// condition runs with the lock free, so it may read the journal.
 #pragma once
 
 #include <algorithm>
@@ -45,8 +42,7 @@ public:
     }
     bool has(std::string const& line) const { return count(line) > 0; }
 
-    // True once `condition` holds, tested now and after every new line; false
-    // if it still does not after `bound`.
+    // True once `condition` holds, tested now and after every new line.
     template <class Condition>
     bool waitFor(Condition condition, std::chrono::milliseconds bound = std::chrono::seconds(30))
     {
@@ -64,11 +60,7 @@ public:
             }
         }
     }
-    // Waits until `count` lines have come.
-    bool waitForSize(std::size_t count)
-    {
-        return waitFor([&] { return size() >= count; });
-    }
+    bool waitForSize(std::size_t count) { return waitFor([&] { return size() >= count; }); }
 
 private:
     mutable std::mutex mutex;

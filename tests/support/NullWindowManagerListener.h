@@ -1,6 +1,5 @@
-// A window-manager listener that ignores every notice: tests and benches
-// derive from it and override only the notices they follow. Calls come on
-// the manager's threads; nothing here keeps state.
+// A window-manager listener that ignores every notice, for tests and benches
+// to override the notices they follow. Calls come on the manager's threads.
 #pragma once
 
 #include "interfaces/IWindowManager.h"

@@ -1,7 +1,5 @@
-// Sets an environment variable for the life of the object, so that a failed
-// assertion can't leave it set for the tests that follow; children started
-// meanwhile inherit it. The variable is unset at the end, not restored.
-// One thread.
+// Sets an environment variable for the life of the object (children started
+// meanwhile inherit it) and unsets it at the end, not restoring it. One thread.
 #pragma once
 
 #include <cstdlib>

@@ -1,5 +1,5 @@
 // A fresh directory for one test, removed with everything in it at the end,
-// and whole files read and written as bytes or lines, to compare against. One thread.
+// and whole files read and written. One thread.
 #pragma once
 
 #include <cstdlib>

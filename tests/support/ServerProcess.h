@@ -1,7 +1,6 @@
 // A child process as a supervisor starts it (a velmora-server, a slave, a
-// test program), and the datagram socket (NOTIFY_SOCKET) on which a
-// supervisor hears from it. For the tests and the server benchmarks. Each
-// object belongs to one thread.
+// test program), and the datagram socket (NOTIFY_SOCKET) on which it hears
+// from it. Each object belongs to one thread.
 #pragma once
 
 #include "ScratchDirectory.h"
@@ -17,6 +16,7 @@
 #include <poll.h>
 #include <spawn.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -26,6 +26,19 @@ extern char** environ;
 namespace HostTest {
 
 namespace fs = std::filesystem;
+
+// Waits up to `milliseconds` for process `pid` to end, without reaping it; one
+// already reaped has ended.
+inline bool awaitEnd(pid_t pid, int milliseconds = 30000)
+{
+    int const watch = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
+    if (watch < 0)
+        return errno == ESRCH;
+    pollfd ended{watch, POLLIN, 0};
+    bool const done = ::poll(&ended, 1, milliseconds) == 1;
+    ::close(watch);
+    return done;
+}
 
 // The datagram socket a supervisor listens on; each datagram is one message
 // such as "READY=1" or "WATCHDOG=1".
@@ -78,14 +91,11 @@ public:
         : output(std::move(logFile))
     {
         arguments.insert(arguments.begin(), program);
-        std::map<std::string, std::string> variables;
+        std::map<std::string, std::string> variables = environment;
         for (char** entry = environ; *entry; ++entry) {
             std::string const text = *entry;
-            auto const equals = text.find('=');
-            variables[text.substr(0, equals)] = text.substr(equals + 1);
+            variables.emplace(text.substr(0, text.find('=')), text.substr(text.find('=') + 1)); // the given ones win
         }
-        for (auto const& [name, value] : environment)
-            variables[name] = value;
         std::vector<std::string> entries;
         for (auto const& [name, value] : variables)
             entries.push_back(name + "=" + value);

@@ -1,6 +1,5 @@
-// A count that one thread raises and another waits on without polling. The
-// wait has a generous deadline, so that a lost wake-up fails a test instead
-// of hanging it. Any thread may call any member.
+// A count that one thread raises and another waits on, with a generous
+// deadline so that a lost wake-up fails a test. Any thread may call any member.
 #pragma once
 
 #include <chrono>

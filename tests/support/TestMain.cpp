@@ -1,6 +1,5 @@
-// The main of every test binary. GoogleTest skips the tests of a suite whose
-// set-up failed, and ctest counts a skipped test as passed; a failure outside
-// any test therefore ends the run at once, so that it counts as failed.
+// The main of every test binary: a failure outside any test (which would skip
+// the suite, and ctest counts a skip as a pass) ends the run as failed.
 #include <gtest/gtest.h>
 
 #include <atomic>

@@ -1,11 +1,9 @@
-// A display session to test against, made of real pieces: a private sysroot
-// holding the project's launch scripts and a holder certificate, the
-// server's bus endpoint that programs dial, the media and power simulators
-// and a token-hearing service started by a service manager, the
-// authorization manager with test-time keys, the input driver reading a FIFO
-// that press() writes key records into, and a MasterWindowManager with the
-// real process factory. Time is the test clock; the garbage collection runs
-// when a test calls collect().
+// A display session of real pieces: a sysroot with the launch scripts and a
+// holder certificate, the bus endpoint, the media and power simulators and a
+// token-hearing service, the authorization manager with test keys, the input
+// driver reading the FIFO that press() writes, and a MasterWindowManager with
+// the real process factory. Time is the test clock; the garbage collection
+// runs when a test calls collect().
 #pragma once
 
 #include "AuthorizationFixture.h"
@@ -16,8 +14,8 @@
 #include "MultiInputDriver.h"
 #include "NullWindowManagerListener.h"
 #include "ScopedEnv.h"
+#include "ServerProcess.h"
 #include "ScratchDirectory.h"
-#include "Signal.h"
 #include "frame/FunctionCommand.h"
 #include "HWPApplicationFactory.h"
 #include "MasterWindowManager.h"
@@ -28,25 +26,19 @@
 
 #include <gtest/gtest.h>
 
-#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include <csignal>
 #include <fcntl.h>
-#include <poll.h>
-#include <sys/inotify.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace WindowTest {
@@ -55,9 +47,8 @@ namespace fs = std::filesystem;
 using Velmora::IWindowManager;
 using Lines = std::vector<std::string>;
 
-// For conditions that no notice announces, such as a table that empties
-// only as real processes die and the garbage collection is run again: tries
-// `condition` every 10 ms for up to 30 s; the bound only catches hangs.
+// For conditions that no notice announces (a table that empties as real
+// processes die): tries `condition` every 10 ms for up to 30 s.
 template <class Condition>
 bool eventually(Condition condition)
 {
@@ -66,8 +57,7 @@ bool eventually(Condition condition)
     return condition();
 }
 
-// Waits until `condition` holds for the file at `path`, which another process
-// writes: wakes on every change in the file's folder, for up to 30 s.
+// Waits until `condition` holds for the lines of the file at `path`, which another process writes.
 template <class Condition>
 bool awaitFile(fs::path const& path, Condition condition)
 {
@@ -122,14 +112,12 @@ public:
     std::string awaitLine(Condition condition, std::chrono::milliseconds deadline = std::chrono::seconds(30))
     {
         std::string found;
-        waitFor(
-            [&] {
-                Lines const lines = all();
-                auto const match = std::find_if(lines.begin(), lines.end(), condition);
-                found = match == lines.end() ? "" : *match;
-                return match != lines.end();
-            },
-            deadline);
+        waitFor([&] {
+            Lines const lines = all();
+            auto const match = std::ranges::find_if(lines, condition);
+            found = match == lines.end() ? "" : *match;
+            return !found.empty();
+        }, deadline);
         return found;
     }
     // Waits until `line` has been told.
@@ -137,37 +125,18 @@ public:
     void clear() { take(); }
 };
 
-// The process factory of the box, with real processes dying in real time:
-// under the test clock the factory's grace periods pass in a few
-// milliseconds, so before it looks, a process asked to end is given a moment
-// of real time, is then killed, and is waited for until it can be reaped.
-// The factory then reaps it at its first look.
+// The process factory of the box, whose grace periods the test clock passes
+// in milliseconds: a process asked to end is first given a moment of real
+// time, then killed and waited for, so that the factory reaps it at its first look.
 class PatientFactory : public Velmora::HWPApplicationFactory {
 public:
     std::string destroyApplication(std::string const& pid, bool forceful) override
     {
         pid_t const process = static_cast<pid_t>(std::stol(pid));
-        if (forceful || !ended(process, 200))
+        if (forceful || !HostTest::awaitEnd(process, 200))
             ::kill(process, SIGKILL);
-        siginfo_t info{};
-        while (::waitid(P_PID, static_cast<id_t>(process), &info, WEXITED | WNOWAIT) < 0 && errno == EINTR)
-            ;
+        HostTest::awaitEnd(process);
         return HWPApplicationFactory::destroyApplication(pid, forceful);
-    }
-
-private:
-    // Waits up to `milliseconds` for the process to end, without reaping it.
-    static bool ended(pid_t process, int milliseconds)
-    {
-        int const descriptor = static_cast<int>(::syscall(SYS_pidfd_open, process, 0));
-        if (descriptor < 0)
-            return false;
-        pollfd watch{descriptor, POLLIN, 0};
-        int ready = 0;
-        while ((ready = ::poll(&watch, 1, milliseconds)) < 0 && errno == EINTR)
-            ;
-        ::close(descriptor);
-        return ready == 1;
     }
 };
 
@@ -190,42 +159,22 @@ public:
         onThread([&] { value = read(); });
         return value;
     }
-    void collect()
-    {
-        onThread([this] { _garbageCollection(); });
-    }
+    void collect() { onThread([this] { _garbageCollection(); }); }
     std::string master() { return fetch([this] { return masterUid; }); }
     std::size_t windowCount() { return fetch([this] { return applications.size(); }); }
     std::size_t pending() { return fetch([this] { return pendingLaunches.size(); }); }
-    // The power states reported so far, in order; `reported` rises with each.
-    Lines powerStates()
-    {
-        std::lock_guard lock(powerMutex);
-        return reportedStates;
-    }
-    VelmoraTest::Signal reported;
+    VelmoraTest::Journal powerStates; // each power state reported, in order
     std::string pidOf(std::string const& uid)
     {
-        return fetch([&] {
-            ApplicationMapEntry* entry = _getApplicationEntry(uid);
-            return entry ? entry->getPid() : std::string();
-        });
+        return fetch([&] { return _getApplicationEntry(uid) ? _getApplicationEntry(uid)->getPid() : std::string(); });
     }
 
 protected:
     void _powerStateChange(unsigned int state) override
     {
         MasterWindowManager::_powerStateChange(state);
-        {
-            std::lock_guard lock(powerMutex);
-            reportedStates.push_back(std::to_string(state));
-        }
-        reported.raise();
+        powerStates.add(std::to_string(state));
     }
-
-private:
-    std::mutex powerMutex;
-    Lines reportedStates;
 };
 
 // A service manager whose services hear every new token.
@@ -301,9 +250,7 @@ public:
     }
 
     // Launches `type` at `url`; the test program behind it logs to logOf(url)
-    // and first runs `behaviour`, shell lines that set its VELMORA_TEST_APP_*
-    // variables or exec another program. Behaviour is kept by URL, so a
-    // launch that is put off keeps it too.
+    // and first runs `behaviour`, shell lines kept by URL (so a put-off launch keeps them).
     std::string launch(std::string const& type, std::string const& url, std::string const& behaviour = "")
     {
         std::ofstream(sandbox.root / (url + ".env")) << behaviour << "\n";
@@ -329,8 +276,7 @@ public:
     {
         return awaitFile(logOf(url), [&](Lines const& lines) { return contains(lines, line); });
     }
-    // Presses a key of the remote through the input driver's FIFO; a Linux
-    // key code of any value, or a name of KeyNames.
+    // Presses a key of the remote through the input driver's FIFO: a Linux code, or a name of KeyNames.
     void press(unsigned short linuxCode) { ASSERT_TRUE(Velmora::KeyNames::writePress(keyWriter.get(), linuxCode)); }
     void press(std::string const& name) { press(Velmora::KeyNames::linuxCode(name).value()); }
     // Sends Sim.<command> to a simulator; false when it failed the call.
@@ -343,13 +289,10 @@ public:
     // Waits until the manager has taken `state` as the last power state reported.
     bool awaitPowerState(std::string const& state)
     {
-        for (;;) {
-            Lines const states = windows->powerStates();
-            if (!states.empty() && states.back() == state)
-                return true;
-            if (!windows->reported.waitFor(static_cast<int>(states.size()) + 1))
-                return false;
-        }
+        return windows->powerStates.waitFor([&] {
+            Lines const states = windows->powerStates.all();
+            return !states.empty() && states.back() == state;
+        });
     }
     // Makes the simulator of `endpoint` crash, and waits until its process has ended.
     void crashSimulator(std::string const& endpoint)
@@ -359,20 +302,14 @@ public:
             return line.rfind("up " + endpoint + " ", 0) == 0;
         });
         ASSERT_NE(up, log.rend());
-        pid_t const process = static_cast<pid_t>(std::stol(up->substr(endpoint.size() + 4)));
-        Velmora::FileDescriptor watch(static_cast<int>(::syscall(SYS_pidfd_open, process, 0)));
-        ASSERT_TRUE(watch.valid());
         ASSERT_TRUE(inject(endpoint, "die", object({{"how", "crash"}})));
-        pollfd ended{watch.get(), POLLIN, 0};
-        ASSERT_EQ(::poll(&ended, 1, 30000), 1);
+        ASSERT_TRUE(HostTest::awaitEnd(static_cast<pid_t>(std::stol(up->substr(endpoint.size() + 4)))));
     }
     // Starts the simulator of `endpoint` ("QEN", "HUX") as a service and waits until it serves.
     void startSimulator(std::string const& endpoint)
     {
         auto const ups = [&](Lines const& lines) {
-            return std::count_if(lines.begin(), lines.end(), [&](std::string const& line) {
-                return line.rfind("up " + endpoint + " ", 0) == 0;
-            });
+            return std::ranges::count_if(lines, [&](std::string const& line) { return line.starts_with("up " + endpoint + " "); });
         };
         fs::path const log = sandbox.root / "sim.log";
         long const before = ups(readLines(log));
@@ -390,11 +327,7 @@ public:
         return lines;
     }
     // Runs the garbage collection after `ticks` of silence.
-    void collectAfter(unsigned int ticks)
-    {
-        clock.advance(ticks);
-        windows->collect();
-    }
+    void collectAfter(unsigned int ticks) { clock.advance(ticks); windows->collect(); }
 
     Velmora::TestClock clock;
     VelmoraTest::Sandbox sandbox;
@@ -422,8 +355,7 @@ public:
     std::string master; // the master window's uid, which has had the focus; empty without one
 
 private:
-    // What the launch scripts start: the test program, told its log and
-    // behaviour by the window's URL (up to any query).
+    // What the launch scripts start: the test program, its log and behaviour picked by the URL up to any query.
     void installProgram()
     {
         fs::path const program = sandbox.root / "test-program";

@@ -1,10 +1,4 @@
-// Windows over real processes: a launch from its authorization to its focus
-// and back to the master window, the eviction of the oldest window with the
-// one waiting launch (also of a window that has not connected yet), the
-// focus rules, the master window's command line, the choice of script,
-// launches and terminations from several threads at once, programs that
-// never report, windows that can't start or die while focused,
-// and a holder certificate that is missing.
+// Windows over real processes.
 #include "WindowBox.h"
 
 #include "FdCount.h"
@@ -15,7 +9,7 @@
 using namespace Velmora;
 using namespace WindowTest;
 
-TEST(Windows, ALaunchIsAuthorizedFocusedAndEndsBackOnTheMasterWindowAndAFullTableEvictsTheOldest)
+TEST(Windows, ALaunchIsAuthorizedFocusedAndEndsBackOnTheMasterWindowAFullTableEvictsTheOldestAndFailuresLeaveNothing)
 {
     WindowBox box;
     std::string const master = box.master;
@@ -27,6 +21,24 @@ TEST(Windows, ALaunchIsAuthorizedFocusedAndEndsBackOnTheMasterWindowAndAFullTabl
     EXPECT_FALSE(home.getCompositingParameters().overlay);
     // The token reached the running service through the service manager.
     EXPECT_TRUE(box.appLogged("service", "IServiceManager.authorizationTokenCreation " + master));
+
+    // Launches that cannot start leave nothing behind.
+    std::filesystem::remove(box.bin / "start_air3.x.sh");
+    std::filesystem::permissions(box.bin / "start_wfd_player.sh", std::filesystem::perms::owner_read);
+    int const descriptors = openDescriptorCount();
+    box.journal.clear();
+    Lines failures;
+    for (char const* type : {"BOGUS", IWindowManager::APPLICATION_TYPE_ANDROID, IWindowManager::APPLICATION_TYPE_INVALID,
+                             IWindowManager::APPLICATION_TYPE_AIR, IWindowManager::APPLICATION_TYPE_WFDPLAYER}) {
+        EXPECT_EQ(box.launch(type, "broken"), "") << type;
+        failures.push_back(std::string("error :") + type + " not supported by Velmora build");
+    }
+    // Each failure tells the focused window with the synthetic key; the focus stays.
+    EXPECT_EQ(box.journal.all(), failures);
+    EXPECT_TRUE(awaitFile(box.logOf("home"), [](Lines const& home) { return countOf(home, "event") == 5; }));
+    EXPECT_EQ(openDescriptorCount(), descriptors);
+    EXPECT_EQ(zombieChildren(), 0);
+    EXPECT_EQ(box.windows->windowCount(), 1u);
 
     box.journal.clear();
     std::string const app = box.launchFocused("app");
@@ -63,18 +75,13 @@ TEST(Windows, ALaunchIsAuthorizedFocusedAndEndsBackOnTheMasterWindowAndAFullTabl
     box.windows->terminate(app);
     ASSERT_TRUE(box.journal.await("focus >" + master));
     EXPECT_EQ(box.journal.all(), (Lines{"focus >", "focus >" + master}));
-    EXPECT_TRUE(box.appLogged("home", "event")); // the key that tells it it came up
+    // The key that tells it it came up, after the five of the failed launches.
+    EXPECT_TRUE(awaitFile(box.logOf("home"), [](Lines const& home) { return countOf(home, "event") == 6; }));
     EXPECT_EQ(countOf(readLines(box.logOf("home")), "visible 1"), 2);
     Lines const media = box.simulatorRecord("QEN");
     EXPECT_TRUE(contains(media, "releaseClient " + app));
     EXPECT_TRUE(contains(media, "releaseClient RPC"));
     EXPECT_TRUE(contains(box.simulatorRecord("HUX"), "unregisterClient " + app));
-    // "singleton" ends every window but the master window: here, none.
-    box.windows->terminate("singleton");
-    EXPECT_EQ(box.windows->windowCount(), 1u);
-    EXPECT_FALSE(contains(readLines(box.logOf("home")), "terminate"));
-    EXPECT_EQ(zombieChildren(), 0);
-
     // The master window and one application fill the table: the oldest
     // window is evicted, and only the latest waiting launch starts.
     box.launchFocused("stubborn", "export VELMORA_TEST_APP_ON_TERMINATE=ignore");
@@ -92,10 +99,12 @@ TEST(Windows, ALaunchIsAuthorizedFocusedAndEndsBackOnTheMasterWindowAndAFullTabl
     EXPECT_EQ(box.windows->windowCount(), 2u);
     EXPECT_EQ(box.windows->master(), box.master);
 
-    // A window evicted before its program has connected is told to end at its
-    // first report, and the waiting launch then starts.
+    // "singleton" ends every window but the master window. A window evicted
+    // before its program has connected is told to end at its first report,
+    // and the waiting launch then starts.
     box.windows->terminate("singleton");
     ASSERT_TRUE(eventually([&] { return box.windows->windowCount() == 1; }));
+    EXPECT_FALSE(contains(readLines(box.logOf("home")), "terminate"));
     std::string const late = box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "late",
                                         "export VELMORA_TEST_APP_DELAY_MS=1000");
     ASSERT_FALSE(late.empty());
@@ -103,6 +112,15 @@ TEST(Windows, ALaunchIsAuthorizedFocusedAndEndsBackOnTheMasterWindowAndAFullTabl
     EXPECT_TRUE(box.appLogged("late", "terminate"));
     EXPECT_TRUE(box.appLogged("fourth", "focus 1"));
     EXPECT_EQ(zombieChildren(), 0);
+
+    // Without a holder certificate the window starts without a token: its pid is its uid.
+    box.windows->terminate("singleton");
+    ASSERT_TRUE(eventually([&] { return box.windows->windowCount() == 1; }));
+    std::filesystem::remove(box.etc / "DORICProtected.crt");
+    std::string const plain = box.launchFocused("plain");
+    ASSERT_FALSE(plain.empty());
+    EXPECT_EQ(box.windows->pidOf(plain), plain);
+    EXPECT_EQ(box.windows->getLaunchParameters(plain).getAuthorizationToken(), "");
 }
 
 // The collection's work: it settles launches and terminations made from
@@ -146,68 +164,12 @@ TEST(Windows, ConcurrentLaunchesSettleAndProgramsThatNeverReportAreCollectedOneA
     EXPECT_EQ(zombieChildren(), 0);
 }
 
-TEST(WindowRecords, TheMasterWindowsCommandLineAndEachTypesScript)
+// A trailing option without its value is ignored.
+TEST(WindowRecords, TheMasterWindowsCommandLine)
 {
     char const* words[] = {"host", "--velmora:masterURL", "page", "--velmora:masterType", "WEBPAGE", "--velmora:masterParameters"};
     IWindowManager::LaunchParameters const fromLine(6, const_cast<char**>(words));
     EXPECT_EQ(fromLine.getApplicationURL(), "page");
     EXPECT_EQ(fromLine.getApplicationType(), "WEBPAGE");
     EXPECT_EQ(fromLine.getApplicationParameters(), "");
-
-    HWPApplicationFactory factory;
-    Windows windows(0, &factory, 0, nullptr);
-    windows.init();
-    // Types without a script, and those whose script the failures test takes away, show their choice there.
-    auto const script = [&](char const* type) {
-        return windows.getExecutableName(IWindowManager::LaunchParameters("", type, "", "", {}, false, false));
-    };
-    EXPECT_EQ(script(IWindowManager::APPLICATION_TYPE_WEBPAGE), "start_webkit.sh");
-    EXPECT_EQ(script(IWindowManager::APPLICATION_TYPE_WEBGLAPP), "start_webkitGl.sh");
-    EXPECT_EQ(script(IWindowManager::APPLICATION_TYPE_AIRGL), "start_air3.x.sh");
-    EXPECT_EQ(script(IWindowManager::APPLICATION_TYPE_OTHER), "start_other.sh");
-    {
-        ScopedEnvironment newWebkit("VELMORA_USE_NEW_WEBKIT", "");
-        EXPECT_EQ(script(IWindowManager::APPLICATION_TYPE_WEBBROWSER), "start_webkitGl.sh");
-    }
-}
-
-TEST(WindowFailures, LaunchesThatCannotStartOrDieWhileFocusedLeaveNothingBehind)
-{
-    WindowBox box;
-    std::string const master = box.master;
-    std::filesystem::remove(box.bin / "start_air3.x.sh");
-    std::filesystem::permissions(box.bin / "start_wfd_player.sh", std::filesystem::perms::owner_read);
-    int const descriptors = openDescriptorCount();
-    box.journal.clear();
-    Lines expected;
-    for (char const* type : {"BOGUS", IWindowManager::APPLICATION_TYPE_ANDROID, IWindowManager::APPLICATION_TYPE_INVALID,
-                             IWindowManager::APPLICATION_TYPE_AIR, IWindowManager::APPLICATION_TYPE_WFDPLAYER}) {
-        EXPECT_EQ(box.launch(type, "broken"), "") << type;
-        expected.push_back(std::string("error :") + type + " not supported by Velmora build");
-    }
-    // Each failure tells the focused window with the synthetic key; the focus stays.
-    EXPECT_EQ(box.journal.all(), expected);
-    EXPECT_TRUE(awaitFile(box.logOf("home"), [](Lines const& home) {
-        return std::count(home.begin(), home.end(), "event") == 5;
-    }));
-    EXPECT_EQ(openDescriptorCount(), descriptors);
-    EXPECT_EQ(zombieChildren(), 0);
-    EXPECT_EQ(box.windows->windowCount(), 1u);
-
-    // A window killed while focused: its end is noticed at once, with no
-    // collection; the focus empties and the master window takes it.
-    std::string const doomed = box.launchFocused("doomed");
-    box.journal.clear();
-    ::kill(std::stoi(box.windows->pidOf(doomed)), SIGKILL);
-    EXPECT_TRUE(box.journal.await("focus >" + master));
-    EXPECT_EQ(box.windows->windowCount(), 1u);
-    EXPECT_TRUE(contains(box.simulatorRecord("QEN"), "releaseClient " + doomed));
-    EXPECT_EQ(zombieChildren(), 0);
-
-    // Without a holder certificate the window starts without a token: its pid is its uid.
-    std::filesystem::remove(box.etc / "DORICProtected.crt");
-    std::string const plain = box.launchFocused("plain");
-    ASSERT_FALSE(plain.empty());
-    EXPECT_EQ(box.windows->pidOf(plain), plain);
-    EXPECT_EQ(box.windows->getLaunchParameters(plain).getAuthorizationToken(), "");
 }
