@@ -7,6 +7,7 @@ import { joinBox } from '../lib/box-page.mjs';
 const COLUMNS = 4;
 const EVENTS_SHOWN = 4;
 const HISTORY_SHOWN = 5;
+const POWER = ['running', 'light sleep', 'deep sleep', 'deep sleep', 'starting'];
 const TINTS = { WEBAPP: '#ffb547', WEBPAGE: '#7cc4ff', WEBGLAPP: '#c58bff', OTHER: '#5fe0a0', ANDROID: '#9be15d' };
 const EVENTS = [
   'IWindowManager::onFocusChange', 'IWindowManager::onWindowListChange', 'IApplicationManager::onStateChange',
@@ -19,11 +20,24 @@ let windows = []; // {uid, name}
 let focus = '';
 let box;
 let lastSequence = -1; // of the newest journal entry shown
+let repaintPending = false;
 
 const $ = (id) => document.getElementById(id);
 
 function showClock() {
-  $('clock').textContent = new Date().toLocaleTimeString('en-GB', { hour: '2-digit', minute: '2-digit' });
+  const time = new Date().toLocaleTimeString('en-GB', { hour: '2-digit', minute: '2-digit' });
+  if ($('clock').textContent === time) return;
+  $('clock').textContent = time;
+  repaint();
+}
+
+// The screen page captures a window when it hears from it: what changed
+// without a key (a notice, a package, the journal) is announced once, for
+// all the changes of the same moment.
+function repaint() {
+  if (!box || repaintPending) return;
+  repaintPending = true;
+  setTimeout(() => { repaintPending = false; box.publish(); }, 50);
 }
 
 function note(text) {
@@ -31,6 +45,7 @@ function note(text) {
   item.textContent = `${new Date().toLocaleTimeString('en-GB')}  ${text}`;
   $('events').prepend(item);
   while ($('events').children.length > EVENTS_SHOWN) $('events').lastChild.remove();
+  repaint();
 }
 
 // One journal entry a line, newest first; its cause shows on hover.
@@ -42,10 +57,13 @@ function record(entry) {
   const name = entry.name ? ` ${nameOfUrl(entry.name)}` : '';
   // A reported state or power change says what changed; the rest say why.
   const [shown, hover] = ['state', 'power'].includes(entry.kind) ? [entry.cause, entry.reason] : [entry.reason, entry.cause];
-  item.textContent = `${time}  ${entry.kind}${name}: ${shown}`;
+  const said = entry.kind === 'power'
+    ? shown.replace(/(\d) -> (\d)/, (all, from, to) => `${POWER[from] ?? from} → ${POWER[to] ?? to}`) : shown;
+  item.textContent = `${time}  ${entry.kind}${name}: ${said}`;
   item.title = hover;
   $('history').prepend(item);
   while ($('history').children.length > HISTORY_SHOWN) $('history').lastChild.remove();
+  repaint();
 }
 
 async function loadHistory() {
@@ -110,6 +128,7 @@ async function loadApps() {
     .sort((a, b) => a.name.localeCompare(b.name));
   selected = Math.min(selected, Math.max(apps.length - 1, 0));
   renderApps();
+  repaint();
 }
 
 // A window without a URL (the Wi-Fi Display player) is named by its type.
@@ -127,6 +146,7 @@ async function loadWindows() {
   }));
   windows = known;
   renderWindows();
+  repaint();
 }
 
 async function launch(app) {
@@ -168,10 +188,12 @@ function onKey(key) {
 
 function onNotification(name, params) {
   switch (name) {
-    case 'IWindowManager::onFocusChange':
-      focus = params.newFocus ?? '';
-      loadWindows().catch(() => {}).then(() => note(`focus → ${focus ? windowName(focus) : 'nobody'}`));
+    case 'IWindowManager::onFocusChange': {
+      const to = params.newFocus ?? '';
+      focus = to;
+      loadWindows().catch(() => {}).then(() => note(`focus → ${to ? windowName(to) : 'nobody'}`));
       break;
+    }
     case 'IWindowManager::onWindowListChange':
       loadWindows().catch(() => {});
       break;
