@@ -40,7 +40,10 @@ $('title').textContent = title;
 $('lines').replaceChildren(...lines.map((text) => Object.assign(document.createElement('li'), { textContent: text })));
 document.title = title;
 document.body.dataset.page = page;
-if (page === 'maps') $('site').textContent = 'Maps';
+if (page === 'maps') {
+  $('site').textContent = 'Maps';
+  $('hint').textContent = 'Up/Down: zoom · Back: leave';
+}
 
 let zoom = 1;
 function onKey(key) {
