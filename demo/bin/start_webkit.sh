@@ -120,10 +120,13 @@ watch_pages() {
   '
 }
 
-# The browser's own messages go to this script's output; the line that says
-# DevTools listens names its address (its port file may not be written yet).
-# FIFOs carry them and the DevTools pipe; each is opened in the order that the
-# other side opens it, and removed once open.
+# The browser's own messages go to this script's output, save those it
+# prints at every start and that tell nothing wrong: blank lines, Debian's
+# wrapper tripping over its own test of /dev/shm, the probe for Vulkan drivers
+# that a box without a GPU lacks, and the line that says DevTools listens,
+# whose address is written to the DevTools file (its port file may not be
+# written yet). FIFOs carry them and the DevTools pipe; each is opened in the
+# order that the other side opens it, and removed once open.
 fifos=("$VELMORA_BOX_RUN/chromium/$uid".{events,commands,answers})
 events=${fifos[0]} commands=${fifos[1]} answers=${fifos[2]}
 rm -f "${fifos[@]}"
@@ -136,20 +139,27 @@ watch_pages >"$commands" <"$answers" &
 watcher=$!
 exec 3<"$events"
 rm -f "${fifos[@]}"
-while IFS= read -r line <&3; do
-  printf '%s\n' "$line" >&2
-  case "$line" in
-    "DevTools listening on "*)
-      address=${line#DevTools listening on ws://}
-      printf 'http://%s\n' "${address%%/*}" > "$devtools.new" && mv "$devtools.new" "$devtools"
-      break ;;
-  esac
-done
-if [ ! -e "$devtools" ]; then
+# Passes the browser's messages on until the DevTools line (status 0) or the
+# browser's end (status 1).
+relay() {
+  local line address
+  while IFS= read -r line <&3; do
+    case "$line" in
+      "DevTools listening on "*)
+        address=${line#DevTools listening on ws://}
+        printf 'http://%s\n' "${address%%/*}" > "$devtools.new" && mv "$devtools.new" "$devtools"
+        return 0 ;;
+      '' | *': [: '*': unexpected operator' | 'Warning: vkCreateInstance'* | *'at CheckVkSuccessImpl'*) ;;
+      *) printf '%s\n' "$line" >&2 ;;
+    esac
+  done
+  return 1
+}
+if ! relay; then
   echo "start_webkit.sh: the browser (${VELMORA_CHROMIUM:-/usr/bin/chromium}) ended before it served DevTools" >&2
   exit 1
 fi
-cat <&3 >&2 &
+relay &
 # The window ends when its page closed it, or with the browser.
 wait -n -p ended "$browser" "$watcher"
 status=$?
