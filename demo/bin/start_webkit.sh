@@ -89,13 +89,13 @@ flags+=(${VELMORA_BROWSER_FLAGS:-})
 browser=
 finish() {
   trap - TERM INT HUP EXIT
-  rm -f "$devtools"
   if [ -n "$browser" ]; then
     kill -TERM "$browser" 2>/dev/null
     wait "$browser" 2>/dev/null
   fi
-  # In the background: the server's wait for this process is short.
-  rm -rf "$profile" &
+  # In the background: the server's wait for this process is short, and a
+  # program started on a loaded machine can take most of it.
+  rm -rf "$devtools" "$profile" &
 }
 trap 'finish; exit 0' TERM INT HUP
 trap finish EXIT
