@@ -75,6 +75,7 @@ function nameOfUrl(url) {
   const app = apps.find((a) => a.url === url);
   if (app) return app.name;
   if (url.includes('velmoraLauncher/index.html')) return 'Home';
+  if (url.includes('velmoraLauncher/search/')) return url.includes('/maps') ? 'Maps' : 'Search';
   return url.replace(/[?#].*$/, '').replace(/\/index\.html$/, '').split('/').filter(Boolean).pop() || url;
 }
 
