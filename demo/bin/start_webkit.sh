@@ -127,6 +127,7 @@ watch_pages() {
 # whose address is written to the DevTools file (its port file may not be
 # written yet). FIFOs carry them and the DevTools pipe; each is opened in the
 # order that the other side opens it, and removed once open.
+noise='^$|: \[: .*: unexpected operator$|^Warning: vkCreateInstance|at CheckVkSuccessImpl'
 fifos=("$VELMORA_BOX_RUN/chromium/$uid".{events,commands,answers})
 events=${fifos[0]} commands=${fifos[1]} answers=${fifos[2]}
 rm -f "${fifos[@]}"
@@ -139,27 +140,20 @@ watch_pages >"$commands" <"$answers" &
 watcher=$!
 exec 3<"$events"
 rm -f "${fifos[@]}"
-# Passes the browser's messages on until the DevTools line (status 0) or the
-# browser's end (status 1).
-relay() {
-  local line address
-  while IFS= read -r line <&3; do
-    case "$line" in
-      "DevTools listening on "*)
-        address=${line#DevTools listening on ws://}
-        printf 'http://%s\n' "${address%%/*}" > "$devtools.new" && mv "$devtools.new" "$devtools"
-        return 0 ;;
-      '' | *': [: '*': unexpected operator' | 'Warning: vkCreateInstance'* | *'at CheckVkSuccessImpl'*) ;;
-      *) printf '%s\n' "$line" >&2 ;;
-    esac
-  done
-  return 1
-}
-if ! relay; then
+while IFS= read -r line <&3; do
+  case "$line" in
+    "DevTools listening on "*)
+      address=${line#DevTools listening on ws://}
+      printf 'http://%s\n' "${address%%/*}" > "$devtools.new" && mv "$devtools.new" "$devtools"
+      break ;;
+  esac
+  [[ $line =~ $noise ]] || printf '%s\n' "$line" >&2
+done
+if [ ! -e "$devtools" ]; then
   echo "start_webkit.sh: the browser (${VELMORA_CHROMIUM:-/usr/bin/chromium}) ended before it served DevTools" >&2
   exit 1
 fi
-relay &
+grep --line-buffered -Ev "$noise" <&3 >&2 &
 # The window ends when its page closed it, or with the browser.
 wait -n -p ended "$browser" "$watcher"
 status=$?
