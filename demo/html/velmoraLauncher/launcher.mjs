@@ -54,7 +54,7 @@ function record(entry) {
   lastSequence = entry.sequence;
   const item = document.createElement('li');
   const time = new Date(entry.wallClockMs).toLocaleTimeString('en-GB');
-  const name = entry.name ? ` ${nameOfUrl(entry.name)}` : '';
+  const name = entry.name ? ` ${nameOfLaunch({ applicationType: entry.applicationType, applicationURL: entry.name })}` : '';
   // A reported state or power change says what changed; the rest say why.
   const [shown, hover] = ['state', 'power'].includes(entry.kind) ? [entry.cause, entry.reason] : [entry.reason, entry.cause];
   const said = entry.kind === 'power'
@@ -132,11 +132,11 @@ async function loadApps() {
   repaint();
 }
 
-// A window without a URL (the Wi-Fi Display player) is named by its type.
+// The Wi-Fi Display player (no URL, or its script's name in the journal) is named by its type.
 function nameOfLaunch(launch) {
   if (!launch) return '';
-  if (launch.applicationURL) return nameOfUrl(launch.applicationURL);
-  return launch.applicationType === 'WFDPLAYER' ? 'Wi-Fi Display player' : launch.applicationType;
+  if (launch.applicationType === 'WFDPLAYER') return 'Wi-Fi Display player';
+  return launch.applicationURL ? nameOfUrl(launch.applicationURL) : launch.applicationType;
 }
 
 async function loadWindows() {
