@@ -17,7 +17,10 @@ function digest(text) {
 
 function answer() {
   const words = query.split(/\s+/).filter(Boolean);
-  if (page === 'maps') return { title: `Map of ${query}`, lines: [`Centred on ${query}`, 'Zoom with Up/Down'] };
+  if (page === 'maps') {
+    const place = query.replace(/^of\s+/i, ''); // "map of paris" comes as "of paris"
+    return { title: `Map of ${place}`, lines: [`Centred on ${place}`] };
+  }
   if (words[0] === 'weather') {
     const place = words.slice(1).join(' ') || 'here';
     const n = digest(place);
