@@ -81,6 +81,12 @@ RPCConnection::Reply AndroidApp::call(std::string const& method, Json::Value con
     return failed;
 }
 
+bool AndroidApp::hasLeft()
+{
+    std::lock_guard lock(mutex);
+    return processEnded || ILifecycleManagement::isApplicationTerminated(state);
+}
+
 RPCConnection::Reply AndroidApp::terminate(Json::Value const& params)
 {
     RPCConnection::Reply reply = call("ILifecycleManagement.terminate", params);

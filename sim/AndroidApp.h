@@ -54,6 +54,8 @@ public:
     std::string const& getUid() const { return uid; }
     // Calls "<Interface>.<method>" on the program; a failed reply when it has not dialled in or has gone.
     RPCConnection::Reply call(std::string const& method, Json::Value const& params);
+    // True once the program reported its end or its process ended: a call that fails then finds it leaving.
+    bool hasLeft();
     // The master's terminate, passed on; the process is killed if it outlives TERMINATE_GRACE.
     RPCConnection::Reply terminate(Json::Value const& params);
     // SIGTERM to the process (the slave ends).

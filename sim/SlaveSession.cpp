@@ -187,8 +187,10 @@ std::string SlaveSession::dispatchEvent(IRPC::RPCSynchronousMethodObject const& 
     handled["uid"] = target->getUid();
     handled["event"] = params["event"];
     RPCConnection::Reply const reply = target->call("IWindowEvent.handleEvent", handled);
+    // A key that comes as the application leaves (the Back that ended it, say) finds no one: no fault.
     if (!reply.ok)
-        VLOG(DebugLevelError, "dispatchEvent(): %s answered: %s\n", target->getUid().c_str(), reply.message.c_str());
+        VLOG(target->hasLeft() ? DebugLevelInfo : DebugLevelError, "dispatchEvent(): %s answered: %s\n",
+             target->getUid().c_str(), reply.message.c_str());
     return success(method, Json::Value());
 }
 

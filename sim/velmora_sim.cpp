@@ -67,7 +67,9 @@ int main(int argc, char** argv)
     }
     RPCConnection::Reply const reply = client.call(std::string("Sim.") + argv[2], params);
     if (!reply.ok) {
-        std::fprintf(stderr, "velmora-sim: %s\n", reply.message.c_str());
+        bool const unknown = reply.message == "Method not found";
+        std::fprintf(stderr, "velmora-sim: %s %s: %s\n", argv[1], argv[2],
+                     unknown ? "no such command (--help lists them)" : reply.message.c_str());
         return 1;
     }
     std::printf("%s\n", reply.result.isNull() ? "ok" : IRPC::write(reply.result).c_str());

@@ -89,13 +89,13 @@ flags+=(${VELMORA_BROWSER_FLAGS:-})
 browser=
 finish() {
   trap - TERM INT HUP EXIT
-  rm -f "$devtools"
   if [ -n "$browser" ]; then
     kill -TERM "$browser" 2>/dev/null
     wait "$browser" 2>/dev/null
   fi
-  # In the background: the server's wait for this process is short.
-  rm -rf "$profile" &
+  # In the background: the server's wait for this process is short, and a
+  # program started on a loaded machine can take most of it.
+  rm -rf "$devtools" "$profile" &
 }
 trap 'finish; exit 0' TERM INT HUP
 trap finish EXIT
@@ -120,10 +120,14 @@ watch_pages() {
   '
 }
 
-# The browser's own messages go to this script's output; the line that says
-# DevTools listens names its address (its port file may not be written yet).
-# FIFOs carry them and the DevTools pipe; each is opened in the order that the
-# other side opens it, and removed once open.
+# The browser's own messages go to this script's output, save those it
+# prints at every start and that tell nothing wrong: blank lines, Debian's
+# wrapper tripping over its own test of /dev/shm, the probe for Vulkan drivers
+# that a box without a GPU lacks, and the line that says DevTools listens,
+# whose address is written to the DevTools file (its port file may not be
+# written yet). FIFOs carry them and the DevTools pipe; each is opened in the
+# order that the other side opens it, and removed once open.
+noise='^$|: \[: .*: unexpected operator$|^Warning: vkCreateInstance|at CheckVkSuccessImpl'
 fifos=("$VELMORA_BOX_RUN/chromium/$uid".{events,commands,answers})
 events=${fifos[0]} commands=${fifos[1]} answers=${fifos[2]}
 rm -f "${fifos[@]}"
@@ -137,19 +141,19 @@ watcher=$!
 exec 3<"$events"
 rm -f "${fifos[@]}"
 while IFS= read -r line <&3; do
-  printf '%s\n' "$line" >&2
   case "$line" in
     "DevTools listening on "*)
       address=${line#DevTools listening on ws://}
       printf 'http://%s\n' "${address%%/*}" > "$devtools.new" && mv "$devtools.new" "$devtools"
       break ;;
   esac
+  [[ $line =~ $noise ]] || printf '%s\n' "$line" >&2
 done
 if [ ! -e "$devtools" ]; then
   echo "start_webkit.sh: the browser (${VELMORA_CHROMIUM:-/usr/bin/chromium}) ended before it served DevTools" >&2
   exit 1
 fi
-cat <&3 >&2 &
+grep --line-buffered -Ev "$noise" <&3 >&2 &
 # The window ends when its page closed it, or with the browser.
 wait -n -p ended "$browser" "$watcher"
 status=$?

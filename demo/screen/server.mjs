@@ -121,7 +121,7 @@ async function describe(uid) {
     state: page.state ?? fromCard?.state ?? '',
     lastKey: page.lastKey ?? fromCard?.lastKey ?? '',
     visible: page.visible ?? fromCard?.visible ?? true,
-    focused: focusKnown ? uid === focus : !!page.focused,
+    focused: !!page.focused, // until the first focus notice, the pages say who has it
     z: known.seen === 0 || known.launch.compositingParameters?.zOrder === MASTER_Z ? MASTER_Z : MASTER_Z - 1,
     seen: known.seen,
     shot: known.shot ? `/shot/${uid}?v=${known.shotVersion}` : null,
@@ -138,6 +138,8 @@ async function compose() {
     devtools.delete(uid);
   }
   const described = await Promise.all(uids.map(describe));
+  // One focus for the whole picture: it may have moved while the captures ran.
+  if (focusKnown) described.forEach((w) => { w.focused = w.uid === focus; });
   // Bottom first: by z-order, then by age; the focused window on top.
   const stack = described.filter((w) => w.visible || w.focused)
     .sort((a, b) => (a.focused - b.focused) || (a.z - b.z) || (a.seen - b.seen));

@@ -7,6 +7,7 @@ import { joinBox } from '../lib/box-page.mjs';
 const COLUMNS = 4;
 const EVENTS_SHOWN = 4;
 const HISTORY_SHOWN = 5;
+const POWER = ['running', 'light sleep', 'deep sleep', 'deep sleep', 'starting'];
 const TINTS = { WEBAPP: '#ffb547', WEBPAGE: '#7cc4ff', WEBGLAPP: '#c58bff', OTHER: '#5fe0a0', ANDROID: '#9be15d' };
 const EVENTS = [
   'IWindowManager::onFocusChange', 'IWindowManager::onWindowListChange', 'IApplicationManager::onStateChange',
@@ -19,11 +20,24 @@ let windows = []; // {uid, name}
 let focus = '';
 let box;
 let lastSequence = -1; // of the newest journal entry shown
+let repaintPending = false;
 
 const $ = (id) => document.getElementById(id);
 
 function showClock() {
-  $('clock').textContent = new Date().toLocaleTimeString('en-GB', { hour: '2-digit', minute: '2-digit' });
+  const time = new Date().toLocaleTimeString('en-GB', { hour: '2-digit', minute: '2-digit' });
+  if ($('clock').textContent === time) return;
+  $('clock').textContent = time;
+  repaint();
+}
+
+// The screen page captures a window when it hears from it: what changed
+// without a key (a notice, a package, the journal) is announced once, for
+// all the changes of the same moment.
+function repaint() {
+  if (!box || repaintPending) return;
+  repaintPending = true;
+  setTimeout(() => { repaintPending = false; box.publish(); }, 50);
 }
 
 function note(text) {
@@ -31,6 +45,7 @@ function note(text) {
   item.textContent = `${new Date().toLocaleTimeString('en-GB')}  ${text}`;
   $('events').prepend(item);
   while ($('events').children.length > EVENTS_SHOWN) $('events').lastChild.remove();
+  repaint();
 }
 
 // One journal entry a line, newest first; its cause shows on hover.
@@ -39,13 +54,16 @@ function record(entry) {
   lastSequence = entry.sequence;
   const item = document.createElement('li');
   const time = new Date(entry.wallClockMs).toLocaleTimeString('en-GB');
-  const name = entry.name ? ` ${nameOfUrl(entry.name)}` : '';
+  const name = entry.name ? ` ${nameOfLaunch({ applicationType: entry.applicationType, applicationURL: entry.name })}` : '';
   // A reported state or power change says what changed; the rest say why.
   const [shown, hover] = ['state', 'power'].includes(entry.kind) ? [entry.cause, entry.reason] : [entry.reason, entry.cause];
-  item.textContent = `${time}  ${entry.kind}${name}: ${shown}`;
+  const said = entry.kind === 'power'
+    ? shown.replace(/(\d) -> (\d)/, (all, from, to) => `${POWER[from] ?? from} → ${POWER[to] ?? to}`) : shown;
+  item.textContent = `${time}  ${entry.kind}${name}: ${said}`;
   item.title = hover;
   $('history').prepend(item);
   while ($('history').children.length > HISTORY_SHOWN) $('history').lastChild.remove();
+  repaint();
 }
 
 async function loadHistory() {
@@ -57,6 +75,7 @@ function nameOfUrl(url) {
   const app = apps.find((a) => a.url === url);
   if (app) return app.name;
   if (url.includes('velmoraLauncher/index.html')) return 'Home';
+  if (url.includes('velmoraLauncher/search/')) return url.includes('/maps') ? 'Maps' : 'Search';
   return url.replace(/[?#].*$/, '').replace(/\/index\.html$/, '').split('/').filter(Boolean).pop() || url;
 }
 
@@ -110,13 +129,14 @@ async function loadApps() {
     .sort((a, b) => a.name.localeCompare(b.name));
   selected = Math.min(selected, Math.max(apps.length - 1, 0));
   renderApps();
+  repaint();
 }
 
-// A window without a URL (the Wi-Fi Display player) is named by its type.
+// The Wi-Fi Display player (no URL, or its script's name in the journal) is named by its type.
 function nameOfLaunch(launch) {
   if (!launch) return '';
-  if (launch.applicationURL) return nameOfUrl(launch.applicationURL);
-  return launch.applicationType === 'WFDPLAYER' ? 'Wi-Fi Display player' : launch.applicationType;
+  if (launch.applicationType === 'WFDPLAYER') return 'Wi-Fi Display player';
+  return launch.applicationURL ? nameOfUrl(launch.applicationURL) : launch.applicationType;
 }
 
 async function loadWindows() {
@@ -127,6 +147,7 @@ async function loadWindows() {
   }));
   windows = known;
   renderWindows();
+  repaint();
 }
 
 async function launch(app) {
@@ -168,10 +189,12 @@ function onKey(key) {
 
 function onNotification(name, params) {
   switch (name) {
-    case 'IWindowManager::onFocusChange':
-      focus = params.newFocus ?? '';
-      loadWindows().catch(() => {}).then(() => note(`focus → ${focus ? windowName(focus) : 'nobody'}`));
+    case 'IWindowManager::onFocusChange': {
+      const to = params.newFocus ?? '';
+      focus = to;
+      loadWindows().catch(() => {}).then(() => note(`focus → ${to ? windowName(to) : 'nobody'}`));
       break;
+    }
     case 'IWindowManager::onWindowListChange':
       loadWindows().catch(() => {});
       break;

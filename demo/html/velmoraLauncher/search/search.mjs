@@ -17,7 +17,10 @@ function digest(text) {
 
 function answer() {
   const words = query.split(/\s+/).filter(Boolean);
-  if (page === 'maps') return { title: `Map of ${query}`, lines: [`Centred on ${query}`, 'Zoom with Up/Down'] };
+  if (page === 'maps') {
+    const place = query.replace(/^of\s+/i, ''); // "map of paris" comes as "of paris"
+    return { title: `Map of ${place}`, lines: [`Centred on ${place}`] };
+  }
   if (words[0] === 'weather') {
     const place = words.slice(1).join(' ') || 'here';
     const n = digest(place);
@@ -40,7 +43,10 @@ $('title').textContent = title;
 $('lines').replaceChildren(...lines.map((text) => Object.assign(document.createElement('li'), { textContent: text })));
 document.title = title;
 document.body.dataset.page = page;
-if (page === 'maps') $('site').textContent = 'Maps';
+if (page === 'maps') {
+  $('site').textContent = 'Maps';
+  $('hint').textContent = 'Up/Down: zoom · Back: leave';
+}
 
 let zoom = 1;
 function onKey(key) {
