@@ -151,6 +151,11 @@ TEST(Journal, NamesWhyEachWindowWentAwayAndKeepsItOverARestart)
         whys.push_back({"run-away", deaf, "runaway", "ignored a terminate request or could not be reached",
                         "silent for over 6000 ms"});
         whys.push_back({"run-away", deaf, "ended", "RUNAWAY", "killed: signal 9 (Killed)"});
+
+        // The server's stop: a program ends by itself once its server has gone, it is not killed.
+        std::string const bystander = launchRunning(client, "bystander");
+        whys.push_back({"server stop", bystander, "terminate", "the server stops", ""});
+        whys.push_back({"server stop", bystander, "ended", "RUNNING", "reaped: exit status 0"});
         client.disconnect();
         EXPECT_EQ(0, server.stop(SIGTERM)) << server.log();
     }
