@@ -140,7 +140,11 @@ void AppConnection::installMethods()
         return Json::Value(eventCallback ? eventCallback(params["event"]) : false);
     });
     client.setClosedHandler([this] {
-        if (!leaving && exitCallback)
+        if (leaving)
+            return;
+        if (serverGoneCallback)
+            serverGoneCallback();
+        else if (exitCallback)
             exitCallback();
     });
     client.setNotificationHandler([this](std::string const& name, Json::Value const& params) {

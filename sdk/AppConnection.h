@@ -9,10 +9,10 @@
 // calls wait behind them); reportState/keepAlive from any thread. Destruction
 // disconnects, which waits for the methods still running and their answers.
 //
-// When the server closes the connection (it stops, or it dies) the exit
-// callback runs on the reading thread: a server that starts again knows
-// nothing of the program, so a program left running would only hold its
-// screen and memory. Destruction does not call it.
+// When the server closes the connection (it stops, or it dies) the
+// server-gone callback runs on the reading thread; by default it is the exit
+// callback: a server that starts again knows nothing of an application, which
+// would only hold its screen and memory. Destruction does not call it.
 #pragma once
 
 #include "rpc/RPCClient.h"
@@ -43,6 +43,8 @@ public:
     // Told when the program should end: after the default terminate, and when
     // the server has gone. It must not block.
     void onExitRequested(Callback callback) { exitCallback = std::move(callback); }
+    // Replaces the exit on the server's going (a platform service outlives it). It must not block.
+    void onServerGone(Callback callback) { serverGoneCallback = std::move(callback); }
     void onFocus(FlagCallback callback) { focusCallback = std::move(callback); }
     void onVisibility(FlagCallback callback) { visibilityCallback = std::move(callback); }
     void onEvent(EventCallback callback) { eventCallback = std::move(callback); }
@@ -70,6 +72,7 @@ private:
     std::atomic<bool> leaving = false; // set by the destructor: its own disconnect is no server gone
     Callback terminateCallback;
     Callback exitCallback;
+    Callback serverGoneCallback;
     FlagCallback focusCallback;
     FlagCallback visibilityCallback;
     EventCallback eventCallback;

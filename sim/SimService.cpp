@@ -23,6 +23,9 @@ SimService::SimService(std::string const& endpoint) : RPCServer(endpoint)
     interfaces["Sim"]["die"] = static_cast<RPCMethod>(&SimService::die);
     interfaces["Sim"]["record"] = static_cast<RPCMethod>(&SimService::getRecord);
     app.onExitRequested([this] { finish(0); });
+    // A platform daemon does not end with the server that started it; the
+    // server's service manager ends it.
+    app.onServerGone([] {});
 }
 
 SimService::~SimService() { shutdown(); }
