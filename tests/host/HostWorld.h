@@ -71,12 +71,22 @@ inline void connectWatching(Velmora::RPCClient& client, std::string const& event
     client.callOrThrow("RPC.subscribe", Velmora::IRPC::parse(R"({"events":[")" + event + R"("]})"));
 }
 
+// A call to a window manager, whose thread a loaded machine may keep for
+// seconds in a window's first calls: a deadline that no load misses; an error
+// answer fails the test.
+inline Json::Value callManager(Velmora::RPCClient& client, std::string const& method, Json::Value const& params)
+{
+    Velmora::RPCConnection::Reply const reply = client.call(method, params, 60000);
+    EXPECT_TRUE(reply.ok) << method << ": " << reply.message;
+    return reply.result;
+}
+
 // Launches an OTHER window at `url` over the bus: its uid, empty when the launch is put off.
 inline std::string launch(Velmora::RPCClient& client, std::string const& url)
 {
     Json::Value params = Velmora::IRPC::parse(R"({"proxy":0,"applicationType":"OTHER"})");
     params["applicationURL"] = url;
-    return client.callOrThrow("IWindowManager.launch", params).asString();
+    return callManager(client, "IWindowManager.launch", params).asString();
 }
 
 } // namespace HostTest

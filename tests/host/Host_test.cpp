@@ -19,7 +19,7 @@ namespace {
 std::vector<std::string> windowList(Velmora::RPCClient& client)
 {
     std::vector<std::string> uids;
-    for (Json::Value const& listed : client.callOrThrow("IWindowManager.getWindowList", Velmora::IRPC::parse(R"({"proxy":0})")))
+    for (Json::Value const& listed : callManager(client, "IWindowManager.getWindowList", Velmora::IRPC::parse(R"({"proxy":0})")))
         uids.push_back(listed.asString());
     return uids;
 }
