@@ -102,10 +102,11 @@ std::string endOf(int status)
 // One step of the wait for a process to end: up to `milliseconds`, over as
 // soon as the process behind `pidfd` has ended, so that the manager's commands
 // do not wait out the rest of the step. Without a pidfd, or on a test clock,
-// the step is a plain delay.
-void awaitEnd(FileDescriptor const& pidfd, unsigned int milliseconds)
+// the step is a plain delay, except after SIGKILL: a killed process ends in
+// real time, which a test clock that a test moves on must not outrun.
+void awaitEnd(FileDescriptor const& pidfd, unsigned int milliseconds, bool killed)
 {
-    if (!pidfd.valid() || OS_TestClockActive()) {
+    if (!pidfd.valid() || (OS_TestClockActive() && !killed)) {
         OS_TaskDelayMsec(milliseconds);
         return;
     }
@@ -141,7 +142,7 @@ std::string HWPApplicationFactory::destroyApplication(std::string const& pidText
         if (result != 0)
             continue;
         if (OS_GetTicks() - start <= terminationTimeout) {
-            awaitEnd(pidfd, 500);
+            awaitEnd(pidfd, 500, forceful);
             continue;
         }
         if (forceful) {
