@@ -109,6 +109,14 @@ void WindowManager::terminateFor(std::string const& uid, std::string const& reas
     _terminate(uid);
 }
 
+unsigned int WindowManager::terminateLaunchedAs(std::string const& type, std::string const& url,
+                                               std::string const& reason)
+{
+    return await(*this,
+                 TerminateLaunchedAsCommand(this, &WindowManager::_terminateLaunchedAs, type, url, reason),
+                 "terminateLaunchedAs");
+}
+
 bool WindowManager::focusBecause(std::string const& why, std::string const& uid, bool notifyOld)
 {
     focusReason = why;

@@ -128,6 +128,7 @@ public:
     using GetWindowLayoutCommand = Call<std::string>;
     using SurfaceAnimationFinishedCommand = Call<void, std::string>;
     using TerminateBecauseCommand = Call<void, std::string, std::string>;
+    using TerminateLaunchedAsCommand = Call<unsigned int, std::string, std::string, std::string>;
 
     WindowManager(unsigned int sessionIndex, ApplicationFactory* factory, int argc, char** argv);
     ~WindowManager() override;
@@ -153,6 +154,10 @@ public:
     std::string launch(LaunchParameters const& parameters, std::string const& requester);
     // terminate, with why for the lifecycle journal ("the service QEN failed"); waits.
     void terminateBecause(std::string const& uid, std::string const& reason);
+    // terminate of every window launched with this applicationType and
+    // applicationURL, the master window aside, with why for the journal;
+    // waits, and answers how many windows were asked to end.
+    unsigned int terminateLaunchedAs(std::string const& type, std::string const& url, std::string const& reason);
     LaunchParameters getLaunchParameters(std::string const& uid) override;
     void dispatchEvent(Event const& event) override;
     bool setFocus(std::string const& uid) override;
@@ -229,6 +234,8 @@ protected:
     virtual std::string _launch(LaunchParameters const& parameters) = 0;
     virtual void _dispatchEvent(Event* event) = 0;
     virtual bool _setFocus(std::string const& uid, bool notifyOld) = 0;
+    virtual unsigned int _terminateLaunchedAs(std::string const& type, std::string const& url,
+                                              std::string const& reason) = 0;
     // Uids of the windows that have reported a state, in key order.
     virtual VectorObject<std::string> _getWindowList();
     virtual std::string _getFocus();

@@ -27,7 +27,8 @@
 // - A slave-route entry has no process of ours: its end is reported by the
 //   slave, and nothing is reaped here.
 // - The master window counts towards the limit of two windows; it is never
-//   evicted and never ended by "singleton".
+//   evicted, never ended by "singleton" and never by terminateLaunchedAs
+//   (its package may be removed: the box keeps its home screen).
 // - The platform's notices arrive on the delivery threads of the media and
 //   power clients (one each), so a voice or Miracast launch that waits for
 //   this manager holds up only later notices of the same service.
@@ -171,6 +172,8 @@ protected:
     std::string _launch(LaunchParameters const& parameters) override;
     using ApplicationManager::_terminate;
     void _terminate(std::string const& uid) override;
+    unsigned int _terminateLaunchedAs(std::string const& type, std::string const& url,
+                                      std::string const& reason) override;
     void _destroyApplication(std::string const& uid) override;
 
     // Focus and the master window.
@@ -222,6 +225,10 @@ private:
     bool goesToSlave(LaunchParameters const& parameters) const;
     std::string launchOnSlave(LaunchParameters const& parameters);
     void scanStartupOptions();
+    // Asks every window but the master that `chosen` picks to end, each
+    // journalled with `reason` and `cause`; answers how many were asked.
+    unsigned int terminateEach(std::function<bool(ApplicationMapEntry const&)> const& chosen,
+                               std::string const& reason, std::string const& cause);
     // Start-up helper: a client of a platform service that this manager listens to.
     template <class Client>
     Client* connectClient();

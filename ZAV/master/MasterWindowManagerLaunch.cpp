@@ -187,16 +187,33 @@ void MasterWindowManager::_terminate(std::string const& uid)
         ApplicationManager::_terminate(uid);
         return;
     }
-    for (auto& window : applications) {
-        ApplicationMapEntry* entry = &window.second;
-        if (window.first == masterUid)
+    terminateEach([](ApplicationMapEntry const&) { return true; }, reason.empty() ? "terminate requested" : reason,
+                  (reason.empty() ? "IApplicationManager.terminate of \"singleton\"" : "\"singleton\"") +
+                      std::string(": every window but the master"));
+}
+
+unsigned int MasterWindowManager::_terminateLaunchedAs(std::string const& type, std::string const& url,
+                                                       std::string const& reason)
+{
+    auto const launchedAs = [&](ApplicationMapEntry const& entry) {
+        LaunchParameters const launched = deserialize<LaunchParameters>(entry.getParameters());
+        return launched.getApplicationType() == type && launched.getApplicationURL() == url;
+    };
+    return terminateEach(launchedAs, reason, "every window launched as " + type + " " + url);
+}
+
+unsigned int MasterWindowManager::terminateEach(std::function<bool(ApplicationMapEntry const&)> const& chosen,
+                                                std::string const& reason, std::string const& cause)
+{
+    unsigned int asked = 0;
+    for (auto& [uid, entry] : applications) {
+        if (uid == masterUid || !chosen(entry))
             continue;
-        journal({.uid = window.first, .kind = LifecycleEntry::KIND_TERMINATE,
-                 .reason = reason.empty() ? "terminate requested" : reason,
-                 .cause = (reason.empty() ? "IApplicationManager.terminate of \"singleton\"" : "\"singleton\"") +
-                          std::string(": every window but the master")});
-        runLoggingExceptions(MODULE, __LINE__, "_terminate", [this, entry] { ApplicationManager::_terminate(entry); });
+        journal({.uid = uid, .kind = LifecycleEntry::KIND_TERMINATE, .reason = reason, .cause = cause});
+        runLoggingExceptions(MODULE, __LINE__, "_terminate", [&] { ApplicationManager::_terminate(&entry); });
+        ++asked;
     }
+    return asked;
 }
 
 void MasterWindowManager::_destroyApplication(std::string const& uid)

@@ -66,6 +66,7 @@ protected:
     }
     void _setState(std::string const& uid, std::string const& state) override { log("setState", uid, state); }
     void _terminate(std::string const& uid) override { log("terminate", uid); }
+    unsigned int _terminateLaunchedAs(std::string const&, std::string const&, std::string const&) override { return 0; }
     RuntimeStatistics _getRuntimeStatistics(std::string const& uid) override
     {
         RuntimeStatistics statistics;
