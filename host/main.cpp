@@ -1,11 +1,12 @@
 // velmora-server: the host process of one server instance. It builds the
 // managers in the order of their dependencies (master classes, or the stub
-// classes with --stub), one window manager per session, then the RPC server;
-// tells the supervisor when the endpoint accepts (READY=1) and pings its
-// watchdog while every manager's thread runs; and on SIGTERM or SIGINT tears
-// everything down in reverse: the RPC server first, then the managers, which
-// end their child processes. Options that begin with "--velmora:" go to the
-// managers' constructors untouched.
+// classes with --stub), one window manager per session, the listener that
+// ends a removed package's windows, then the RPC server; tells the supervisor
+// when the endpoint accepts (READY=1) and pings its watchdog while every
+// manager's thread runs; and on SIGTERM or SIGINT tears everything down in
+// reverse: the RPC server first, then the managers, which end their child
+// processes. Options that begin with "--velmora:" go to the managers'
+// constructors untouched.
 //
 // Exit status: 0 after a clean stop, 1 when the instance cannot start, 2 for
 // bad usage.
@@ -19,6 +20,7 @@
 #include "MasterSettingsDB.h"
 #include "MasterWindowManager.h"
 #include "PortMapper.h"
+#include "RemovedPackageWindows.h"
 #include "RPMPackager.h"
 #include "StateManager.h"
 #include "StubPackageInstaller.h"
@@ -256,6 +258,7 @@ public:
         std::vector<WindowManager*> windows;
         for (auto& manager : windowManagers)
             windows.push_back(manager.get());
+        removedPackageWindows = std::make_unique<RemovedPackageWindows>(*packageInstaller, *packageManager, windows);
         rpcServer = std::make_unique<ZAVRPCServer>(windows, portMapper.get(), serviceManager.get(), stateManager.get(),
                                                    packageManager.get(), packageInstaller.get(), settingsDB,
                                                    options.endpoint);
@@ -272,6 +275,7 @@ public:
             rpcServer.reset();
         }
         watchdog.reset();
+        removedPackageWindows.reset(); // before the window managers it asks
         for (auto it = windowManagers.rbegin(); it != windowManagers.rend(); ++it) {
             serviceManager->removeListener(it->get());
             (*it)->uninit();
@@ -329,6 +333,7 @@ private:
     SettingsDB* settingsDB = nullptr;
     std::unique_ptr<ServiceManager> serviceManager;
     std::vector<std::unique_ptr<MasterWindowManager>> windowManagers;
+    std::unique_ptr<RemovedPackageWindows> removedPackageWindows;
     AuthorizationAttributesManager* authorization = nullptr;
     std::unique_ptr<ZAVRPCServer> rpcServer;
     std::unique_ptr<ManagerWatchdog> watchdog;

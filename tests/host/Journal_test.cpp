@@ -58,15 +58,21 @@ std::string launchRunning(Velmora::RPCClient& client, std::string const& url)
     return uid;
 }
 
-// The box's services: the start of the system and the media engine's simulator.
-void installServices(VelmoraTest::PackageWorld const& packages, HostWorld const& world)
+// The box's services (the start of the system and the media engine's
+// simulator) and two applications, "notes" and "clock".
+void installPackages(VelmoraTest::PackageWorld const& packages, HostWorld const& world)
 {
     std::vector<VelmoraTest::PackageSpec> const specs{
         {"velmora-start", "1.0", "Velmora/Service", "{\"applicationURL\":\"start_velmora\"}", {}},
-        {"velmora-qen", "1.0", "Velmora/Service", "{\"applicationURL\":\"VelmoraQENExec\"}", {"velmora-start"}}};
-    fs::path const cache = fs::path(VELMORA_PACKAGE_CACHE) / "journal";
+        {"velmora-qen", "1.0", "Velmora/Service", "{\"applicationURL\":\"VelmoraQENExec\"}", {"velmora-start"}},
+        {"velmora-notes", "1.0", "Applications", R"({"applicationType":"OTHER","applicationURL":"notes"})", {}},
+        {"velmora-clock", "1.0", "Applications", R"({"applicationType":"OTHER","applicationURL":"clock"})", {}}};
+    fs::path const cache = fs::path(VELMORA_PACKAGE_CACHE) / "journal-with-applications";
     VelmoraTest::PackageWorld::buildMany(cache, specs);
-    packages.installWithTool({cache / "velmora-start-1.0.rpm", cache / "velmora-qen-1.0.rpm"});
+    std::vector<fs::path> files;
+    for (VelmoraTest::PackageSpec const& spec : specs)
+        files.push_back(cache / (spec.name + "-1.0.rpm"));
+    packages.installWithTool(files);
     // The packager finds its settings, and with them the RPM root, in the server's sysroot.
     fs::create_directories(world.sysroot / "usr/local/var");
     fs::create_directory_symlink(packages.root().parent_path() / "sysroot/usr/local/var/velmora",
@@ -88,7 +94,7 @@ TEST(Journal, NamesWhyEachWindowWentAwayAndKeepsItOverARestart)
 {
     HostWorld world;
     VelmoraTest::PackageWorld packages;
-    installServices(packages, world);
+    installPackages(packages, world);
     rlimit core{};
     ::getrlimit(RLIMIT_CORE, &core);
     core.rlim_cur = 0; // the crash below dumps nothing, and the server's grace stays short
@@ -153,8 +159,17 @@ TEST(Journal, NamesWhyEachWindowWentAwayAndKeepsItOverARestart)
                         "silent for over 6000 ms"});
         whys.push_back({"run-away", deaf, "ended", "RUNAWAY", "killed: signal 9 (Killed)"});
 
+        // Removing a package ends its windows, and only those.
+        std::string const notes = launchRunning(client, "notes");
+        bystander = launchRunning(client, "clock"); // of another package
+        Velmora::RPCClient lists(1);
+        connectWatching(lists);
+        ASSERT_EQ(0, world.ctl("remove velmora-notes --timeout 60").status) << server.log();
+        EXPECT_TRUE(BusTest::waitFor([&] { return world.ctl("windows").text == bystander + "\n"; })) << server.log();
+        whys.push_back({"package removed", notes, "terminate", "its package velmora-notes was removed",
+                        "every window launched as OTHER notes"});
+
         // A window at the server's stop ends by itself once its server has gone; it is not killed.
-        bystander = launchRunning(client, "bystander");
         client.disconnect();
         EXPECT_EQ(0, server.stop(SIGTERM)) << server.log();
     }
