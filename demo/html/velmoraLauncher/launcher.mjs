@@ -139,7 +139,16 @@ function nameOfLaunch(launch) {
   return launch.applicationURL ? nameOfUrl(launch.applicationURL) : launch.applicationType;
 }
 
-async function loadWindows() {
+// One load at a time, in the order asked: a slower earlier load would
+// otherwise overwrite a newer list, and the focus notes that follow the
+// loads would come out of order.
+let windowsLoaded = Promise.resolve();
+function loadWindows() {
+  windowsLoaded = windowsLoaded.catch(() => {}).then(fetchWindows);
+  return windowsLoaded;
+}
+
+async function fetchWindows() {
   const uids = await box.app.call('IWindowManager.getWindowList', { proxy: 0 });
   const known = await Promise.all((uids ?? []).map(async (uid) => {
     const launch = await box.app.call('IWindowManager.getLaunchParameters', { uid }).catch(() => null);
