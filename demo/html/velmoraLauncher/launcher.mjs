@@ -19,7 +19,7 @@ let selected = 0;
 let windows = []; // {uid, name}
 let focus = '';
 let box;
-let lastSequence = -1; // of the newest journal entry shown
+let history = []; // the journal entries shown, newest first
 let repaintPending = false;
 
 const $ = (id) => document.getElementById(id);
@@ -48,10 +48,18 @@ function note(text) {
   repaint();
 }
 
-// One journal entry a line, newest first; its cause shows on hover.
+// The newest entries, one a line, newest first, wherever they came from:
+// the entries of the page's own start arrive as notices before the query's
+// answer, which must still fill the column with what came before them.
 function record(entry) {
-  if (entry.sequence <= lastSequence) return;
-  lastSequence = entry.sequence;
+  if (history.some((shown) => shown.sequence === entry.sequence)) return;
+  history = [...history, entry].sort((a, b) => b.sequence - a.sequence).slice(0, HISTORY_SHOWN);
+  $('history').replaceChildren(...history.map(historyLine));
+  repaint();
+}
+
+// A journal entry as a line; its cause shows on hover.
+function historyLine(entry) {
   const item = document.createElement('li');
   const time = new Date(entry.wallClockMs).toLocaleTimeString('en-GB');
   const name = entry.name ? ` ${nameOfLaunch({ applicationType: entry.applicationType, applicationURL: entry.name })}` : '';
@@ -61,9 +69,7 @@ function record(entry) {
     ? shown.replace(/(\d) -> (\d)/, (all, from, to) => `${POWER[from] ?? from} → ${POWER[to] ?? to}`) : shown;
   item.textContent = `${time}  ${entry.kind}${name}: ${said}`;
   item.title = hover;
-  $('history').prepend(item);
-  while ($('history').children.length > HISTORY_SHOWN) $('history').lastChild.remove();
-  repaint();
+  return item;
 }
 
 async function loadHistory() {
