@@ -68,6 +68,20 @@ struct ExecPlan {
     std::vector<char*> envp;
 };
 
+// The spawn's file actions: close every descriptor from 3 on.
+struct SpawnActions {
+    SpawnActions()
+    {
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
+    }
+    ~SpawnActions() { posix_spawn_file_actions_destroy(&actions); }
+    SpawnActions(SpawnActions const&) = delete;
+    SpawnActions& operator=(SpawnActions const&) = delete;
+
+    posix_spawn_file_actions_t actions{};
+};
+
 } // namespace
 
 std::string HWPApplicationFactory::createApplication(std::string const& name, std::string const& hostname,
@@ -77,7 +91,11 @@ std::string HWPApplicationFactory::createApplication(std::string const& name, st
     pid_t pid = 0;
     // The child shares this process's memory until its exec, which it reports:
     // no copy of the server's address space, and no pipe for the exec's outcome.
-    int const failure = posix_spawnp(&pid, name.c_str(), nullptr, nullptr, plan.argv.data(), plan.envp.data());
+    // It gets no descriptor but 0 to 2: the bus's sockets are not close-on-exec,
+    // and a child holding the server's listening sockets would keep them after
+    // the server's end, for clients to wait on.
+    SpawnActions actions;
+    int const failure = posix_spawnp(&pid, name.c_str(), &actions.actions, nullptr, plan.argv.data(), plan.envp.data());
     if (failure == EAGAIN || failure == ENOMEM) {
         VLOG(DebugLevelError, "an error occurred with fork (%s)", strerror(failure));
         return std::string();

@@ -39,19 +39,26 @@ struct Launcher : testing::Test {
 
 } // namespace
 
-TEST_F(Launcher, TheChildGetsItsNameAnEmptyArgumentAndBothVariablesVerbatim)
+// The child gets no descriptor of the server but 0 to 2, even one opened
+// without close-on-exec (the bus's sockets are): a child holding the server's
+// listening sockets would keep them open after the server's end, and its
+// clients would wait on a server that is gone.
+TEST_F(Launcher, TheChildGetsItsNameAnEmptyArgumentBothVariablesVerbatimAndNoDescriptor)
 {
     ScratchDirectory scratch;
     std::string const parameters = "echo:" + scratch.file("echo");
     std::string pid;
     {
         VelmoraTest::ScopedEnv inherited("VELMORA_APP_HOSTNAME", "inherited");
+        int const open = ::dup(STDERR_FILENO); // without close-on-exec
         pid = factory.createApplication(VELMORA_TEST_CHILD, "Box \"quoted\"", parameters);
+        ::close(open);
     }
     ASSERT_FALSE(pid.empty());
     factory.destroyApplication(pid, false); // it exits by itself; the graceful wait reaps it
     EXPECT_EQ(contentsOf(scratch.file("echo")), std::string("argc=2\nargv0=") + VELMORA_TEST_CHILD +
-                                                   "\nargv1=\nhost=Box \"quoted\"\nparameters=" + parameters + "\n");
+                                                   "\nargv1=\nhost=Box \"quoted\"\nparameters=" + parameters +
+                                                   "\ninherited=0\n");
 }
 
 // A missing program gives no pid and is logged from both sides of the fork; a
