@@ -2,8 +2,11 @@
 // power state the server asks for at once and reports it
 // ("IPowerManager::onPowerStateChange"), records each request
 // ("setPowerState <n>") and the clients unregistered ("unregisterClient
-// <uid>"). Injections: Sim.powerStateChange {"state"},
-// Sim.powerChangeRequest {"state"}, Sim.wakeUp {"reason"}.
+// <uid>"). State 4, which the power key asks for in deep sleep, is the
+// box's start-up: it is reported, and then at once a wake-up by the power
+// key (onWakeUp, reason 0), as the box would on waking. Injections:
+// Sim.powerStateChange {"state"}, Sim.powerChangeRequest {"state"},
+// Sim.wakeUp {"reason"}.
 #include "SimService.h"
 
 #include <atomic>
@@ -32,6 +35,11 @@ private:
         Json::Value reported(Json::objectValue);
         reported["state"] = state.load();
         send("IPowerManager::onPowerStateChange", reported);
+        if (state == startUp) {
+            Json::Value woken(Json::objectValue);
+            woken["reason"] = 0;
+            send("IPowerManager::onWakeUp", woken);
+        }
         return answer(method);
     }
     std::string getPowerState(IRPC::RPCSynchronousMethodObject const& method)
@@ -45,6 +53,7 @@ private:
         return answer(method);
     }
 
+    static constexpr unsigned int startUp = 4;
     std::atomic<unsigned int> state{0};
 };
 
