@@ -233,6 +233,7 @@ void MasterServiceManager::serviceDown(KnownService service)
         // The box goes down with its power manager. Other threads (the bus
         // among them) still run, so static destructors must not: flush the
         // logs and end at once with status 0.
+        VLOG(DebugLevelError, "the power manager ended: the server ends with it (exit status 0)\n");
         std::fflush(nullptr);
         std::_Exit(0);
     case KnownService::MediaEngine:
