@@ -93,7 +93,19 @@ Json::Value parseJson(std::string const& text, char const* what)
     return value;
 }
 
-int report(Options const& options, std::string const& method, RPCConnection::Reply const& reply)
+// What a failure for a uid that names nothing means to the person who typed it.
+std::string hintFor(Json::Value const& params, std::string const& message)
+{
+    if (!params["uid"].isString() || (message != "invalid interface" && message != "invalid uid"))
+        return std::string();
+    std::string const uid = params["uid"].asString();
+    return "no window or service has the uid " + uid +
+           " (velmoractl windows and velmoractl services list them; velmoractl journal --uid " + uid +
+           " tells how one ended)";
+}
+
+int report(Options const& options, std::string const& method, RPCConnection::Reply const& reply,
+           std::string const& hint = std::string())
 {
     if (options.json) {
         Json::Value message;
@@ -107,7 +119,8 @@ int report(Options const& options, std::string const& method, RPCConnection::Rep
     } else if (reply.ok) {
         std::printf("%s\n", readable(reply.result).c_str());
     } else {
-        std::fprintf(stderr, "velmoractl: %s failed: %s (%d)\n", method.c_str(), reply.message.c_str(), reply.code);
+        std::fprintf(stderr, "velmoractl: %s failed: %s (%d)%s%s\n", method.c_str(), reply.message.c_str(), reply.code,
+                     hint.empty() ? "" : ": ", hint.c_str());
     }
     return reply.ok ? 0 : CALL_FAILED;
 }
@@ -698,7 +711,8 @@ int main(int argc, char** argv)
     try {
         if (action)
             return action(client, events);
-        return report(options, method, client.call(method, params));
+        RPCConnection::Reply const reply = client.call(method, params);
+        return report(options, method, reply, reply.ok ? std::string() : hintFor(params, reply.message));
     } catch (Exception const& e) {
         std::fprintf(stderr, "velmoractl: %s\n", e.what());
         return CALL_FAILED;
