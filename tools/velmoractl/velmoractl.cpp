@@ -41,6 +41,10 @@ namespace {
 
 int const CALL_FAILED = 1;
 int const BAD_USAGE = 2;
+// The kinds of the journal's entries: a misspelt one would match nothing, silently.
+std::vector<std::string> const JOURNAL_KINDS{"started", "launch-failed", "put-off", "evicted", "terminate",
+                                             "state", "focus", "runaway", "exited", "ended", "service-failed",
+                                             "boot-complete", "power", "package"};
 
 struct Options {
     std::string endpoint = "ZAV";
@@ -641,7 +645,7 @@ int main(int argc, char** argv)
     journalCommand->add_option("--uid", uid, "Only this application's or service's entries");
     journalCommand->add_option("--since", since, "Only entries since TIME: 30s, 15m, 2h, 1d ago, epoch seconds or "
                                                  "YYYY-MM-DD HH:MM[:SS]");
-    journalCommand->add_option("--kind", kind, "Only entries of this kind (started, evicted, ended, ...)");
+    journalCommand->add_option("--kind", kind, "Only entries of this kind")->check(CLI::IsMember(JOURNAL_KINDS));
     journalCommand->add_option("--session", journalSession, "Only this display session's entries");
     journalCommand->add_option("--limit", limit, "Only the newest N entries");
     journalCommand->callback([&] {
