@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cerrno>
+#include <cstring>
 
 namespace Velmora {
 
@@ -50,6 +52,15 @@ std::string KeyNames::nameOf(unsigned short linuxCode)
 {
     auto found = std::find_if(std::begin(KEYS), std::end(KEYS), [linuxCode](Key const& key) { return key.linuxCode == linuxCode; });
     return found == std::end(KEYS) ? std::string() : std::string(found->name);
+}
+
+std::string KeyNames::whyNotOpen(int error)
+{
+    if (error == ENXIO)
+        return "no box reads it: is the box up?";
+    if (error == ENOENT)
+        return "no such FIFO: is the box up?";
+    return std::strerror(error);
 }
 
 bool KeyNames::writePress(int fd, unsigned short linuxCode)

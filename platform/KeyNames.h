@@ -32,6 +32,10 @@ public:
     // concurrent writers of the same FIFO never interleave. False on a failed
     // or short write (errno tells why).
     static bool writePress(int fd, unsigned short linuxCode);
+    // Why a tool could not open the FIFO for writing (non-blocking), from
+    // errno, in the words of the person who pressed: a FIFO that is missing or
+    // that nobody reads means that no box runs.
+    static std::string whyNotOpen(int error);
 };
 
 } // namespace Velmora

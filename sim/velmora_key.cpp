@@ -66,7 +66,7 @@ int main(int argc, char** argv)
     }
     int const fd = ::open(fifo.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0) {
-        std::fprintf(stderr, "velmora-key: %s: %s\n", fifo.c_str(), std::strerror(errno));
+        std::fprintf(stderr, "velmora-key: %s: %s\n", fifo.c_str(), KeyNames::whyNotOpen(errno).c_str());
         return 1;
     }
     int status = 0;

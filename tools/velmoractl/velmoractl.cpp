@@ -472,7 +472,7 @@ int pressKeys(std::vector<std::string> const& names, std::string device, unsigne
     // Non-blocking: a FIFO that nobody reads fails at once instead of waiting.
     int const fd = ::open(device.c_str(), O_WRONLY | O_NONBLOCK | O_APPEND | O_CLOEXEC);
     if (fd < 0) {
-        std::fprintf(stderr, "velmoractl: cannot open %s: %s\n", device.c_str(), std::strerror(errno));
+        std::fprintf(stderr, "velmoractl: cannot open %s: %s\n", device.c_str(), KeyNames::whyNotOpen(errno).c_str());
         return BAD_USAGE;
     }
     int status = 0;
