@@ -47,6 +47,8 @@ ChildProcess::ChildProcess(std::string const& path, std::vector<std::string> env
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (::getppid() != parent) // the slave ended before the request took hold
         ::_exit(127);
+    // The slave's bus sockets are not close-on-exec: a program keeps none of them.
+    ::close_range(STDERR_FILENO + 1, ~0U, 0);
     ::execve(path.c_str(), argv.data(), envp.data());
     ::_exit(127);
 }

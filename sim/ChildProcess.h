@@ -5,6 +5,7 @@
 // live until the endpoint shuts down, which the slave does only after its
 // programs have ended. Arguments and environment are built before the fork,
 // so the child of this threaded process only makes async-signal-safe calls.
+// The program gets descriptors 0 to 2 only, none of the slave's sockets.
 //
 // The slave's signal loop learns of an ended child without reaping it and
 // hands its pid to reap(), so a pid is never freed while its object may still
