@@ -113,6 +113,7 @@ std::string MasterWindowManager::_launch(LaunchParameters const& parameters)
     launchRequester.clear();
     std::string const& type = effective.getApplicationType();
     std::string const& url = effective.getApplicationURL();
+    std::string const launched = url.empty() ? type : type + " " + url; // a Wi-Fi Display launch has no URL
     std::string uid;
     bool putOff = false;
     ApplicationMapEntry* oldest = _getOldestApplicationEntry();
@@ -123,7 +124,7 @@ std::string MasterWindowManager::_launch(LaunchParameters const& parameters)
                  .reason = "requested by " + requester + "; " + std::to_string(maxApplications) + " windows open",
                  .cause = "waiting for " + oldest->getUid() + " to end"});
         journal({.uid = oldest->getUid(), .kind = LifecycleEntry::KIND_EVICTED, .reason = "oldest window at the limit",
-                 .cause = "for the launch of " + type + " " + url + " requested by " + requester});
+                 .cause = "for the launch of " + launched + " requested by " + requester});
         pendingLaunches = {};
         pendingLaunches.push(effective);
         runLoggingExceptions(MODULE, __LINE__, "_launch", [this, oldest] { ApplicationManager::_terminate(oldest); });

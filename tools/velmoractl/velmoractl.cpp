@@ -266,7 +266,8 @@ int packageRecord(RPCClient& client, Options const& options, std::string const& 
 }
 
 // packageInstall or packageRemove, then the wait for its onRequestEnd; fails
-// with the request's result, and names a likely cause.
+// with the request's result, and names a likely cause on stderr (also with
+// --json, whose stdout is the onRequestEnd record).
 int packageRequest(RPCClient& client, Events& events, Options const& options, std::string const& method,
                    std::string const& action, std::vector<std::string> const& packages, bool force,
                    unsigned int timeoutSeconds)
@@ -297,13 +298,12 @@ int packageRequest(RPCClient& client, Events& events, Options const& options, st
         std::printf("%s\n", IRPC::write(*end).c_str());
     else if (result == 0)
         std::printf("ok\n");
-    else if (std::string const cause = likelyCause(client, action, packages); !cause.empty())
-        std::fprintf(stderr, "velmoractl: %s failed: %s (%d): %s\n", action.c_str(),
-                     Exception(static_cast<ReturnCode>(result)).what(), result, cause.c_str());
-    else
-        std::fprintf(stderr, "velmoractl: %s failed: %s (%d)\n", action.c_str(),
-                     Exception(static_cast<ReturnCode>(result)).what(), result);
-    return result == 0 ? 0 : CALL_FAILED;
+    if (result == 0)
+        return 0;
+    std::string const cause = likelyCause(client, action, packages);
+    std::fprintf(stderr, "velmoractl: %s failed: %s (%d)%s%s\n", action.c_str(),
+                 Exception(static_cast<ReturnCode>(result)).what(), result, cause.empty() ? "" : ": ", cause.c_str());
+    return CALL_FAILED;
 }
 
 // Launches and prints the new window's uid. A launch put off until the oldest
