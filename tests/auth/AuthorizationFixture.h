@@ -6,14 +6,14 @@
 
 #include "AuthorizationAttributesManager.h"
 #include "frame/Exception.h"
+#include "ScopedEnv.h"
+#include "ScratchDirectory.h"
 
 #include <gmock/gmock.h>
 #include <openssl/objects.h>
 #include <openssl/pem.h>
 
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <mutex>
 #include <vector>
@@ -110,11 +110,6 @@ inline Velmora::X509AttributePtr makeAttribute(int nid)
     return attribute;
 }
 
-inline void writeFile(std::filesystem::path const& path, std::string const& text)
-{
-    std::ofstream(path, std::ios::binary) << text;
-}
-
 template <typename Action>
 std::string stderrOf(Action action)
 {
@@ -159,19 +154,9 @@ private:
     }
 };
 
-// A private sysroot with its tmp/ and a file each for the issuer's PEMs.
+// A private sysroot (VELMORA_ROOT) with its tmp/ and a file each for the issuer's PEMs.
 class Sandbox {
 public:
-    Sandbox() { setenv("VELMORA_ROOT", root.c_str(), 1); }
-    ~Sandbox()
-    {
-        unsetenv("VELMORA_ROOT");
-        std::error_code ignored;
-        std::filesystem::remove_all(root, ignored);
-    }
-    Sandbox(Sandbox const&) = delete;
-    Sandbox& operator=(Sandbox const&) = delete;
-
     std::string file(std::string const& name, std::string const& text) const
     {
         writeFile(root / name, text);
@@ -180,18 +165,14 @@ public:
     // Files left in the sysroot's tmp/.
     long temporaryFiles() const { return std::distance(std::filesystem::directory_iterator(root / "tmp"), {}); }
 
-    std::filesystem::path const root = makeRoot();
+    ScratchDirectory const directory{"velmora-auth"};
+    std::filesystem::path const root = directory.get();
+    bool const made = std::filesystem::create_directory(root / "tmp");
     std::string const issuerCertificate = file("issuer.crt", toPem(TestPki::get().issuer.get()));
     std::string const issuerKey = file("issuer.key", toPem(TestPki::get().issuerKey.get()));
 
 private:
-    static std::filesystem::path makeRoot()
-    {
-        std::string pattern = (std::filesystem::temp_directory_path() / "velmora-auth-XXXXXX").string();
-        std::filesystem::path root = mkdtemp(pattern.data());
-        std::filesystem::create_directories(root / "tmp");
-        return root;
-    }
+    ScopedEnv const variable{"VELMORA_ROOT", directory.get()};
 };
 
 class FakeServiceManager : public Velmora::IServiceManager {

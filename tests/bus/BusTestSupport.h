@@ -12,14 +12,10 @@
 #include "rpc/RPCServer.h"
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <functional>
-#include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <poll.h>
@@ -43,50 +39,20 @@ private:
     ScopedEnv variable{"VELMORA_RUNTIME_DIR", path};
 };
 
-// What waitFor() sleeps on; a change is counted so that none is missed
-// between a look at the condition and the sleep.
-struct Changes {
-    std::mutex mutex;
-    std::condition_variable changed;
-    unsigned long long count = 0;
-};
-
-inline Changes& changes()
+// What waitFor() sleeps on: every change told to notifyChanged() wakes it.
+inline VelmoraTest::Journal& changes()
 {
-    static Changes shared;
+    static VelmoraTest::Journal shared;
     return shared;
 }
 
-inline void notifyChanged()
-{
-    Changes& all = changes();
-    {
-        std::lock_guard lock(all.mutex);
-        ++all.count;
-    }
-    all.changed.notify_all();
-}
+inline void notifyChanged() { changes().touch(); }
 
-// True once `condition` holds, false when it still does not after the
-// deadline; looked at again after every change told to notifyChanged().
+// True once `condition` holds, false when it still does not after the deadline.
 inline bool waitFor(std::function<bool()> const& condition, int timeoutMs = 30000)
 {
-    Changes& all = changes();
-    auto const end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    for (;;) {
-        unsigned long long seen = 0;
-        {
-            std::lock_guard lock(all.mutex);
-            seen = all.count;
-        }
-        if (condition())
-            return true;
-        std::unique_lock lock(all.mutex);
-        if (!all.changed.wait_until(lock, end, [&] { return all.count != seen; }))
-            return condition();
-    }
+    return changes().waitFor(condition, std::chrono::milliseconds(timeoutMs));
 }
-
 
 // What callbacks saw, one text each, in order; safe to read while they run.
 // Each entry also wakes waitFor().
@@ -226,13 +192,5 @@ protected:
         notifyChanged();
     }
 };
-
-inline int threadCount()
-{
-    int count = 0;
-    for ([[maybe_unused]] auto const& entry : std::filesystem::directory_iterator("/proc/self/task"))
-        ++count;
-    return count;
-}
 
 } // namespace BusTest

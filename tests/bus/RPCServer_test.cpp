@@ -363,7 +363,7 @@ TEST_F(RPCServerTest, AProgramLeavingAtOnceLosesNeitherWhatWasQueuedNorItsLastAn
 TEST_F(RPCServerTest, AFloodOfConnectionsAndHangUpsWithRepliesInFlightLeaveNothingBehind)
 {
     int const fdsBefore = openDescriptorCount();
-    int const threadsBefore = BusTest::threadCount();
+    int const threadsBefore = threadCount();
     {
         TestServer flooded("F");
         flooded.init();
@@ -389,7 +389,7 @@ TEST_F(RPCServerTest, AFloodOfConnectionsAndHangUpsWithRepliesInFlightLeaveNothi
         EXPECT_TRUE(servesOn("F"));
     }
     EXPECT_EQ(fdsBefore, openDescriptorCount());
-    EXPECT_LE(BusTest::threadCount(), threadsBefore); // joined by shutdown
+    EXPECT_LE(threadCount(), threadsBefore); // joined by shutdown
 }
 
 // Out of descriptors, the endpoint pauses accepting rather than spinning on the

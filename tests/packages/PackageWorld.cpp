@@ -116,19 +116,11 @@ void PackageWorld::buildMany(fs::path const& directory, std::vector<PackageSpec>
 
 PackageWorld::PackageWorld(std::map<std::string, std::string> settings)
 {
-    std::string pattern = (fs::temp_directory_path() / "velmora-packages-XXXXXX").string();
-    if (!mkdtemp(pattern.data()))
-        throw std::runtime_error("mkdtemp");
-    base = pattern;
-    rootPath = base / "root";
-    repositoryPath = base / "repository";
-    macroPath = base / "macros";
     fs::path const storeDirectory = base / "sysroot/usr/local/var/velmora";
     fs::create_directories(storeDirectory);
     fs::create_directories(rootPath / "var/lib/rpm");
     fs::create_directories(repositoryPath);
     std::ofstream(macroPath) << "%_dbpath /var/lib/rpm\n%_pkgverify_level digest\n";
-    setenv("VELMORA_ROOT", (base / "sysroot").c_str(), 1);
     run("rpm --root " + rootPath.string() + " --dbpath /var/lib/rpm --initdb");
 
     settings.emplace("RootPath", rootPath.string());
@@ -138,13 +130,6 @@ PackageWorld::PackageWorld(std::map<std::string, std::string> settings)
     store.init();
     for (auto const& [attribute, value] : settings)
         store.setValue("Settings", attribute, value);
-}
-
-PackageWorld::~PackageWorld()
-{
-    unsetenv("VELMORA_ROOT");
-    std::error_code ignored;
-    fs::remove_all(base, ignored);
 }
 
 void PackageWorld::installWithTool(std::vector<fs::path> const& files) const

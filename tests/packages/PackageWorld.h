@@ -4,6 +4,9 @@
 // repository directory and the macro file that points RPM at them.
 #pragma once
 
+#include "ScopedEnv.h"
+#include "ScratchDirectory.h"
+
 #include <filesystem>
 #include <map>
 #include <string>
@@ -35,9 +38,6 @@ public:
     // Settings written to the packager's settings store before any packager
     // exists; RootPath, MacrosPath and RepositoryPath are filled in.
     explicit PackageWorld(std::map<std::string, std::string> settings = {});
-    ~PackageWorld();
-    PackageWorld(PackageWorld const&) = delete;
-    PackageWorld& operator=(PackageWorld const&) = delete;
 
     // The package file of a test package (built on first use, then cached).
     static std::filesystem::path package(std::string const& key);
@@ -53,10 +53,12 @@ public:
     std::filesystem::path offer(std::string const& key, std::string const& fileName = "") const;
 
 private:
-    std::filesystem::path base;
-    std::filesystem::path rootPath;
-    std::filesystem::path repositoryPath;
-    std::filesystem::path macroPath;
+    ScratchDirectory const scratch{"velmora-packages"};
+    std::filesystem::path const base = scratch.get();
+    std::filesystem::path const rootPath = base / "root";
+    std::filesystem::path const repositoryPath = base / "repository";
+    std::filesystem::path const macroPath = base / "macros";
+    ScopedEnv const sysroot{"VELMORA_ROOT", (base / "sysroot").string()};
 };
 
 } // namespace VelmoraTest

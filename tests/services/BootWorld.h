@@ -11,13 +11,12 @@
 #include "PackageWorld.h"
 #include "rpc/RPCServer.h"
 #include "RPMPackager.h"
+#include "ScopedEnv.h"
 #include "ScratchDirectory.h"
 #include "ServiceFakes.h"
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -52,20 +51,9 @@ public:
 
         fs::create_directories(bin);
         fs::create_directories(runtime);
-        setenv("VELMORA_RUNTIME_DIR", runtime.c_str(), 1);
-        oldPath = std::getenv("PATH") ? std::getenv("PATH") : "";
-        setenv("PATH", (bin.string() + ":" + VELMORA_SIM_DIR + ":" + oldPath).c_str(), 1);
-        setenv("VELMORA_SIM_LOG", logFile("sim").c_str(), 1);
-        host = std::make_unique<Velmora::RPCServer>("Host");
-        host->init();
+        host.init();
     }
-    ~BootWorld()
-    {
-        host->shutdown();
-        setenv("PATH", oldPath.c_str(), 1);
-        unsetenv("VELMORA_RUNTIME_DIR");
-        unsetenv("VELMORA_SIM_LOG");
-    }
+    ~BootWorld() { host.shutdown(); }
 
     // A plain service under `name`; `environment` picks the test program's behaviour.
     void plainService(std::string const& name, std::string const& environment = "")
@@ -87,8 +75,10 @@ private:
     std::filesystem::path const bin = base / "bin";
     std::filesystem::path const runtime = base / "run";
     std::string const orderFile = (base / "order.log").string();
-    std::string oldPath;
-    std::unique_ptr<Velmora::RPCServer> host;
+    VelmoraTest::ScopedEnv const runtimeVariable{"VELMORA_RUNTIME_DIR", runtime.string()};
+    VelmoraTest::ScopedEnv const path{"PATH", VelmoraTest::ScopedEnv::pathBefore(bin.string() + ":" + VELMORA_SIM_DIR)};
+    VelmoraTest::ScopedEnv const simulatorLog{"VELMORA_SIM_LOG", logFile("sim").string()};
+    Velmora::RPCServer host{"Host"};
 };
 
 // The master classes of one box over a BootWorld.

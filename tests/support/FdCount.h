@@ -1,12 +1,12 @@
-// Counts this process's open descriptors, for tests that prove nothing leaks.
+// Counts this process's open descriptors and threads, for tests that prove nothing leaks.
 #pragma once
 
 #include <filesystem>
+#include <iterator>
 
-inline int openDescriptorCount()
+inline int entriesOf(char const* directory)
 {
-    int count = 0;
-    for ([[maybe_unused]] auto const& entry : std::filesystem::directory_iterator("/proc/self/fd"))
-        ++count;
-    return count;
+    return static_cast<int>(std::distance(std::filesystem::directory_iterator(directory), {}));
 }
+inline int openDescriptorCount() { return entriesOf("/proc/self/fd"); }
+inline int threadCount() { return entriesOf("/proc/self/task"); }

@@ -23,6 +23,13 @@ public:
         ++version;
         changed.notify_all();
     }
+    // Wakes waitFor() to test its condition again, adding no line.
+    void touch()
+    {
+        std::lock_guard lock(mutex);
+        ++version;
+        changed.notify_all();
+    }
     std::vector<std::string> all() const
     {
         std::lock_guard lock(mutex);

@@ -2,31 +2,21 @@
 // deadline so that a lost wake-up fails a test. Any thread may call any member.
 #pragma once
 
-#include <chrono>
-#include <condition_variable>
-#include <mutex>
+#include "Journal.h"
 
 namespace VelmoraTest {
 
 class Signal {
 public:
-    void raise()
-    {
-        std::lock_guard lock(mutex);
-        ++count;
-        changed.notify_all();
-    }
+    void raise() { raised.add(""); }
     // True once the count has reached `atLeast`; false after the deadline.
-    bool waitFor(int atLeast, std::chrono::seconds deadline = std::chrono::seconds(30))
+    bool waitFor(std::size_t atLeast, std::chrono::milliseconds deadline = std::chrono::seconds(30))
     {
-        std::unique_lock lock(mutex);
-        return changed.wait_for(lock, deadline, [&] { return count >= atLeast; });
+        return raised.waitFor([&] { return raised.size() >= atLeast; }, deadline);
     }
 
 private:
-    std::mutex mutex;
-    std::condition_variable changed;
-    int count = 0;
+    Journal raised;
 };
 
 } // namespace VelmoraTest

@@ -209,9 +209,7 @@ public:
         fs::create_directories(runtime);
         for (auto const& script : fs::directory_iterator(VELMORA_LAUNCH_SCRIPTS))
             fs::copy_file(script.path(), bin / script.path().filename());
-        VelmoraTest::writeFile(etc / "DORICProtected.crt", VelmoraTest::toPem(VelmoraTest::TestPki::get().doricHolder.get()));
-        oldPath = std::getenv("PATH") ? std::getenv("PATH") : "";
-        setenv("PATH", (bin.string() + ":" + VELMORA_TEST_APP_DIR + ":" + VELMORA_SIM_DIR + ":" + oldPath).c_str(), 1);
+        writeFile(etc / "DORICProtected.crt", VelmoraTest::toPem(VelmoraTest::TestPki::get().doricHolder.get()));
         installProgram();
         host.init();
         services.init();
@@ -246,7 +244,6 @@ public:
         delete input;
         delete authorization; // getInstance() and the constructor each hold a reference
         delete authorization;
-        setenv("PATH", oldPath.c_str(), 1);
     }
 
     // Launches `type` at `url`; the test program behind it logs to logOf(url)
@@ -341,7 +338,7 @@ public:
     ScopedEnvironment const appKeys{"VELMORA_TEST_APP_KEYS", "1"};
     ScopedEnvironment const inputDevices{"VELMORA_INPUT_DEVICES", keys.string()};
     ScopedEnvironment const appProgram{"VELMORA_APP_PROGRAM", (sandbox.root / "test-program").string()};
-    std::string oldPath;
+    ScopedEnvironment const path{"PATH", ScopedEnvironment::pathBefore(bin.string() + ":" + VELMORA_TEST_APP_DIR + ":" + VELMORA_SIM_DIR)};
     std::vector<std::string> arguments;
     std::vector<char*> argv;
     Velmora::RPCServer host{"Host"};
