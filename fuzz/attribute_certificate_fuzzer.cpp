@@ -5,8 +5,6 @@
 #include "AuthorizationAttributesManager.h"
 #include "AuthorizationFixture.h"
 
-#include <openssl/pem.h>
-
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -29,9 +27,7 @@ void exercise(ATTRIBUTE_CERTIFICATE* certificate)
                                                               allowed);
     AuthorizationAttributesManager::Rights unchecked;
     AuthorizationAttributesManager::readAllowedInterfaces(certificate, unchecked);
-    unsigned char* der = nullptr;
-    int length = i2d_ATTRIBUTE_CERTIFICATE(certificate, &der);
-    OpenSSLMemoryPtr owner(length > 0 ? der : nullptr);
+    VelmoraTest::toDer(certificate);
     AuthorizationAttributesManager::PrintAttributeCertificate(certificate);
 }
 
@@ -48,13 +44,10 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
 
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size)
 {
-    unsigned char const* cursor = data;
-    AttributeCertificatePtr fromDer(d2i_ATTRIBUTE_CERTIFICATE(nullptr, &cursor, static_cast<long>(size)));
-    if (fromDer)
+    std::string const bytes(reinterpret_cast<char const*>(data), size);
+    if (auto const fromDer = VelmoraTest::fromDer(bytes))
         exercise(fromDer.get());
-    BIOPtr bio(BIO_new_mem_buf(data, static_cast<int>(size)));
-    AttributeCertificatePtr fromPem(bio ? PEM_read_bio_ATTRIBUTE_CERTIFICATE(bio.get()) : nullptr);
-    if (fromPem)
+    if (auto const fromPem = VelmoraTest::fromPem(bytes))
         exercise(fromPem.get());
     return 0;
 }

@@ -3,6 +3,7 @@
 #include "ServiceFakes.h"
 #include "frame/Exception.h"
 #include "ReturnCodeOf.h"
+#include "StderrOf.h"
 #include "frame/TestClock.h"
 
 #include <gtest/gtest.h>
@@ -27,12 +28,7 @@ public:
     ~TestManager() override { uninit(); }
     ApplicationMapEntry entry(std::string const& uid)
     {
-        ApplicationMapEntry copy;
-        onThread([&] {
-            if (auto* e = _getApplicationEntry(uid))
-                copy = *e;
-        });
-        return copy;
+        return fetch([&] { return _getApplicationEntry(uid) ? *_getApplicationEntry(uid) : ApplicationMapEntry(); });
     }
     bool has(std::string const& uid) { return !entry(uid).getPid().empty(); }
     std::atomic<int> listChanges{0};
@@ -169,10 +165,10 @@ TEST_F(ApplicationTable, ARunawayIsKilledAtOnceAndDestroyingTheManagerDestroysEv
         // A runaway is killed at once, and loses its entry even when the factory fails.
         std::string const runaway = manager.create("app", "");
         factory.failDestroy = true;
-        testing::internal::CaptureStderr();
-        manager.onStateChange(runaway, "", ILifecycleManagement::STATE_RUNAWAY);
-        EXPECT_FALSE(manager.has(runaway));
-        std::string const log = testing::internal::GetCapturedStderr();
+        std::string const log = VelmoraTest::stderrOf([&] {
+            manager.onStateChange(runaway, "", ILifecycleManagement::STATE_RUNAWAY);
+            EXPECT_FALSE(manager.has(runaway)); // a round trip: the kill has been logged
+        });
         EXPECT_NE(log.find("_destroyApplication(): caught unknown exception"), std::string::npos) << log;
         ASSERT_EQ(factory.destroyed.size(), 1u);
         EXPECT_TRUE(factory.forcefully[0]);

@@ -6,9 +6,10 @@
 #include "ReturnCodeOf.h"
 #include "ScopedEnv.h"
 #include "ScratchDirectory.h"
+#include "StderrOf.h"
 #include "frame/TestClock.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <atomic>
 #include <cerrno>
@@ -19,6 +20,8 @@
 #include <unistd.h>
 
 using namespace Velmora;
+using ::testing::HasSubstr;
+using VelmoraTest::stderrOf;
 
 namespace {
 
@@ -67,20 +70,16 @@ TEST_F(Launcher, TheChildGetsItsNameAnEmptyArgumentBothVariablesVerbatimAndNoDes
 // once is reaped by the first wait.
 TEST_F(Launcher, MissingProgramsProgramsThatExitAtOnceAndForcefulDestroys)
 {
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(factory.createApplication("velmora-no-such-program", "Host", "{}"), "");
-    std::string log = testing::internal::GetCapturedStderr();
-    EXPECT_NE(log.find("an error occurred with execlp (No such file or directory)"), std::string::npos) << log;
-    EXPECT_NE(log.find("failure creating velmora-no-such-program with {}"), std::string::npos) << log;
+    std::string log = stderrOf([&] { EXPECT_EQ(factory.createApplication("velmora-no-such-program", "Host", "{}"), ""); });
+    EXPECT_THAT(log, HasSubstr("an error occurred with execlp (No such file or directory)"));
+    EXPECT_THAT(log, HasSubstr("failure creating velmora-no-such-program with {}"));
 
     std::string pid = factory.createApplication(VELMORA_TEST_CHILD, "Host", "ignore-term");
     ASSERT_FALSE(pid.empty());
     factory.destroyApplication(pid, true);
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(returnCodeOf([&] { factory.destroyApplication(pid, false); }), ReturnGenericFailure);
-    log = testing::internal::GetCapturedStderr();
-    EXPECT_NE(log.find("waitpid failed No child processes"), std::string::npos) << log;
-    EXPECT_NE(log.find("destroyApplication(): throwing exception: Generic failure"), std::string::npos) << log;
+    log = stderrOf([&] { EXPECT_EQ(returnCodeOf([&] { factory.destroyApplication(pid, false); }), ReturnGenericFailure); });
+    EXPECT_THAT(log, HasSubstr("waitpid failed No child processes"));
+    EXPECT_THAT(log, HasSubstr("destroyApplication(): throwing exception: Generic failure"));
 
     std::string const exited = factory.createApplication(VELMORA_TEST_CHILD, "Host", "exit");
     ASSERT_FALSE(exited.empty());
@@ -168,9 +167,6 @@ TEST_F(Launcher, AProgramThatNeverEndsIsKilledAfterTheTimeout)
     // A graceful destroy sends no signal: the program would run for ever.
     std::string pid = oneSecond.createApplication(VELMORA_TEST_CHILD, "Host", "sleep");
     ASSERT_FALSE(pid.empty());
-    testing::internal::CaptureStderr();
-    oneSecond.destroyApplication(pid, false);
-    std::string log = testing::internal::GetCapturedStderr();
-    EXPECT_NE(log.find("triggering a forceful kill"), std::string::npos) << log;
+    EXPECT_THAT(stderrOf([&] { oneSecond.destroyApplication(pid, false); }), HasSubstr("triggering a forceful kill"));
 }
 

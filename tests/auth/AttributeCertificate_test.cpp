@@ -5,16 +5,6 @@
 using namespace Velmora;
 using namespace VelmoraTest;
 
-namespace {
-
-AttributeCertificatePtr fromDer(std::string const& der)
-{
-    auto const* cursor = reinterpret_cast<unsigned char const*>(der.data());
-    return AttributeCertificatePtr(d2i_ATTRIBUTE_CERTIFICATE(nullptr, &cursor, static_cast<long>(der.size())));
-}
-
-} // namespace
-
 using AttributeCertificateFormat = AuthorizationTest;
 
 // An issued certificate re-encodes to the same bytes, leaves empty what it

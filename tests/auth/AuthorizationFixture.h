@@ -8,6 +8,7 @@
 #include "frame/Exception.h"
 #include "ScopedEnv.h"
 #include "ScratchDirectory.h"
+#include "StderrOf.h"
 
 #include <gmock/gmock.h>
 #include <openssl/objects.h>
@@ -95,6 +96,12 @@ inline Velmora::AttributeCertificatePtr fromPem(std::string const& text)
     return Velmora::AttributeCertificatePtr(Velmora::PEM_read_bio_ATTRIBUTE_CERTIFICATE(bio.get()));
 }
 
+inline Velmora::AttributeCertificatePtr fromDer(std::string const& der)
+{
+    auto const* cursor = reinterpret_cast<unsigned char const*>(der.data());
+    return Velmora::AttributeCertificatePtr(Velmora::d2i_ATTRIBUTE_CERTIFICATE(nullptr, &cursor, static_cast<long>(der.size())));
+}
+
 inline std::string toDer(Velmora::ATTRIBUTE_CERTIFICATE const* certificate)
 {
     unsigned char* der = nullptr;
@@ -108,14 +115,6 @@ inline Velmora::X509AttributePtr makeAttribute(int nid)
     Velmora::X509AttributePtr attribute(X509_ATTRIBUTE_new());
     X509_ATTRIBUTE_set1_object(attribute.get(), OBJ_nid2obj(nid));
     return attribute;
-}
-
-template <typename Action>
-std::string stderrOf(Action action)
-{
-    ::testing::internal::CaptureStderr();
-    action();
-    return ::testing::internal::GetCapturedStderr();
 }
 
 class TestPki {

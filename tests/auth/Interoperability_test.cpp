@@ -9,17 +9,10 @@ using ::testing::HasSubstr;
 
 class Interoperability : public AuthorizationTest {
 protected:
-    struct Outcome {
-        int status = -1;
-        std::string out;
-    };
-    // Runs `program` to its end: its exit status and its output, with its
-    // debug output off and any error it prints.
+    using Outcome = HostTest::Finished;
     Outcome run(std::string const& program, std::vector<std::string> arguments)
     {
-        HostTest::ServerProcess process(program, std::move(arguments), {{"VELMORA_DEBUG", "0"}}, sandbox.root / "out");
-        int const status = process.stop(0);
-        return {status, process.log()};
+        return HostTest::runToEnd(program, std::move(arguments), sandbox.root / "out");
     }
     std::string forged()
     {
@@ -40,7 +33,7 @@ TEST_F(Interoperability, IndependentDecoderAndToolAcceptAndRejectAsTheServerDoes
     for (X509* holder : {pki.doricHolder.get(), pki.verisignHolder.get()}) {
         Outcome outcome = check(issue(holder));
         EXPECT_EQ(outcome.status, 0);
-        EXPECT_THAT(outcome.out, HasSubstr("directoryName"));
+        EXPECT_THAT(outcome.output, HasSubstr("directoryName"));
     }
     EXPECT_NE(check(forged()).status, 0);
 
@@ -48,15 +41,15 @@ TEST_F(Interoperability, IndependentDecoderAndToolAcceptAndRejectAsTheServerDoes
     std::string doric = sandbox.file("doric.crt", toPem(pki.doricHolder.get()));
     Outcome issued = run(VELMORA_AC_TOOL, {"issue", issuer, sandbox.issuerKey, doric});
     ASSERT_EQ(issued.status, 0);
-    ASSERT_THAT(issued.out, HasSubstr("-----BEGIN ATTRIBUTE CERTIFICATE-----"));
-    std::string good = sandbox.file("good.pem", issued.out);
+    ASSERT_THAT(issued.output, HasSubstr("-----BEGIN ATTRIBUTE CERTIFICATE-----"));
+    std::string good = sandbox.file("good.pem", issued.output);
     Outcome verified = run(VELMORA_AC_TOOL, {"verify", issuer, doric, good});
     EXPECT_EQ(verified.status, 0);
-    EXPECT_EQ(verified.out, "{\"DoricPlatformManager\":{\"transformation\":1,\"translation\":1}}\n");
+    EXPECT_EQ(verified.output, "{\"DoricPlatformManager\":{\"transformation\":1,\"translation\":1}}\n");
     Outcome printed = run(VELMORA_AC_TOOL, {"print", good});
     EXPECT_EQ(printed.status, 0);
-    EXPECT_THAT(printed.out, HasSubstr("Version 2.\n"));
-    EXPECT_THAT(printed.out, HasSubstr("GEN_DIRNAME: /CN=DoricPlatformManager"));
+    EXPECT_THAT(printed.output, HasSubstr("Version 2.\n"));
+    EXPECT_THAT(printed.output, HasSubstr("GEN_DIRNAME: /CN=DoricPlatformManager"));
 
     std::string verisign = sandbox.file("verisign.crt", toPem(pki.verisignHolder.get()));
     std::string unknown = sandbox.file("unknown.crt", toPem(pki.unknownHolder.get()));

@@ -91,6 +91,12 @@ inline Output finish(FILE* pipe)
     return output;
 }
 
+// A request line as a raw peer writes it, without its line feed.
+inline std::string request(std::string const& method, std::string const& params = "{}", int id = 1)
+{
+    return R"({"jsonrpc":"2.0","id":)" + std::to_string(id) + R"(,"method":")" + method + R"(","params":)" + params + "}";
+}
+
 // A Unix socket peer driven byte by byte.
 class RawPeer {
 public:

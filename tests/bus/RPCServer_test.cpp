@@ -24,6 +24,7 @@
 
 using namespace Velmora;
 using BusTest::RawPeer;
+using BusTest::request;
 using BusTest::waitFor;
 
 namespace {
@@ -56,12 +57,6 @@ private:
 };
 
 Json::Value json(std::string const& text) { return IRPC::parse(text); }
-
-// A request line as a raw peer writes it.
-std::string request(std::string const& method, std::string const& params = "null")
-{
-    return R"({"jsonrpc":"2.0","id":1,"method":")" + method + R"(","params":)" + params + "}";
-}
 
 class RPCServerTest : public ::testing::Test {
 protected:
@@ -133,7 +128,7 @@ TEST_F(RPCServerTest, BadInputsGetErrorsAndAnOversizedOneClosesTheConnection)
     std::string const deep = std::string(100, '[') + std::string(100, ']');
     for (std::string const& params : {wide + "]", deep})
         EXPECT_EQ(IRPC::INVALID_REQUEST, json(peer.ask(request("ITest.echo", params)))["error"]["code"].asInt());
-    EXPECT_EQ(7, json(peer.ask(R"({"jsonrpc":"2.0","id":7,"method":"RPC.ping"})"))["id"].asInt());
+    EXPECT_EQ(7, json(peer.ask(request("RPC.ping", "{}", 7)))["id"].asInt());
     // A handler's empty object still makes a well-formed answer.
     Json::Value const bare = json(peer.ask(request("ITest.bare", "{}")));
     EXPECT_EQ(1, bare["id"].asInt());

@@ -42,9 +42,7 @@ void runTable(RpcWorld& world, std::vector<Row> const& rows)
     int id = 0;
     for (Row const& row : rows) {
         SCOPED_TRACE(std::string(row.method) + " " + row.params);
-        std::string const request = R"({"jsonrpc":"2.0","id":)" + std::to_string(++id) + R"(,"method":")" +
-                                    row.method + R"(","params":)" + row.params + "}";
-        Json::Value const reply = IRPC::parse(peer.ask(request));
+        Json::Value const reply = IRPC::parse(peer.ask(BusTest::request(row.method, row.params, ++id)));
         EXPECT_EQ(reply["id"].asInt(), id);
         std::string const expect = row.expect;
         if (expect.rfind("error:", 0) == 0) {
@@ -57,7 +55,7 @@ void runTable(RpcWorld& world, std::vector<Row> const& rows)
             EXPECT_TRUE(waitFor(called)) << row.call << " not in\n" << ::testing::PrintToString(world.calls.all());
         }
     }
-    EXPECT_EQ(IRPC::parse(peer.ask(R"({"jsonrpc":"2.0","id":0,"method":"RPC.ping"})"))["result"], true);
+    EXPECT_EQ(IRPC::parse(peer.ask(BusTest::request("RPC.ping")))["result"], true);
 }
 
 } // namespace
@@ -225,7 +223,7 @@ TEST(RPCSurface, TheStubInstanceOffersNoWindowsAndEmptyAnswers)
 TEST(RPCSurface, ABusyManagerHoldsOnlyItsOwnCallersWhileHundredsOfOthersAreServed)
 {
     RpcWorld world;
-    std::string const held = R"({"jsonrpc":"2.0","id":1,"method":"IWindowManager.launch","params":{"proxy":0,"applicationURL":"wait"}})";
+    std::string const held = BusTest::request("IWindowManager.launch", R"({"proxy":0,"applicationURL":"wait"})");
     // One caller leaves while its launch is held, another waits for it.
     {
         RawPeer leaving(world.runtime.socket("ZAV"));
@@ -237,16 +235,16 @@ TEST(RPCSurface, ABusyManagerHoldsOnlyItsOwnCallersWhileHundredsOfOthersAreServe
     std::vector<std::unique_ptr<RawPeer>> peers;
     for (int i = 0; i < 300; ++i) {
         peers.push_back(std::make_unique<RawPeer>(world.runtime.socket("ZAV")));
-        char const* const request = i % 2 ? R"({"jsonrpc":"2.0","id":2,"method":"IWindowManager.getWindowList","params":{"proxy":1}})"
-                                          : R"({"jsonrpc":"2.0","id":2,"method":"IServiceManager.getServiceList"})";
-        ASSERT_TRUE(peers.back()->send(std::string(request) + "\n"));
+        std::string const request = i % 2 ? BusTest::request("IWindowManager.getWindowList", R"({"proxy":1})")
+                                          : BusTest::request("IServiceManager.getServiceList", "{}");
+        ASSERT_TRUE(peers.back()->send(request + "\n"));
     }
     for (int i = 0; i < 300; ++i)
         EXPECT_TRUE(IRPC::parse(peers[i]->readLine(30000))["result"].isArray()) << i;
     // Session 0 answers again once its launch goes on, for the caller still there.
     world.gate.raise();
     EXPECT_EQ(IRPC::parse(waiting.readLine(30000))["result"], "new-wait");
-    EXPECT_EQ(IRPC::parse(waiting.ask(R"({"jsonrpc":"2.0","id":3,"method":"IWindowManager.getWindowList","params":{"proxy":0}})"))["result"].size(), 2u);
+    EXPECT_EQ(IRPC::parse(waiting.ask(BusTest::request("IWindowManager.getWindowList", R"({"proxy":0})")))["result"].size(), 2u);
 }
 
 namespace {
@@ -263,7 +261,7 @@ std::string replyTo(unsigned short port, std::string const& origin, bool upgrade
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     if (::connect(peer.fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0)
         return "";
-    std::string const body = R"({"jsonrpc":"2.0","id":1,"method":"RPC.ping"})";
+    std::string const body = BusTest::request("RPC.ping");
     std::string request = upgrade ? "GET / HTTP/1.1\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
                                     "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n"
                                   : "POST / HTTP/1.1\r\nConnection: close\r\nContent-Type: application/json\r\n"

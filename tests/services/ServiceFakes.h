@@ -7,10 +7,10 @@
 #include "APPClient.h"
 #include "ApplicationFactory.h"
 #include "frame/Exception.h"
-#include "frame/FunctionCommand.h"
 #include "interfaces/IServiceManager.h"
 #include "InputDriver.h"
 #include "Journal.h"
+#include "OnThread.h"
 #include "WEBClient.h"
 
 #include <algorithm>
@@ -27,20 +27,7 @@ using namespace Velmora;
 
 using VelmoraTest::Journal;
 
-// `Manager` opened to a test on the server's side: work on its thread, and a
-// program started through its factory.
-template <class Manager>
-struct OnThread : Manager {
-    using Manager::Manager;
-    Client::Type getClientType() override { return Client::Master; }
-    void onThread(std::function<void()> body) { FunctionCommand::run(*this, std::move(body)); }
-    std::string create(std::string const& name, std::string const& parameters = "")
-    {
-        std::string uid;
-        onThread([&] { uid = this->_createApplication(name, parameters); });
-        return uid;
-    }
-};
+using VelmoraTest::OnThread;
 
 // Starts nothing: pids count up from 1000; a name in `failing` doesn't start;
 // while `failDestroy` is set a destroy is recorded and then throws. A test

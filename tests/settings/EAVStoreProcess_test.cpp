@@ -17,9 +17,7 @@ namespace {
 // a death by signal) and the lines it printed (its debug output among them).
 std::pair<int, std::vector<std::string>> runWriter(std::vector<std::string> const& arguments, std::string const& output)
 {
-    HostTest::ServerProcess writer(VELMORA_EAV_WRITER, arguments, {{"VELMORA_DEBUG", "0"}}, output);
-    int const status = writer.stop(0);
-    return {status, readLines(output)};
+    return {HostTest::runToEnd(VELMORA_EAV_WRITER, arguments, output).status, readLines(output)};
 }
 
 // The numbers of the lines that are `prefix` and a number, in order.

@@ -148,4 +148,17 @@ private:
     fs::path output;
 };
 
+// What a program run to its end printed, and its exit status (-1 for a death by signal).
+struct Finished {
+    int status;
+    std::string output;
+};
+inline Finished runToEnd(std::string const& program, std::vector<std::string> arguments, fs::path const& logFile,
+                         std::map<std::string, std::string> const& environment = {{"VELMORA_DEBUG", "0"}})
+{
+    ServerProcess process(program, std::move(arguments), environment, logFile);
+    int const status = process.stop(0);
+    return {status, process.log()};
+}
+
 } // namespace HostTest

@@ -13,10 +13,10 @@
 #include "KeyNames.h"
 #include "MultiInputDriver.h"
 #include "NullWindowManagerListener.h"
+#include "OnThread.h"
 #include "ScopedEnv.h"
 #include "ServerProcess.h"
 #include "ScratchDirectory.h"
-#include "frame/FunctionCommand.h"
 #include "HWPApplicationFactory.h"
 #include "MasterWindowManager.h"
 #include "rpc/RPCClient.h"
@@ -142,22 +142,13 @@ public:
 
 // The manager with its table opened to the test, on the manager's thread. The
 // garbage collection runs only when the test calls collect().
-class Windows : public Velmora::MasterWindowManager {
+class Windows : public VelmoraTest::OnThread<Velmora::MasterWindowManager> {
 public:
-    using MasterWindowManager::MasterWindowManager;
+    using OnThread::OnThread;
     void init() override
     {
         MasterWindowManager::init();
         unregisterPeriodicCommand(&garbageCollectionCommand);
-    }
-    void onThread(std::function<void()> body) { Velmora::FunctionCommand::run(*this, std::move(body)); }
-    // What `read` gives on the manager's thread.
-    template <class Read>
-    auto fetch(Read read)
-    {
-        decltype(read()) value{};
-        onThread([&] { value = read(); });
-        return value;
     }
     void collect() { onThread([this] { _garbageCollection(); }); }
     std::string master() { return fetch([this] { return masterUid; }); }
@@ -174,19 +165,6 @@ protected:
     {
         MasterWindowManager::_powerStateChange(state);
         powerStates.add(std::to_string(state));
-    }
-};
-
-// A service manager whose services hear every new token.
-class Services : public Velmora::ServiceManager {
-public:
-    explicit Services(Velmora::ApplicationFactory* factory) : ServiceManager(factory, 0, nullptr) {}
-    Velmora::Client::Type getClientType() override { return Velmora::Client::Master; }
-    std::string start(std::string const& program)
-    {
-        std::string uid;
-        Velmora::FunctionCommand::run(*this, [&] { uid = _createApplication(program, "{}"); });
-        return uid;
     }
 };
 
@@ -215,7 +193,7 @@ public:
         services.init();
         {
             ScopedEnvironment log("VELMORA_TEST_APP_LOG", (sandbox.root / "service.log").string());
-            services.start("velmora-test-app");
+            services.create("velmora-test-app", "{}");
         }
         startSimulator("QEN");
         startSimulator("HUX");
@@ -310,7 +288,7 @@ public:
         };
         fs::path const log = sandbox.root / "sim.log";
         long const before = ups(readLines(log));
-        services.start(endpoint == "QEN" ? "VelmoraQENExec" : "velmora-hux");
+        services.create(endpoint == "QEN" ? "VelmoraQENExec" : "velmora-hux", "{}");
         EXPECT_TRUE(awaitFile(log, [&](Lines const& lines) { return ups(lines) > before; })) << endpoint;
     }
     // What a simulator was asked, by its own record.
@@ -343,7 +321,7 @@ public:
     std::vector<char*> argv;
     Velmora::RPCServer host{"Host"};
     PatientFactory factory;
-    Services services{&factory};
+    VelmoraTest::OnThread<Velmora::ServiceManager> services{&factory, 0, nullptr}; // its services hear every new token
     Velmora::AuthorizationAttributesManager* authorization = nullptr;
     Velmora::InputDriver* input = nullptr;
     Velmora::FileDescriptor keyWriter;
