@@ -137,17 +137,15 @@ TEST(CommandProcessor, ExecuteBlocksUntilTheCommandHasRunAndReturnsItsStatusOrTh
 {
     Processor processor;
     processor.init();
-    Signal started;
-    std::promise<void> release;
-    std::shared_future<void> released = release.get_future().share();
+    Signal started, released;
     std::atomic<bool> done{false};
     std::thread releaser([&] {
         started.waitFor(1);
-        release.set_value();
+        released.raise();
     });
     LambdaCommand slow(&processor, [&] {
         started.raise();
-        released.wait();
+        released.waitFor(1);
         done = true;
     });
     EXPECT_EQ(processor.executeCommand(&slow), ReturnSuccess);
@@ -191,17 +189,16 @@ TEST(CommandProcessor, QueuedCommandsAreDeletedOnceAndAStoppedProcessorRefusesWo
     EXPECT_EQ(deletions, 10);
 
     // Block the thread, pile up work, then stop: nothing leaks, nothing hangs.
-    Signal blocked;
-    std::promise<void> release;
-    processor.queueCommand(new LambdaCommand(&processor, [&, released = release.get_future().share()] {
+    Signal blocked, released;
+    processor.queueCommand(new LambdaCommand(&processor, [&] {
                                blocked.raise();
-                               released.wait();
+                               released.waitFor(1);
                            }, &deletions),
                            true);
     for (int i = 0; i < 5; ++i)
         processor.queueCommand(new LambdaCommand(&processor, [&] { ++runs; }, &deletions), true);
     ASSERT_TRUE(blocked.waitFor(1));
-    std::thread releaser([&] { release.set_value(); });
+    std::thread releaser([&] { released.raise(); });
     processor.uninit();
     releaser.join();
     EXPECT_EQ(deletions, 16);
@@ -250,13 +247,11 @@ TEST(CommandProcessor, PeriodicCommandsRunAsSoonAsTheTestClockReachesThemAndStop
     everyTick.remove();
 
     // Unregistering waits for a run in progress.
-    Signal inside;
-    std::promise<void> release;
-    std::shared_future<void> released = release.get_future().share();
+    Signal inside, released;
     std::atomic<bool> finished{false};
     auto blocking = std::make_unique<PeriodicCounter>(&processor, 100, [&] {
         inside.raise();
-        released.wait();
+        released.waitFor(1);
         finished = true;
     });
     processor.registerPeriodicCommand(blocking.get());
@@ -269,7 +264,7 @@ TEST(CommandProcessor, PeriodicCommandsRunAsSoonAsTheTestClockReachesThemAndStop
     });
     // An unregistering that does not wait shows here; one that waits lets this pass by.
     EXPECT_EQ(std::future_status::timeout, unregistered.wait_for(std::chrono::milliseconds(200)));
-    release.set_value();
+    released.raise();
     unregistered.get();
     EXPECT_TRUE(finishedWhenUnregistered);
     blocking.reset(); // safe now: the processor no longer touches it

@@ -45,17 +45,12 @@ struct Notifier {
     Mutex mutex{"Notifier"};
     std::vector<Family*> list;
     bool changed = false;
-    void add(IListener* l)
+    void add(IListener* l) { change([&] { return addListener(list, l); }); }
+    void remove(IListener* l) { change([&] { return removeListener(list, l); }); }
+    void change(std::function<bool()> const& edit)
     {
         Mutex::ScopedLock lock(&mutex);
-        if (addListener(list, l))
-            changed = true;
-    }
-    void remove(IListener* l)
-    {
-        Mutex::ScopedLock lock(&mutex);
-        if (removeListener(list, l))
-            changed = true;
+        changed = edit() || changed;
     }
     void notify()
     {

@@ -87,8 +87,7 @@ TEST(Catalogue, ListsPagesAndReadsRecordsWhileReadersShareTheDatabase)
     EXPECT_NE(0u, apple.getInstallTime());
 
     auto cherry = manager.getPackageInfo("cherry");
-    auto found = std::find_if(cherry.getDependencies().begin(), cherry.getDependencies().end(),
-                              [](BasePackageInfo const& d) { return d.getName() == "base"; });
+    auto found = std::ranges::find(cherry.getDependencies(), "base", &BasePackageInfo::getName);
     ASSERT_NE(cherry.getDependencies().end(), found);
     EXPECT_EQ("2", found->getVersion());
 
@@ -123,15 +122,12 @@ TEST(Catalogue, ListsPagesAndReadsRecordsWhileReadersShareTheDatabase)
     EXPECT_EQ(byName(extendedByName), byName(extended));
     EXPECT_EQ(byName(plainByName), byName(plain));
     EXPECT_EQ(keys.size(), plain.size());
-    auto find = [&](std::string const& name) -> ExtendedPackageInfo const& {
-        return *std::find_if(extended.begin(), extended.end(), [&](auto const& info) { return info.getName() == name; });
-    };
+    auto find = [&](std::string const& name) -> auto const& { return *std::ranges::find(extended, name, &ExtendedPackageInfo::getName); };
     EXPECT_EQ("tab\there", find("escaped").getDescription());
     EXPECT_EQ("caf\xc3\xa9 cr\xc3\xa8me", find("accented").getDescription());
     EXPECT_EQ("http://caf\xc3\xa9.example/", find("accented").getCustomPackageInfo().getApplicationURL());
     auto const& dependencies = find("accented").getDependencies();
-    auto const base = std::find_if(dependencies.begin(), dependencies.end(),
-                                   [](BasePackageInfo const& dependency) { return dependency.getName() == "base"; });
+    auto const base = std::ranges::find(dependencies, "base", &BasePackageInfo::getName);
     ASSERT_NE(dependencies.end(), base);
     EXPECT_EQ("", base->getVersion()) << "a requirement without a version";
     EXPECT_EQ("http://i.example/", find("evil").getCustomPackageInfo().getApplicationURL());

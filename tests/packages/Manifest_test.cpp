@@ -139,8 +139,7 @@ TEST(Manifest, FollowsFilesThatAppearChangeAndVanishAlsoBehindTheSameSizeAndMtim
     packager.refresh();
     VectorObject<BasePackageInfo> dependencies;
     packager.getPackageDependencies("fig", dependencies);
-    auto base = std::find_if(dependencies.begin(), dependencies.end(),
-                             [](BasePackageInfo const& d) { return d.getName() == "base"; });
+    auto base = std::ranges::find(dependencies, "base", &BasePackageInfo::getName);
     ASSERT_NE(dependencies.end(), base);
     EXPECT_EQ("2", base->getVersion());
 

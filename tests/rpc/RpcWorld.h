@@ -35,17 +35,14 @@ using Recorder = std::function<void(std::string line)>;
 // One line of compact JSON.
 inline std::string text(SerialObject const& object) { return IRPC::write(IRPC::toJson(object)); }
 
-// Holds every launch of the URL "wait" until raised: a manager that is busy
-// for as long as a test likes.
-using Gate = VelmoraTest::Signal;
-
 // A session whose window list is fixed; "gone" is listed but has no entry, as
 // a window that ended between the list and the call. The first window is
-// focused, visible and opaque (200), the others not.
+// focused, visible and opaque (200), the others not. A launch of the URL
+// "wait" waits until `gate` is raised: a manager busy as long as a test likes.
 class ScriptedWindows : public WindowManager {
 public:
     ScriptedWindows(unsigned int session, ApplicationFactory* factory, std::vector<std::string> windows,
-                    Recorder record, Gate& gate)
+                    Recorder record, VelmoraTest::Signal& gate)
         : WindowManager(session, factory, 0, nullptr), windows(std::move(windows)), record(std::move(record)),
           gate(gate)
     {
@@ -111,7 +108,7 @@ private:
     }
     std::vector<std::string> windows;
     Recorder record;
-    Gate& gate;
+    VelmoraTest::Signal& gate;
 };
 
 // One service, "svc", that takes tokens.
@@ -202,7 +199,7 @@ public:
 
     BusTest::RuntimeDir runtime;
     BusTest::Log calls;
-    Gate gate;
+    VelmoraTest::Signal gate;
     HWPApplicationFactory factory;
     std::vector<std::unique_ptr<WindowManager>> sessions;
     std::unique_ptr<ServiceManager> services;
