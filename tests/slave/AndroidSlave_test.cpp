@@ -41,11 +41,7 @@ public:
     HostTest::ServerProcess process;
 };
 
-std::string launchAndroid(WindowBox& box, std::string const& url)
-{
-    return box.windows->launch(
-        IWindowManager::LaunchParameters("", IWindowManager::APPLICATION_TYPE_ANDROID, url, "", {}, false, false));
-}
+std::string launchAndroid(WindowBox& box, std::string const& url) { return box.launch(IWindowManager::APPLICATION_TYPE_ANDROID, url); }
 
 } // namespace
 
