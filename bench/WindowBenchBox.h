@@ -122,7 +122,7 @@ private:
         fs::create_directories(sandbox.root / "usr/local/etc/velmora");
         for (auto const& script : fs::directory_iterator(VELMORA_LAUNCH_SCRIPTS))
             fs::copy_file(script.path(), sandbox.root / "usr/local/bin" / script.path().filename());
-        VelmoraTest::writeFile(sandbox.root / "usr/local/etc/velmora/DORICProtected.crt",
+        writeFile(sandbox.root / "usr/local/etc/velmora/DORICProtected.crt",
                                VelmoraTest::toPem(VelmoraTest::TestPki::get().doricHolder.get()));
         setenv("VELMORA_RUNTIME_DIR", (sandbox.root / "run").c_str(), 1);
         std::string const path = std::getenv("PATH") ? std::getenv("PATH") : "";

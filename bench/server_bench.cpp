@@ -167,9 +167,9 @@ private:
         fs::path const keys = sysroot / "usr/local/etc/velmora";
         fs::create_directories(keys);
         VelmoraTest::TestPki const& pki = VelmoraTest::TestPki::get();
-        VelmoraTest::writeFile(keys / "DORICProtected.crt", VelmoraTest::toPem(pki.doricHolder.get()));
-        VelmoraTest::writeFile(keys / "ACIssuer.crt", VelmoraTest::toPem(pki.issuer.get()));
-        VelmoraTest::writeFile(keys / "ACIssuer.key", VelmoraTest::toPem(pki.issuerKey.get()));
+        writeFile(keys / "DORICProtected.crt", VelmoraTest::toPem(pki.doricHolder.get()));
+        writeFile(keys / "ACIssuer.crt", VelmoraTest::toPem(pki.issuer.get()));
+        writeFile(keys / "ACIssuer.key", VelmoraTest::toPem(pki.issuerKey.get()));
 
         std::string const path = std::getenv("PATH") ? std::getenv("PATH") : "/usr/bin:/bin";
         server.emplace(VELMORA_SERVER,
