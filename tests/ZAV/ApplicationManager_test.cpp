@@ -3,7 +3,6 @@
 #include "ServiceFakes.h"
 #include "frame/Exception.h"
 #include "ReturnCodeOf.h"
-#include "StderrOf.h"
 #include "frame/TestClock.h"
 
 #include <gtest/gtest.h>

@@ -6,7 +6,6 @@
 #include "ReturnCodeOf.h"
 #include "ScopedEnv.h"
 #include "ScratchDirectory.h"
-#include "StderrOf.h"
 #include "frame/TestClock.h"
 
 #include <gmock/gmock.h>

@@ -8,7 +8,7 @@
 #include "frame/Exception.h"
 #include "ScopedEnv.h"
 #include "ScratchDirectory.h"
-#include "StderrOf.h"
+#include "ReturnCodeOf.h"
 
 #include <gmock/gmock.h>
 #include <openssl/objects.h>
