@@ -6,7 +6,8 @@
 // wakes to look.
 //
 // Threads: construction and destruction on the owner's thread, while the
-// processors live; `ping` runs on whichever manager's thread completes a round.
+// processors live; `ping` runs on whichever manager's thread completes a round,
+// and so must never block: a ping that waited would wedge that manager.
 #pragma once
 
 #include "frame/CommandProcessor.h"

@@ -41,7 +41,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstddef>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <optional>
 #include <string>
@@ -201,6 +203,29 @@ bool endpointTaken(std::string const& name)
     return probe.valid() && ::connect(probe.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
 }
 
+// Sends `message` to the supervisor's notification socket (NOTIFY_SOCKET: a
+// path, or "@" and an abstract name) without waiting: a supervisor whose queue
+// is full loses it. The watchdog pings go so, since a ping that waited for a
+// supervisor behind in its reading would wedge the manager that sent it; the
+// pings already queued stand for a lost one, and the next round tries again.
+// STOPPING=1 goes so too: the exit tells a supervisor as much.
+void notifyWithoutWaiting(char const* message)
+{
+    char const* const socketName = std::getenv("NOTIFY_SOCKET");
+    sockaddr_un address{};
+    std::size_t const size = socketName ? std::strlen(socketName) : 0;
+    if (size < 2 || size >= sizeof(address.sun_path) || (socketName[0] != '/' && socketName[0] != '@'))
+        return;
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path, socketName, size);
+    if (socketName[0] == '@')
+        address.sun_path[0] = '\0'; // an abstract name: exactly `size` bytes long
+    FileDescriptor const sender(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (sender.valid())
+        ::sendto(sender.get(), message, std::strlen(message), MSG_DONTWAIT | MSG_NOSIGNAL,
+                 reinterpret_cast<sockaddr*>(&address), static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + size));
+}
+
 // One server instance; members are built in the order of their dependencies
 // and torn down in reverse.
 class Instance {
@@ -307,7 +332,7 @@ public:
                                                   settingsDB, serviceManager.get()};
         for (auto& windows : windowManagers)
             processors.push_back(windows.get());
-        watchdog = std::make_unique<ManagerWatchdog>(processors, periodMs, [] { sd_notify(0, "WATCHDOG=1"); });
+        watchdog = std::make_unique<ManagerWatchdog>(processors, periodMs, [] { notifyWithoutWaiting("WATCHDOG=1"); });
     }
 
 private:
@@ -371,13 +396,14 @@ int main(int argc, char** argv)
         instance.start(options, managerArgv);
         VLOG(DebugLevelNotice, "serving %s on 127.0.0.1:%u with %u session(s)%s\n", options.endpoint.c_str(),
              static_cast<unsigned int>(instance.port()), options.sessions, options.stub ? ", stub classes" : "");
+        // READY=1 must arrive, so it waits for room in the supervisor's queue.
         sd_notifyf(0, "READY=1\nSTATUS=serving %s on 127.0.0.1:%u", options.endpoint.c_str(),
                    static_cast<unsigned int>(instance.port()));
         uint64_t watchdogUsec = 0;
         if (sd_watchdog_enabled(0, &watchdogUsec) > 0)
             instance.watch(static_cast<unsigned int>(std::max<uint64_t>(watchdogUsec / 4000, 1)));
         waitForStopSignal();
-        sd_notify(0, "STOPPING=1");
+        notifyWithoutWaiting("STOPPING=1");
         VLOG(DebugLevelNotice, "stopping\n");
     } catch (Exception const& e) {
         VLOG(DebugLevelError, "cannot start: %s (the lines above name the cause)\n", e.what());

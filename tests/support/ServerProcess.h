@@ -47,10 +47,8 @@ public:
     explicit NotifySocket(fs::path path) : path(std::move(path))
     {
         fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        this->path.string().copy(address.sun_path, sizeof(address.sun_path) - 1);
-        ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)); // a failure shows as silence
+        sockaddr_un const address = addressOf(this->path);
+        ::bind(fd, reinterpret_cast<sockaddr const*>(&address), sizeof(address)); // a failure shows as silence
     }
     ~NotifySocket() { ::close(fd); }
     NotifySocket(NotifySocket const&) = delete;
@@ -66,6 +64,16 @@ public:
         ssize_t const n = ::recv(fd, buffer, sizeof(buffer), 0);
         return n > 0 ? std::string(buffer, static_cast<std::size_t>(n)) : std::string();
     }
+    // Queues messages of its own until the queue is full, as a supervisor's
+    // that has fallen behind in its reading; a sender then finds no room.
+    void fill()
+    {
+        int const sender = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+        sockaddr_un const address = addressOf(path);
+        while (::sendto(sender, "FILLER=1", 8, 0, reinterpret_cast<sockaddr const*>(&address), sizeof(address)) == 8) {
+        }
+        ::close(sender);
+    }
     // Reads messages until one contains `text`; false when a wait times out.
     bool awaitMessage(std::string const& text, int timeoutMs = 30000)
     {
@@ -78,6 +86,14 @@ public:
     fs::path const path;
 
 private:
+    static sockaddr_un addressOf(fs::path const& socketPath)
+    {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        socketPath.string().copy(address.sun_path, sizeof(address.sun_path) - 1);
+        return address;
+    }
+
     int fd = -1;
 };
 
