@@ -208,14 +208,20 @@ bool endpointTaken(std::string const& name)
 // is full loses it. The watchdog pings go so, since a ping that waited for a
 // supervisor behind in its reading would wedge the manager that sent it; the
 // pings already queued stand for a lost one, and the next round tries again.
-// STOPPING=1 goes so too: the exit tells a supervisor as much.
+// STOPPING=1 goes so too: the exit tells a supervisor as much. libsystemd has
+// no sender that does not wait; this one knows the two address forms that
+// libsystemd of this Debian release knows, and leaves any other to sd_notify.
 void notifyWithoutWaiting(char const* message)
 {
     char const* const socketName = std::getenv("NOTIFY_SOCKET");
     sockaddr_un address{};
     std::size_t const size = socketName ? std::strlen(socketName) : 0;
-    if (size < 2 || size >= sizeof(address.sun_path) || (socketName[0] != '/' && socketName[0] != '@'))
+    if (size == 0)
         return;
+    if (size < 2 || size >= sizeof(address.sun_path) || (socketName[0] != '/' && socketName[0] != '@')) {
+        sd_notify(0, message);
+        return;
+    }
     address.sun_family = AF_UNIX;
     std::memcpy(address.sun_path, socketName, size);
     if (socketName[0] == '@')
