@@ -98,9 +98,9 @@ std::string WindowManager::launchFor(LaunchParameters const& parameters, std::st
     return _launch(parameters);
 }
 
-void WindowManager::terminateBecause(std::string const& uid, std::string const& reason)
+void WindowManager::queueTerminateBecause(std::string const& uid, std::string const& reason)
 {
-    await(*this, TerminateBecauseCommand(this, &WindowManager::terminateFor, uid, reason), "terminate");
+    queueCommand(new TerminateBecauseCommand(this, &WindowManager::terminateFor, uid, reason), true);
 }
 
 void WindowManager::terminateFor(std::string const& uid, std::string const& reason)

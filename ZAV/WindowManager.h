@@ -152,8 +152,9 @@ public:
     std::string launch(LaunchParameters const& parameters) override;
     // The same, with who asked for it, for the lifecycle journal ("voice", "Wi-Fi Direct", ...).
     std::string launch(LaunchParameters const& parameters, std::string const& requester);
-    // terminate, with why for the lifecycle journal ("the service QEN failed"); waits.
-    void terminateBecause(std::string const& uid, std::string const& reason);
+    // terminate, with why for the lifecycle journal ("the service QEN failed"); queued, does not
+    // wait: its callers are other managers' threads, which this thread may be waiting on.
+    void queueTerminateBecause(std::string const& uid, std::string const& reason);
     // terminate of every window launched with this applicationType and
     // applicationURL, the master window aside, with why for the journal;
     // waits, and answers how many windows were asked to end.

@@ -32,7 +32,7 @@ void MasterWindowManager::onBootComplete() { queueStartUp(); }
 void MasterWindowManager::onServiceFailure(std::string const& name)
 {
     VLOG(DebugLevelInfo, "Service %s failed, killing running application\n", name.c_str());
-    terminateBecause(SINGLETON_UID, "the service " + name + " failed");
+    queueTerminateBecause(SINGLETON_UID, "the service " + name + " failed");
 }
 
 void MasterWindowManager::onServiceListChange(VectorObject<std::string> const&) {}
