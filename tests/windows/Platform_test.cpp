@@ -1,5 +1,8 @@
 // The platform's events from their real entries (the input FIFO, the simulators) down to real windows.
 #include "WindowBox.h"
+#include "Signal.h"
+
+#include <thread>
 
 using namespace Velmora;
 using namespace WindowTest;
@@ -113,8 +116,24 @@ TEST(Platform, MediaEngineNoticesOpenMediaWindowsMoveTheFocusAndGiveMiracastPeer
     box.inject("QEN", "animationFinished", object({{"uid", "gone"}}));
     EXPECT_TRUE(box.journal.await("focus " + master + ">"));
 
-    // A service that fails ends every window but the master.
-    box.windows->onServiceFailure("VelmoraQENExec");
+    // A service that fails ends every window but the master. The failure
+    // comes on the service manager's thread, here while the window manager's
+    // thread waits for that thread (as a launch does for its token): neither
+    // may wait for the other.
+    VelmoraTest::Signal failing;
+    std::thread serviceThread([&] {
+        box.services.onThread([&] {
+            failing.raise();
+            failing.waitFor(2);
+            box.windows->onServiceFailure("VelmoraQENExec");
+        });
+    });
+    ASSERT_TRUE(failing.waitFor(1));
+    box.windows->onThread([&] {
+        failing.raise();
+        box.services.onThread([] {});
+    });
+    serviceThread.join();
     EXPECT_TRUE(box.appLogged("mediaPlayer-a", "terminate"));
     EXPECT_FALSE(contains(readLines(box.logOf("home")), "terminate"));
 
