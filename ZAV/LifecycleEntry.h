@@ -5,6 +5,7 @@
 // a uid it has seen before. A plain value: any thread, copied freely.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string>
 
@@ -37,6 +38,11 @@ public:
     static constexpr char const* KIND_BOOT_COMPLETE = "boot-complete";
     static constexpr char const* KIND_POWER = "power";
     static constexpr char const* KIND_PACKAGE = "package";
+    // Every kind, for tools that take one from a person.
+    static constexpr std::array KINDS{KIND_STARTED, KIND_LAUNCH_FAILED, KIND_PUT_OFF,         KIND_EVICTED,
+                                      KIND_STATE,   KIND_FOCUS,         KIND_TERMINATE,       KIND_RUNAWAY,
+                                      KIND_EXITED,  KIND_ENDED,         KIND_SERVICE_FAILED,  KIND_BOOT_COMPLETE,
+                                      KIND_POWER,   KIND_PACKAGE};
 };
 
 } // namespace Velmora

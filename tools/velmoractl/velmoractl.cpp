@@ -8,6 +8,7 @@
 // with --json, the raw JSON: {"result":...} or {"error":{...}}.
 // Exit status: 0 done, 1 the call failed, 2 bad usage or no server.
 #include "KeyNames.h"
+#include "LifecycleEntry.h"
 #include "frame/DebugPrint.h"
 #include "frame/Exception.h"
 #include "interfaces/IRPC.h"
@@ -42,9 +43,7 @@ namespace {
 int const CALL_FAILED = 1;
 int const BAD_USAGE = 2;
 // The kinds of the journal's entries: a misspelt one would match nothing, silently.
-std::vector<std::string> const JOURNAL_KINDS{"started", "launch-failed", "put-off", "evicted", "terminate",
-                                             "state", "focus", "runaway", "exited", "ended", "service-failed",
-                                             "boot-complete", "power", "package"};
+std::vector<std::string> const JOURNAL_KINDS(LifecycleEntry::KINDS.begin(), LifecycleEntry::KINDS.end());
 
 struct Options {
     std::string endpoint = "ZAV";
