@@ -1,6 +1,7 @@
 # bash completion for velmoractl: subcommands, their options, key names,
 # application types, journal kinds, and the package names and uids that the
-# running server knows.
+# running server knows. The key names, types and kinds come from the tool's
+# own --help, so that they follow the tool.
 _velmoractl()
 {
     local cur=${COMP_WORDS[COMP_CWORD]} command="" word skip=""
@@ -16,7 +17,8 @@ _velmoractl()
     case $command in
         "") words="--endpoint --json --help launch windows focus state terminate params key services packages
                    package install remove notify watch call journal" ;;
-        launch) words="WEBAPP WEBPAGE WEBBROWSER WEBGLAPP AIR AIRGL OTHER WFDPLAYER ANDROID --parameters --session --help" ;;
+        launch) words="--parameters --session --help
+                       $(velmoractl launch --help 2>/dev/null | sed -n 's/.*Application type: //p' | tr -d ,)" ;;
         windows) words="--session --help" ;;
         focus) words="--release --help $(velmoractl windows 2>/dev/null)" ;;
         params) words="--help $(velmoractl windows 2>/dev/null)" ;;
@@ -25,11 +27,10 @@ _velmoractl()
         package) words="--extended --manifest --help $(velmoractl packages 2>/dev/null | cut -d' ' -f1)" ;;
         install) words="--force --timeout --help $(velmoractl packages --manifest 2>/dev/null | cut -d' ' -f1)" ;;
         remove) words="--force --timeout --help $(velmoractl packages 2>/dev/null | cut -d' ' -f1)" ;;
-        key) words="Home Back Power Menu Up Down Left Right OK 0 1 2 3 4 5 6 7 8 9 --device --session --help" ;;
+        key) words="--device --session --help $(velmoractl key --help 2>/dev/null | sed -n 's/.* by name: //p')" ;;
         journal)
             if [ "${COMP_WORDS[COMP_CWORD-1]}" = --kind ]; then
-                words="started launch-failed put-off evicted terminate state focus runaway exited ended
-                       service-failed boot-complete power package"
+                words=$(velmoractl journal --help 2>/dev/null | sed -n 's/.*--kind TEXT:{\(.*\)}.*/\1/p' | tr , ' ')
             else
                 words="--follow --uid --since --kind --session --limit --help"
             fi ;;
