@@ -103,8 +103,8 @@ std::string hintFor(Json::Value const& params, std::string const& message)
         return std::string();
     std::string const uid = params["uid"].asString();
     return "no window or service has the uid " + uid +
-           " (velmoractl windows and velmoractl services list them; velmoractl journal --uid " + uid +
-           " tells how one ended)";
+           " (velmoractl windows and velmoractl services list them, a window once its program has reported;"
+           " velmoractl journal --uid " + uid + " tells how one ended)";
 }
 
 int report(Options const& options, std::string const& method, RPCConnection::Reply const& reply,
