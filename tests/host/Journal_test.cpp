@@ -5,7 +5,6 @@
 #include "interfaces/IRPC.h"
 #include "rpc/RPCClient.h"
 #include "rpc/RuntimeDirectory.h"
-#include "FileDescriptor.h"
 
 #include <gtest/gtest.h>
 
@@ -13,8 +12,6 @@
 #include <csignal>
 
 #include <sys/resource.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 
 using namespace HostTest;
 
@@ -202,16 +199,10 @@ TEST(Journal, AnUnwritableFileOrASubscriberThatNeverReadsCostsNothing)
     ASSERT_TRUE(world.notify.awaitMessage("READY=1")) << server.log();
 
     // Subscribes with a small buffer that fills at once, and never reads.
-    Velmora::FileDescriptor const stalled(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    BusTest::RawPeer stalled(Velmora::RuntimeDirectory::endpointPath("ZAV"));
     int const small = 4096;
-    ::setsockopt(stalled.get(), SOL_SOCKET, SO_RCVBUF, &small, sizeof(small));
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    Velmora::RuntimeDirectory::endpointPath("ZAV").copy(address.sun_path, sizeof(address.sun_path) - 1);
-    ASSERT_EQ(0, ::connect(stalled.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)));
-    std::string const subscribe =
-        R"({"jsonrpc":"2.0","id":1,"method":"RPC.subscribe","params":{"events":["ILifecycleJournal::onEntry"]}})" "\n";
-    ASSERT_EQ(static_cast<ssize_t>(subscribe.size()), ::write(stalled.get(), subscribe.data(), subscribe.size()));
+    ::setsockopt(stalled.fd, SOL_SOCKET, SO_RCVBUF, &small, sizeof(small));
+    ASSERT_TRUE(stalled.send(BusTest::request("RPC.subscribe", R"({"events":["ILifecycleJournal::onEntry"]})") + "\n"));
 
     Velmora::RPCClient client(1);
     connectWatching(client, "ILifecycleJournal::onEntry");
