@@ -221,15 +221,11 @@ TEST(CommandProcessor, PeriodicCommandsRunAsSoonAsTheTestClockReachesThemAndStop
     processor.init();
     PeriodicCounter periodic(&processor, 2500);
     processor.registerPeriodicCommand(&periodic);
-    clock.advance(2499);
-    processor.sync();
-    EXPECT_EQ(periodic.runs, 0);
-    clock.advance(1);
-    processor.sync();
-    EXPECT_EQ(periodic.runs, 1);
-    clock.advance(2500);
-    processor.sync();
-    EXPECT_EQ(periodic.runs, 2);
+    for (auto const& [ticks, runs] : {std::pair{2499u, 0}, {1u, 1}, {2500u, 2}}) {
+        clock.advance(ticks);
+        processor.sync();
+        EXPECT_EQ(periodic.runs, runs) << ticks;
+    }
     periodic.remove();
     clock.advance(10000);
     processor.sync();

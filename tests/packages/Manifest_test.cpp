@@ -46,10 +46,9 @@ struct Heard : IPackageInstaller::IPackageInstallerListener, IPackageManager::IP
         add(entity + "/" + attribute);
         return 0;
     }
-    int onPackagerManifestChange(std::string const& entity, std::string const& attribute, std::string const&) override
+    int onPackagerManifestChange(std::string const& entity, std::string const& attribute, std::string const& value) override
     {
-        add(entity + "/" + attribute);
-        return 0;
+        return onPackageManifestChanged(entity, attribute, value);
     }
     int onPackagerManifestCommit() override
     {

@@ -12,7 +12,6 @@
 
 #include <gtest/gtest.h>
 
-
 using namespace Velmora;
 using Pairs = VectorObject<ISettingsDB::AttributeValuePair>;
 using Names = VectorObject<std::string>;

@@ -7,7 +7,6 @@
 //                   descriptors it got beyond 0 to 2 to <path>, then exit 0
 #include <csignal>
 #include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
 #include <fstream>
 #include <string>
