@@ -53,6 +53,14 @@ TEST(AndroidSlave, AnAndroidWindowLivesAsAnyOtherAndGoesWithItsApplicationOrItsS
     WindowBox box(SLAVE_OPTIONS);
     Slave slave(box.runtime, box.logOf("android"));
     std::string const master = box.master;
+    // `end` ends the focused window: true once the focus is back on the master window, which is then alone.
+    auto const endFocused = [&](auto const& end) {
+        box.journal.clear();
+        end();
+        bool const back = box.journal.await("focus >" + master);
+        EXPECT_EQ(box.windows->windowCount(), 1u);
+        return back;
+    };
 
     std::string const uid = launchAndroid(box, "com.example.droid");
     ASSERT_FALSE(uid.empty());
@@ -74,31 +82,22 @@ TEST(AndroidSlave, AnAndroidWindowLivesAsAnyOtherAndGoesWithItsApplicationOrItsS
     EXPECT_TRUE(box.appLogged("android", "terminate"));
     EXPECT_EQ(box.windows->windowCount(), 2u);
 
-    box.journal.clear();
-    box.windows->terminate(next);
-    ASSERT_TRUE(box.journal.await("focus >" + master));
+    ASSERT_TRUE(endFocused([&] { box.windows->terminate(next); }));
     EXPECT_EQ(countOf(readLines(box.logOf("android")), "terminate"), 2);
-    EXPECT_EQ(box.windows->windowCount(), 1u);
     EXPECT_TRUE(eventually([&] { return slave.children().empty(); }));
 
     // An application killed outright is reported gone by the slave.
     std::string const killed = launchAndroid(box, "com.example.killed");
     ASSERT_TRUE(box.journal.await("focus >" + killed));
     ASSERT_EQ(slave.children().size(), 1u);
-    box.journal.clear();
-    ::kill(slave.children()[0], SIGKILL);
-    ASSERT_TRUE(box.journal.await("focus >" + master));
-    EXPECT_EQ(box.windows->windowCount(), 1u);
+    ASSERT_TRUE(endFocused([&] { ::kill(slave.children()[0], SIGKILL); }));
 
     // The slave ends while a window runs: the window goes, and so does every trace of the slave.
     std::string const running = launchAndroid(box, "com.example.running");
     ASSERT_TRUE(box.journal.await("focus >" + running));
     std::vector<pid_t> const second = slave.children();
     ASSERT_EQ(second.size(), 1u);
-    box.journal.clear();
-    EXPECT_EQ(slave.process.stop(), 0) << slave.process.log();
-    ASSERT_TRUE(box.journal.await("focus >" + master));
-    EXPECT_EQ(box.windows->windowCount(), 1u);
+    ASSERT_TRUE(endFocused([&] { EXPECT_EQ(slave.process.stop(), 0) << slave.process.log(); }));
     EXPECT_FALSE(fs::exists(slave.endpoint));
     EXPECT_NE(::kill(second[0], 0), 0) << "an application outlived its slave";
 
@@ -111,10 +110,7 @@ TEST(AndroidSlave, AnAndroidWindowLivesAsAnyOtherAndGoesWithItsApplicationOrItsS
     Slave successor(box.runtime, box.logOf("android"));
     std::string const orphan = launchAndroid(box, "com.example.orphan");
     ASSERT_TRUE(box.journal.await("focus >" + orphan));
-    box.journal.clear();
-    ::kill(successor.process.pid, SIGKILL);
-    ASSERT_TRUE(box.journal.await("focus >" + master));
-    EXPECT_EQ(box.windows->windowCount(), 1u);
+    ASSERT_TRUE(endFocused([&] { ::kill(successor.process.pid, SIGKILL); }));
 }
 
 TEST(AndroidSlave, OneSlavePerNameTheURLPicksTheProgramKeysFollowTheFocusAStubbornOneIsKilledAndNoneOutlivesTheSlave)
