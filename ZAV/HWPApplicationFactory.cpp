@@ -68,18 +68,34 @@ struct ExecPlan {
     std::vector<char*> envp;
 };
 
-// The spawn's file actions: close every descriptor from 3 on.
-struct SpawnActions {
-    SpawnActions()
+// What a program gets of the server: descriptors 0 to 2 only, no blocked
+// signal and every signal's default action. The server blocks its stop
+// signals in every thread to take them in one place; a program that kept them
+// blocked could not be stopped but by SIGKILL.
+struct SpawnSettings {
+    SpawnSettings()
     {
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
+        posix_spawnattr_init(&attributes);
+        sigset_t none;
+        sigset_t all;
+        ::sigemptyset(&none);
+        ::sigfillset(&all);
+        posix_spawnattr_setsigmask(&attributes, &none);
+        posix_spawnattr_setsigdefault(&attributes, &all);
+        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
     }
-    ~SpawnActions() { posix_spawn_file_actions_destroy(&actions); }
-    SpawnActions(SpawnActions const&) = delete;
-    SpawnActions& operator=(SpawnActions const&) = delete;
+    ~SpawnSettings()
+    {
+        posix_spawnattr_destroy(&attributes);
+        posix_spawn_file_actions_destroy(&actions);
+    }
+    SpawnSettings(SpawnSettings const&) = delete;
+    SpawnSettings& operator=(SpawnSettings const&) = delete;
 
     posix_spawn_file_actions_t actions{};
+    posix_spawnattr_t attributes{};
 };
 
 } // namespace
@@ -94,8 +110,9 @@ std::string HWPApplicationFactory::createApplication(std::string const& name, st
     // It gets no descriptor but 0 to 2: the bus's sockets are not close-on-exec,
     // and a child holding the server's listening sockets would keep them after
     // the server's end, for clients to wait on.
-    SpawnActions actions;
-    int const failure = posix_spawnp(&pid, name.c_str(), &actions.actions, nullptr, plan.argv.data(), plan.envp.data());
+    SpawnSettings const settings;
+    int const failure = posix_spawnp(&pid, name.c_str(), &settings.actions, &settings.attributes, plan.argv.data(),
+                                     plan.envp.data());
     if (failure == EAGAIN || failure == ENOMEM) {
         VLOG(DebugLevelError, "an error occurred with fork (%s)", strerror(failure));
         return std::string();

@@ -168,8 +168,9 @@ void prepareEnvironment(Options const& options)
 }
 
 // SIGTERM and SIGINT are blocked in every thread (each inherits the mask of
-// main) and taken by sigwait in main; a forked child unblocks them again
-// before it execs, so that programs started by the factory can be stopped.
+// main) and taken by sigwait in main. The factory's programs start with no
+// signal blocked; a child forked by a library (a package's scriptlet) unblocks
+// them again, so that what it runs can be stopped.
 sigset_t stopSignals;
 
 void unblockStopSignals() { ::pthread_sigmask(SIG_UNBLOCK, &stopSignals, nullptr); }

@@ -12,6 +12,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -44,8 +45,9 @@ struct Launcher : testing::Test {
 // The child gets no descriptor of the server but 0 to 2, even one opened
 // without close-on-exec (the bus's sockets are): a child holding the server's
 // listening sockets would keep them open after the server's end, and its
-// clients would wait on a server that is gone.
-TEST_F(Launcher, TheChildGetsItsNameAnEmptyArgumentBothVariablesVerbatimAndNoDescriptor)
+// clients would wait on a server that is gone. Nor does it keep the server's
+// blocked stop signals or ignored signals: SIGTERM must end it.
+TEST_F(Launcher, TheChildGetsItsNameAnEmptyArgumentBothVariablesVerbatimAndNothingElseOfTheServer)
 {
     ScratchDirectory scratch;
     std::string const parameters = "echo:" + scratch.file("echo");
@@ -53,14 +55,23 @@ TEST_F(Launcher, TheChildGetsItsNameAnEmptyArgumentBothVariablesVerbatimAndNoDes
     {
         VelmoraTest::ScopedEnv inherited("VELMORA_APP_HOSTNAME", "inherited");
         int const open = ::dup(STDERR_FILENO); // without close-on-exec
+        sigset_t stop;
+        sigset_t before;
+        ::sigemptyset(&stop);
+        ::sigaddset(&stop, SIGTERM);
+        ::sigaddset(&stop, SIGINT);
+        ::pthread_sigmask(SIG_BLOCK, &stop, &before);
+        auto const hangUp = std::signal(SIGHUP, SIG_IGN);
         pid = factory.createApplication(VELMORA_TEST_CHILD, "Box \"quoted\"", parameters);
+        std::signal(SIGHUP, hangUp);
+        ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
         ::close(open);
     }
     ASSERT_FALSE(pid.empty());
     factory.destroyApplication(pid, false); // it exits by itself; the graceful wait reaps it
     EXPECT_EQ(contentsOf(scratch.file("echo")), std::string("argc=2\nargv0=") + VELMORA_TEST_CHILD +
                                                    "\nargv1=\nhost=Box \"quoted\"\nparameters=" + parameters +
-                                                   "\ninherited=0\n");
+                                                   "\ninherited=0\nblocked=0\nignored=0\n");
 }
 
 // A missing program gives no pid and is logged from both sides of the fork; a
