@@ -31,8 +31,9 @@ TEST(Velmoractl, PrintsResultsAndFailuresPressesKeysAndWatchesUntilTheServerGoes
         {"params " + uid, 0, "...\"applicationURL\" : \"first\""},
         {"windows --session 3", 1, "...invalid proxy"},
         {"state 999999", 1, "velmoractl: IApplicationManager.getState failed: invalid interface (-32000): no window or "
-                            "service has the uid 999999 (velmoractl windows and velmoractl services list them; "
-                            "velmoractl journal --uid 999999 tells how one ended)\n"},
+                            "service has the uid 999999 (velmoractl windows and velmoractl services list them, a "
+                            "window once its program has reported; velmoractl journal --uid 999999 tells how one "
+                            "ended)\n"},
         {"focus 999999 --json", 1, "{\"error\":{\"code\":-32000,\"message\":\"invalid uid\"}}\n"},
         {"install /nowhere.rpm --timeout 60", 1,
          "velmoractl: install failed: Generic failure (7): /nowhere.rpm is not in the box's repository "
