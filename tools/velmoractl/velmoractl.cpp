@@ -145,16 +145,18 @@ public:
         changed.notify_all();
     }
     // The first notification that `match` accepts, or nothing when the
-    // connection ends or `timeout` passes first.
+    // connection ends or `timeout` passes first. `match` sees each
+    // notification once, in the order received, so it may keep state.
     std::optional<Json::Value> await(std::function<bool(std::string const&, Json::Value const&)> const& match,
                                      std::chrono::seconds timeout)
     {
         std::unique_lock lock(mutex);
         std::optional<Json::Value> found;
+        std::size_t seen = 0;
         changed.wait_for(lock, timeout, [&] {
-            for (auto const& [name, params] : received)
-                if (match(name, params))
-                    found = params;
+            for (; !found && seen < received.size(); ++seen)
+                if (match(received[seen].first, received[seen].second))
+                    found = received[seen].second;
             return found || closed;
         });
         return found;
@@ -308,7 +310,8 @@ int packageRequest(RPCClient& client, Events& events, Options const& options, st
 // Launches and prints the new window's uid. A launch put off until the oldest
 // window has ended answers "" at once: its uid comes later, with the journal's
 // "started" entry of the put-off launch, and its failure with "launch-failed"
-// (which an immediate failure also writes).
+// (which an immediate failure also writes). Only the latest put-off launch
+// waits: a later one put off in the same session drops this one.
 int launchWindow(RPCClient& client, Events& events, Options const& options, Json::Value const& params)
 {
     Json::Value subscription;
@@ -318,18 +321,30 @@ int launchWindow(RPCClient& client, Events& events, Options const& options, Json
     if (!reply.ok || !reply.result.isString() || !reply.result.asString().empty())
         return report(options, "IWindowManager.launch", reply);
     unsigned int const waitSeconds = 60;
+    bool putOff = false;
     auto const outcome = events.await(
         [&](std::string const& name, Json::Value const& entry) {
+            if (name != "ILifecycleJournal::onEntry" || entry["session"].asInt() != params["proxy"].asInt())
+                return false;
             std::string const kind = entry["kind"].asString();
-            return name == "ILifecycleJournal::onEntry" && entry["session"].asInt() == params["proxy"].asInt() &&
-                   entry["applicationType"] == params["applicationType"] &&
-                   (kind == "launch-failed" ||
-                    (kind == "started" && entry["reason"].asString().starts_with("requested by the put-off launch")));
+            bool const ofThisType = entry["applicationType"] == params["applicationType"];
+            if (kind == "put-off" && !putOff)
+                putOff = ofThisType && entry["name"] == params["applicationURL"];
+            else if (kind == "put-off")
+                return true;
+            bool const startedPutOff =
+                kind == "started" && entry["reason"].asString().starts_with("requested by the put-off launch");
+            return ofThisType && (kind == "launch-failed" || startedPutOff);
         },
         std::chrono::seconds(waitSeconds));
     if (!outcome) {
         std::fprintf(stderr, "velmoractl: the launch was put off until the oldest window ends, and none started "
                              "within %u s (velmoractl journal tells why)\n", waitSeconds);
+        return CALL_FAILED;
+    }
+    if ((*outcome)["kind"] == "put-off") {
+        std::fprintf(stderr, "velmoractl: the launch was put off until the oldest window ends, then dropped: only the "
+                             "latest launch put off waits, and %s came later\n", (*outcome)["name"].asCString());
         return CALL_FAILED;
     }
     if ((*outcome)["kind"] == "launch-failed") {
