@@ -1,5 +1,7 @@
 #include "ZAVClient.h"
 
+#include "EndpointWatch.h"
+
 #include "frame/DebugPrint.h"
 #include "frame/Exception.h"
 #include "interfaces/ILifecycleManagement.h"
@@ -48,6 +50,9 @@ std::shared_ptr<RPCConnection> ZAVClient::currentConnection()
     if (slave && slave->isConnected())
         return slave->getConnection();
     slave.reset();
+    if (absent && absent->valid() && absent->await(0) != EndpointWatch::Result::Appeared)
+        throw Exception(ReturnGenericFailure); // told once, when it was found gone
+    auto watch = std::make_unique<EndpointWatch>(uid); // before the dial: no appearance is missed
     auto dialled = std::make_unique<RPCClient>(1);
     dialled->setNotificationHandler(
         [this](std::string const& name, Json::Value const& params) { onSlaveNotification(name, params); });
@@ -61,9 +66,19 @@ std::shared_ptr<RPCConnection> ZAVClient::currentConnection()
         params["events"] = events;
         dialled->callOrThrow("RPC.subscribe", params);
     } catch (Exception const&) {
-        VLOG(DebugLevelError, "currentConnection(): slave server %s is not reachable\n", uid.c_str());
+        if (dialled->isConnected()) { // up, but slow or failing to answer: the next call dials again
+            VLOG(DebugLevelError, "currentConnection(): slave server %s did not take the subscription\n", uid.c_str());
+            return nullptr;
+        }
+        if (!absent)
+            VLOG(DebugLevelError, "currentConnection(): slave server %s is not reachable; dialled again once its "
+                                  "endpoint appears\n", uid.c_str());
+        absent = std::move(watch);
         return nullptr;
     }
+    if (absent)
+        VLOG(DebugLevelNotice, "currentConnection(): slave server %s is reachable again\n", uid.c_str());
+    absent.reset();
     slave = std::move(dialled);
     return slave->getConnection();
 }

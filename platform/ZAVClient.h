@@ -4,7 +4,9 @@
 //
 // init() dials the endpoint and follows the slave's state and keep-alive
 // notifications, which reach the listeners with the reporting uid. A slave
-// that is not up yet is dialled again at the next call. Calls throw Exception
+// whose endpoint refuses the dial (not up yet, or gone) is dialled again at
+// the first call after its endpoint has appeared anew; until then calls fail
+// at once, without a dial and without a log line (the outage is logged once). Calls throw Exception
 // when the slave is unreachable, fails the call or misses the deadline.
 // A slave that goes away takes its windows with it: when its connection
 // closes, every uid it launched and has not reported terminated is reported
@@ -24,6 +26,7 @@
 
 namespace Velmora {
 
+class EndpointWatch;
 class RPCClient;
 
 class ZAVClient : public APPClient {
@@ -52,6 +55,7 @@ private:
 
     Mutex dialMutex;
     std::unique_ptr<RPCClient> slave;
+    std::unique_ptr<EndpointWatch> absent; // set while the slave is unreachable: tells of its endpoint's return
     Mutex servedMutex;
     std::map<std::string, std::string> served; // uid -> last state, of the windows the slave runs
 };
