@@ -50,6 +50,12 @@ int main(int argc, char** argv)
             fifo = argv[++i];
             continue;
         }
+        // No key name starts with "-": an option it does not know, or --fifo without its PATH.
+        if (argv[i][0] == '-') {
+            std::fprintf(stderr, "velmora-key: %s %s\n", argv[i],
+                         std::strcmp(argv[i], "--fifo") == 0 ? "needs a PATH" : "is no option");
+            return usage(stderr, 2);
+        }
         auto const code = KeyNames::linuxCode(argv[i]);
         if (!code) {
             std::fprintf(stderr, "velmora-key: unknown key %s\n", argv[i]);

@@ -45,6 +45,12 @@ int main(int argc, char** argv)
         return usage(stdout, 0);
     if (argc < 3 || argc > 4)
         return usage(stderr, 2);
+    // No endpoint or command starts with "-": it would be looked for as a service.
+    for (int i = 1; i < 3; ++i)
+        if (argv[i][0] == '-') {
+            std::fprintf(stderr, "velmora-sim: %s is no option\n", argv[i]);
+            return usage(stderr, 2);
+        }
     Json::Value params(Json::objectValue);
     if (argc == 4) {
         params = IRPC::parse(argv[3]);

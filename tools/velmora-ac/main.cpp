@@ -2,6 +2,8 @@
 //   velmora-ac issue  ISSUER_CERT ISSUER_KEY HOLDER_CERT   PEM on standard output
 //   velmora-ac verify ISSUER_CERT HOLDER_CERT AC_FILE      rights as JSON; status 1 when rejected
 //   velmora-ac print  AC_FILE                              the diagnostic form
+//   velmora-ac --help                                      the usage (on standard error with status 2
+//                                                          for a wrong command line)
 // Temporary files go where the server puts them, under VELMORA_ROOT when set.
 // Messages of the authorization code go to standard error (VELMORA_DEBUG).
 #include "AuthorizationAttributesManager.h"
@@ -17,12 +19,13 @@ namespace {
 int const STATUS_REJECTED = 1;
 int const STATUS_USAGE = 2;
 
-int usage()
+// The usage on `out`; `status` is the exit status that goes with it.
+int usage(FILE* out, int status)
 {
-    std::fprintf(stderr, "usage: velmora-ac issue ISSUER_CERT ISSUER_KEY HOLDER_CERT\n"
-                         "       velmora-ac verify ISSUER_CERT HOLDER_CERT AC_FILE\n"
-                         "       velmora-ac print AC_FILE\n");
-    return STATUS_USAGE;
+    std::fprintf(out, "usage: velmora-ac issue ISSUER_CERT ISSUER_KEY HOLDER_CERT\n"
+                      "       velmora-ac verify ISSUER_CERT HOLDER_CERT AC_FILE\n"
+                      "       velmora-ac print AC_FILE\n");
+    return status;
 }
 
 int issue(AuthorizationAttributesManager& manager, char** arguments)
@@ -81,7 +84,9 @@ int run(int argc, char** argv)
         return withManager([argv](AuthorizationAttributesManager& manager) { return verify(manager, argv + 2); });
     if (argc == 3 && std::strcmp(argv[1], "print") == 0)
         return print(argv[2]);
-    return usage();
+    if (argc == 2 && (std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0))
+        return usage(stdout, 0);
+    return usage(stderr, STATUS_USAGE);
 }
 
 } // namespace
