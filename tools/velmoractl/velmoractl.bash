@@ -1,6 +1,6 @@
 # bash completion for velmoractl: subcommands, their options, key names,
 # application types, journal kinds, and the package names and uids that the
-# running server knows. The key names, types and kinds come from the tool's
+# running server knows (install: the packages offered and not installed). The key names, types and kinds come from the tool's
 # own --help, so that they follow the tool.
 _velmoractl()
 {
@@ -25,7 +25,9 @@ _velmoractl()
         state | terminate) words="--help $(velmoractl windows 2>/dev/null) $(velmoractl services 2>/dev/null)" ;;
         packages) words="--group --extended --manifest --help" ;;
         package) words="--extended --manifest --help $(velmoractl packages 2>/dev/null | cut -d' ' -f1)" ;;
-        install) words="--force --timeout --help $(velmoractl packages --manifest 2>/dev/null | cut -d' ' -f1)" ;;
+        install) # what the repository offers that is not installed yet
+            words="--force --timeout --help $(comm -23 <(velmoractl packages --manifest 2>/dev/null | cut -d' ' -f1 | sort) \
+                                                       <(velmoractl packages 2>/dev/null | cut -d' ' -f1 | sort))" ;;
         remove) words="--force --timeout --help $(velmoractl packages 2>/dev/null | cut -d' ' -f1)" ;;
         key) words="--device --session --help $(velmoractl key --help 2>/dev/null | sed -n 's/.* by name: //p')" ;;
         journal)
