@@ -10,8 +10,9 @@
 using namespace HostTest;
 
 // Exit status 0 for a result, 1 for a failed call (an install included, whose
-// failure comes only with its end), 2 for bad usage or no server. watch prints
-// the notifications asked for, one line each, and ends with 1 when the server goes.
+// failure comes only with its end), 2 for bad usage or no server; an empty list
+// prints nothing. watch prints the notifications asked for, one line each, and
+// ends with 1 and a line on stderr when the server goes.
 TEST(Velmoractl, PrintsResultsAndFailuresPressesKeysAndWatchesUntilTheServerGoes)
 {
     HostWorld world;
@@ -27,13 +28,17 @@ TEST(Velmoractl, PrintsResultsAndFailuresPressesKeysAndWatchesUntilTheServerGoes
     std::tuple<std::string, int, std::string> const cases[] = {
         {"state " + uid, 0, "RUNNING\n"},
         {"--json windows", 0, "{\"result\":[\"" + uid.substr(0, uid.size() - 1) + "\"]}\n"},
-        {"services", 0, "\n"},
+        {"services", 0, ""},
+        {"journal --limit 0", 0, ""}, // the server reads a limit of 0 as none
+        {"notify IX::c", 0, "ok\n"},
         {"params " + uid, 0, "...\"applicationURL\" : \"first\""},
-        {"windows --session 3", 1, "...invalid proxy"},
+        {"windows --session 3", 1, "...invalid proxy (-32000): no display session 3 on this server, which has 1 "
+                                   "display session (--session 0)\n"},
         {"state 999999", 1, "velmoractl: IApplicationManager.getState failed: invalid interface (-32000): no window or "
                             "service has the uid 999999 (velmoractl windows and velmoractl services list them, a "
                             "window once its program has reported; velmoractl journal --uid 999999 tells how one "
                             "ended)\n"},
+        {"params 999999", 1, "...invalid uid (-32000): no window has the uid 999999 ("},
         {"focus 999999 --json", 1, "{\"error\":{\"code\":-32000,\"message\":\"invalid uid\"}}\n"},
         {"install /nowhere.rpm --timeout 60", 1,
          "velmoractl: install failed: Generic failure (7): /nowhere.rpm is not in the box's repository "
@@ -43,6 +48,7 @@ TEST(Velmoractl, PrintsResultsAndFailuresPressesKeysAndWatchesUntilTheServerGoes
         {"call INone.method", 1, "...Method not found"},
         {"call RPC.ping 'not json'", 2, "...must be a JSON object"},
         {"state", 2, "...uid is required"},
+        {"bogus", 2, "...not expected: bogus"},
         {"launch --help", 0, "...--session"},
         {"--endpoint nobody services", 2, "...: cannot reach endpoint nobody in "},
     };
@@ -70,7 +76,7 @@ TEST(Velmoractl, PrintsResultsAndFailuresPressesKeysAndWatchesUntilTheServerGoes
     EXPECT_TRUE(BusTest::waitFor([&] { return world.ctl("windows").text == third.text; }));
 
     EXPECT_EQ(0, world.ctl("terminate " + third.text).status);
-    EXPECT_TRUE(BusTest::waitFor([&] { return world.ctl("windows").text == "\n"; }));
+    EXPECT_TRUE(BusTest::waitFor([&] { return world.ctl("windows").text.empty(); }));
 
     fs::path const fifo = world.base / "keys";
     ASSERT_EQ(0, ::mkfifo(fifo.c_str(), 0600));
@@ -82,7 +88,7 @@ TEST(Velmoractl, PrintsResultsAndFailuresPressesKeysAndWatchesUntilTheServerGoes
     EXPECT_EQ(0, world.ctl("key ok").status); // the demo's test sees a program take the keys
     ::close(keys);
 
-    FILE* watch = ::popen((std::string(VELMORA_CTL) + " watch IX::a").c_str(), "r");
+    FILE* watch = ::popen((std::string(VELMORA_CTL) + " watch IX::a 2>&1").c_str(), "r");
     // The watch's subscription can't be seen from here: send until it shows.
     std::string line;
     char buffer[256];
@@ -96,5 +102,7 @@ TEST(Velmoractl, PrintsResultsAndFailuresPressesKeysAndWatchesUntilTheServerGoes
     }
     EXPECT_EQ("IX::a {\"event\":\"IX::a\",\"n\":1}\n", line);
     EXPECT_EQ(0, server.stop(SIGTERM));
-    EXPECT_EQ(1, BusTest::finish(watch).status);
+    BusTest::Output const end = BusTest::finish(watch);
+    EXPECT_EQ(1, end.status);
+    EXPECT_TRUE(end.text.ends_with("velmoractl: the server went away (its connection closed)\n")) << end.text;
 }

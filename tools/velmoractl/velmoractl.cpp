@@ -26,6 +26,7 @@
 #include <cstring>
 #include <ctime>
 #include <functional>
+#include <limits>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -64,7 +65,8 @@ std::string styled(Json::Value const& value)
 }
 
 // Strings bare, null as "ok", lists of strings one a line, package records as
-// "name version-release", anything else as indented JSON.
+// "name version-release" (the repository's, which carry no version, as "name"),
+// anything else as indented JSON.
 std::string readable(Json::Value const& value)
 {
     if (value.isString())
@@ -78,7 +80,10 @@ std::string readable(Json::Value const& value)
         if (item.isString())
             text += item.asString();
         else if (item.isObject() && item["name"].isString())
-            text += item["name"].asString() + " " + item["version"].asString() + "-" + item["release"].asString();
+            text += item["name"].asString() +
+                    (item["version"].asString().empty()
+                         ? ""
+                         : " " + item["version"].asString() + "-" + item["release"].asString());
         else
             text += IRPC::write(item);
         text += "\n";
@@ -96,15 +101,48 @@ Json::Value parseJson(std::string const& text, char const* what)
     return value;
 }
 
-// What a failure for a uid that names nothing means to the person who typed it.
-std::string hintFor(Json::Value const& params, std::string const& message)
+// Whether the list that `method` answers (without parameters) holds `uid`.
+bool listHolds(RPCClient& client, char const* method, std::string const& uid)
 {
+    RPCConnection::Reply const reply = client.call(method, Json::Value(Json::objectValue));
+    if (!reply.ok || !reply.result.isArray())
+        return false;
+    return std::find(reply.result.begin(), reply.result.end(), Json::Value(uid)) != reply.result.end();
+}
+
+// The display sessions are numbered from 0: the first one whose window list
+// fails is their number (`session`, which failed, bounds the probe).
+std::string sessionHint(RPCClient& client, unsigned int session)
+{
+    unsigned int count = 0;
+    for (Json::Value probe; count < session; ++count) {
+        probe["proxy"] = count;
+        if (!client.call("IWindowManager.getWindowList", probe).ok)
+            break;
+    }
+    std::string const has = count == 0   ? "no display session"
+                            : count == 1 ? "1 display session (--session 0)"
+                                         : std::to_string(count) + " display sessions (--session 0 to " +
+                                               std::to_string(count - 1) + ")";
+    return "no display session " + std::to_string(session) + " on this server, which has " + has;
+}
+
+// What a failure for a uid or session that names nothing means to the person
+// who typed it; "" when the failure is another one.
+std::string hintFor(RPCClient& client, std::string const& method, Json::Value const& params, std::string const& message)
+{
+    if (message == "invalid proxy" && params["proxy"].isUInt())
+        return sessionHint(client, params["proxy"].asUInt());
     if (!params["uid"].isString() || (message != "invalid interface" && message != "invalid uid"))
         return std::string();
     std::string const uid = params["uid"].asString();
-    return "no window or service has the uid " + uid +
-           " (velmoractl windows and velmoractl services list them, a window once its program has reported;"
-           " velmoractl journal --uid " + uid + " tells how one ended)";
+    std::string const ended = "; velmoractl journal --uid " + uid + " tells how one ended)";
+    if (!method.starts_with("IWindowManager."))
+        return "no window or service has the uid " + uid +
+               " (velmoractl windows and velmoractl services list them, a window once its program has reported" + ended;
+    if (listHolds(client, "IServiceManager.getServiceList", uid))
+        return uid + " is a service, and this command is for windows only (velmoractl windows lists them)";
+    return "no window has the uid " + uid + " (velmoractl windows lists them, once their program has reported" + ended;
 }
 
 int report(Options const& options, std::string const& method, RPCConnection::Reply const& reply,
@@ -119,6 +157,8 @@ int report(Options const& options, std::string const& method, RPCConnection::Rep
             message["error"]["message"] = reply.message;
         }
         std::printf("%s\n", IRPC::write(message).c_str());
+    } else if (reply.ok && reply.result.isArray() && reply.result.empty()) {
+        // An empty list prints no line, as grep prints none for no match.
     } else if (reply.ok) {
         std::printf("%s\n", readable(reply.result).c_str());
     } else {
@@ -126,6 +166,22 @@ int report(Options const& options, std::string const& method, RPCConnection::Rep
                      hint.empty() ? "" : ": ", hint.c_str());
     }
     return reply.ok ? 0 : CALL_FAILED;
+}
+
+// report, with the hint for a failure that a person can mend (not with --json,
+// whose output is the raw reply).
+int reportCall(RPCClient& client, Options const& options, std::string const& method, Json::Value const& params,
+               RPCConnection::Reply const& reply)
+{
+    bool const hinted = !reply.ok && !options.json;
+    return report(options, method, reply, hinted ? hintFor(client, method, params, reply.message) : std::string());
+}
+
+// The end of `watch` or `journal --follow` when the server closed the connection.
+int serverWentAway()
+{
+    std::fprintf(stderr, "velmoractl: the server went away (its connection closed)\n");
+    return CALL_FAILED;
 }
 
 // Notifications, the end of the connection and stop signals, for the
@@ -215,7 +271,7 @@ int watch(RPCClient& client, std::vector<std::string> const& names)
     sigaddset(&stops, SIGUSR1);
     int signal = 0;
     sigwait(&stops, &signal);
-    return signal == SIGUSR1 ? CALL_FAILED : 0;
+    return signal == SIGUSR1 ? serverWentAway() : 0;
 }
 
 char const* const MANIFEST_RECORD = "IPackageManager.getManifestPackageInfo";
@@ -319,7 +375,7 @@ int launchWindow(RPCClient& client, Events& events, Options const& options, Json
     client.callOrThrow("RPC.subscribe", subscription);
     RPCConnection::Reply const reply = client.call("IWindowManager.launch", params);
     if (!reply.ok || !reply.result.isString() || !reply.result.asString().empty())
-        return report(options, "IWindowManager.launch", reply);
+        return reportCall(client, options, "IWindowManager.launch", params, reply);
     unsigned int const waitSeconds = 60;
     bool putOff = false;
     auto const outcome = events.await(
@@ -360,6 +416,8 @@ int launchWindow(RPCClient& client, Events& events, Options const& options, Json
 struct JournalRequest {
     Json::Value query{Json::objectValue};
     bool follow = false;
+    // False for --limit 0: the query then only tells where --follow starts.
+    bool printKept = true;
 };
 
 // Milliseconds since the epoch for TIME: "30s", "15m", "2h", "1d" ago, seconds
@@ -429,7 +487,8 @@ int journal(RPCClient& client, Events& events, Options const& options, JournalRe
         return report(options, "ILifecycleJournal.query", reply);
     std::uint64_t last = 0;
     for (Json::Value const& entry : reply.result) {
-        printJournalEntry(options, entry);
+        if (request.printKept)
+            printJournalEntry(options, entry);
         last = entry["sequence"].asUInt64();
     }
     if (!request.follow)
@@ -447,7 +506,7 @@ int journal(RPCClient& client, Events& events, Options const& options, JournalRe
         printJournalEntry(options, notification->second);
         last = notification->second["sequence"].asUInt64();
     }
-    return CALL_FAILED;
+    return serverWentAway();
 }
 
 // The input FIFO of `session`: the first entry of VELMORA_INPUT_DEVICES
@@ -520,6 +579,8 @@ int main(int argc, char** argv)
     app.add_option("--endpoint", options.endpoint, "Server endpoint name")->capture_default_str();
     app.add_flag("--json", options.json, "Print raw JSON replies and notifications");
     app.require_subcommand(1);
+    // A word that is no subcommand is named as unexpected, instead of "A subcommand is required".
+    app.positionals_at_end();
     // --json and --endpoint may come after the subcommand too.
     app.fallthrough();
 
@@ -635,6 +696,13 @@ int main(int argc, char** argv)
         if (!eventParams.empty())
             params = parseJson(eventParams, "the notification's members");
         params["event"] = event;
+        // The server answers true, always: printed "ok" as the other calls that only act.
+        action = [&](RPCClient& client, Events&) {
+            RPCConnection::Reply reply = client.call(method, params);
+            if (reply.ok && !options.json)
+                reply.result = Json::Value();
+            return report(options, method, reply);
+        };
     });
 
     CLI::App* watchCommand = app.add_subcommand("watch", "Print notifications as they come, until interrupted");
@@ -654,14 +722,18 @@ int main(int argc, char** argv)
     int journalSession = -1;
     unsigned int limit = 0;
     CLI::App* journalCommand = app.add_subcommand(
-        "journal", "Print the lifecycle journal, one entry a line: why each application started and went away");
+        "journal", "Print the lifecycle journal, one entry a line, oldest first: why each application started and "
+                   "went away (every entry the server keeps, unless the options narrow it)");
     journalCommand->add_flag("--follow,-f", journalRequest.follow, "Then print new entries as they come");
     journalCommand->add_option("--uid", uid, "Only this application's or service's entries");
     journalCommand->add_option("--since", since, "Only entries since TIME: 30s, 15m, 2h, 1d ago, epoch seconds or "
                                                  "YYYY-MM-DD HH:MM[:SS]");
     journalCommand->add_option("--kind", kind, "Only entries of this kind")->check(CLI::IsMember(JOURNAL_KINDS));
-    journalCommand->add_option("--session", journalSession, "Only this display session's entries");
-    journalCommand->add_option("--limit", limit, "Only the newest N entries");
+    journalCommand->add_option("--session", journalSession,
+                               "Only this display session's entries; -1: the services' and the box's own")
+        ->check(CLI::Range(-1, std::numeric_limits<int>::max()));
+    journalCommand->add_option("--limit", limit, "Only the newest N entries; 0: none, so that --follow prints only "
+                                                 "new ones");
     journalCommand->callback([&] {
         Json::Value& query = journalRequest.query;
         if (!uid.empty())
@@ -672,8 +744,10 @@ int main(int argc, char** argv)
             query["session"] = journalSession;
         if (!since.empty())
             query["since"] = Json::Int64(journalTime(since));
-        if (limit)
-            query["limit"] = limit;
+        // The server reads a limit of 0 as none: --limit 0 asks for the newest entry and prints none.
+        if (journalCommand->count("--limit"))
+            query["limit"] = std::max(limit, 1U);
+        journalRequest.printKept = limit != 0 || !journalCommand->count("--limit");
         action = [&](RPCClient& client, Events& events) { return journal(client, events, options, journalRequest); };
     });
 
@@ -729,8 +803,7 @@ int main(int argc, char** argv)
     try {
         if (action)
             return action(client, events);
-        RPCConnection::Reply const reply = client.call(method, params);
-        return report(options, method, reply, reply.ok ? std::string() : hintFor(params, reply.message));
+        return reportCall(client, options, method, params, client.call(method, params));
     } catch (Exception const& e) {
         std::fprintf(stderr, "velmoractl: %s\n", e.what());
         return CALL_FAILED;
