@@ -618,9 +618,10 @@ int main(int argc, char** argv)
     windows->add_option("--session", session, "Display session")->capture_default_str();
     windows->final_callback([&] { params["proxy"] = session; });
 
-    CLI::App* focus = simple("focus", "Give a window the focus (or take it with --release)", "IWindowManager.handleFocus");
+    CLI::App* focus = simple("focus", "Report a window's focus (the box ignores it: focus follows launches, Home, window ends)",
+                                     "IWindowManager.handleFocus");
     focus->add_option("uid", uid, "Window uid")->required();
-    focus->add_flag("--release", release, "Take the focus away instead");
+    focus->add_flag("--release", release, "Report the focus lost instead");
     focus->final_callback([&] {
         params["uid"] = uid;
         params["obtained"] = !release;
