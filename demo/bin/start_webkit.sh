@@ -7,8 +7,9 @@
 # ($VELMORA_ROOT); the page learns its uid and the server's WebSocket address
 # from the fragment "#uid=<uid>&ws=ws://127.0.0.1:<VELMORA_BOX_PORT>/".
 # The browser gets a fresh profile under $VELMORA_BOX_RUN/chromium/<uid>
-# (its XDG config and cache folders too: nothing goes to the home folder),
-# runs headless without $DISPLAY, and its DevTools address is written to
+# (its XDG config and cache folders too: nothing goes to the home folder) and
+# its temporary files under $VELMORA_BOX_RUN/tmp, runs headless without
+# $DISPLAY, and its DevTools address is written to
 # $VELMORA_BOX_RUN/devtools/<uid> while it runs.
 #
 # The server ends a window by ending this process: a signal ends the browser
@@ -67,6 +68,15 @@ profile=$VELMORA_BOX_RUN/chromium/$uid
 devtools=$VELMORA_BOX_RUN/devtools/$uid
 rm -rf "$profile"
 mkdir -p "$profile" "$VELMORA_BOX_RUN/devtools"
+# The browser's temporary files go with the box's run folder. Among them is
+# its single-instance socket, TMPDIR/org.chromium.Chromium.XXXXXX/SingletonSocket,
+# whose path must fit in 107 bytes or the browser aborts: a run folder that
+# deep leaves them in the usual place.
+browser_tmp=${TMPDIR:-/tmp}
+if [ "$(printf %s "$VELMORA_BOX_RUN/tmp" | wc -c)" -le $((107 - 45)) ]; then
+  browser_tmp=$VELMORA_BOX_RUN/tmp
+  mkdir -p "$browser_tmp"
+fi
 
 # shellcheck disable=SC2054 # commas inside flags
 flags=(
@@ -88,14 +98,18 @@ flags+=(${VELMORA_BROWSER_FLAGS:-})
 
 browser=
 finish() {
+  local socket
   trap - TERM INT HUP EXIT
   if [ -n "$browser" ]; then
     kill -TERM "$browser" 2>/dev/null
     wait "$browser" 2>/dev/null
   fi
+  # A killed browser leaves its socket's folder behind.
+  socket=$(readlink "$profile/SingletonSocket")
+  [[ $socket == "$browser_tmp"/org.chromium.Chromium.*/SingletonSocket ]] || socket=
   # In the background: the server's wait for this process is short, and a
   # program started on a loaded machine can take most of it.
-  rm -rf "$devtools" "$profile" &
+  rm -rf "$devtools" "$profile" ${socket:+"${socket%/*}"} &
 }
 trap 'finish; exit 0' TERM INT HUP
 trap finish EXIT
@@ -132,7 +146,7 @@ fifos=("$VELMORA_BOX_RUN/chromium/$uid".{events,commands,answers})
 events=${fifos[0]} commands=${fifos[1]} answers=${fifos[2]}
 rm -f "${fifos[@]}"
 mkfifo "${fifos[@]}"
-XDG_CONFIG_HOME=$profile XDG_CACHE_HOME=$profile \
+TMPDIR=$browser_tmp XDG_CONFIG_HOME=$profile XDG_CACHE_HOME=$profile \
   setpriv --pdeathsig KILL -- "${VELMORA_CHROMIUM:-/usr/bin/chromium}" "${flags[@]}" --remote-debugging-pipe \
   3<"$commands" 4>"$answers" 2>"$events" &
 browser=$!
