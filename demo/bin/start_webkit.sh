@@ -15,8 +15,11 @@
 # The server ends a window by ending this process: a signal ends the browser
 # first, and the browser is bound to die with this process (parent-death
 # signal) should this one be killed outright. A page that leaves (it reported
-# TERMINATED) closes its window, and the script then ends by itself, without
-# waiting for the server's kill. VELMORA_BROWSER_FLAGS adds flags
+# TERMINATED) closes its window, and the script then ends by itself (status
+# 0), without waiting for the server's kill. Otherwise the script ends as the
+# browser did, with its exit status or by its signal, and a signal sent to the
+# script ends it by that signal once the browser has gone: the server's
+# journal tells a crash from an end. VELMORA_BROWSER_FLAGS adds flags
 # (start_webkitGl.sh uses it).
 #
 # Outside a box (no VELMORA_BOX_RUN) the SDK's test program stands in for the
@@ -111,7 +114,24 @@ finish() {
   # program started on a loaded machine can take most of it.
   rm -rf "$devtools" "$profile" ${socket:+"${socket%/*}"} &
 }
-trap 'finish; exit 0' TERM INT HUP
+# Ends this script as the browser ended (STATUS as wait gives it): with its
+# exit status, or killed by the same signal, re-raised without a core dump.
+# A signal that does not end a process by default, or that this process
+# blocks or ignores, leaves the exit status.
+end_as() {
+  local signal=$(($1 - 128))
+  finish
+  case $signal in
+    17 | 18 | 19 | 20 | 21 | 22 | 23 | 28) ;;
+    [1-9] | [12][0-9] | 3[01])
+      ulimit -c 0
+      kill -s "$signal" $$ ;;
+  esac
+  exit "$1"
+}
+trap 'end_as 143' TERM
+trap 'end_as 130' INT
+trap 'end_as 129' HUP
 trap finish EXIT
 
 # Ends with status 0 once the browser, spoken to over its DevTools pipe (one
@@ -165,12 +185,18 @@ while IFS= read -r line <&3; do
 done
 if [ ! -e "$devtools" ]; then
   echo "start_webkit.sh: the browser (${VELMORA_CHROMIUM:-/usr/bin/chromium}) ended before it served DevTools" >&2
-  exit 1
+  wait "$browser"
+  status=$?
+  end_as $((status == 0 ? 1 : status))
 fi
 grep --line-buffered -Ev "$noise" <&3 >&2 &
-# The window ends when its page closed it, or with the browser.
+# The window ends when its page closed it (the watcher's 0), or with the
+# browser (the watcher ends with 1 when the browser's pipe closes).
 wait -n -p ended "$browser" "$watcher"
 status=$?
-if [ "$ended" = "$watcher" ] && [ "$status" -ne 0 ]; then
+if [ "$ended" = "$watcher" ]; then
+  [ "$status" -eq 0 ] && exit 0
   wait "$browser"
+  status=$?
 fi
+end_as "$status"
