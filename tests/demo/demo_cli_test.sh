@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
-# scripts/demo from the shell, against the build tree BUILD_DIR: a box booted
-# with --detach answers, its native master window stays on Back, a second
-# --detach reuses it, a killed server's box is cleaned up and booted anew,
-# --stop leaves nothing (twice), and a port in use is refused before anything
-# starts. The master window is a native program: no browser is needed.
+# scripts/demo from the shell, against the build tree BUILD_DIR: --stop
+# without a box makes none, a box booted with --detach answers, its native
+# master window stays on Back, a second --detach reuses it, a killed server's
+# box is cleaned up and booted anew with the packages its user left and the
+# killed run's logs kept, --stop leaves nothing (twice), Ctrl-C during a boot
+# stops what it started, and a port in use is refused before anything starts.
+# The master window is a native program: no browser is needed.
 #   tests/demo/demo_cli_test.sh BUILD_DIR
 set -euo pipefail
 project=$(cd "$(dirname "$0")/../.." && pwd)
@@ -44,6 +46,8 @@ gone() { ! alive "$@"; }
 ended() { eventually gone "$@"; }
 trap 'demo --stop >/dev/null 2>&1 || true' EXIT
 
+check "--stop without a box makes no box" 'demo --stop 2>/dev/null && [ ! -e "$box" ]'
+
 expected="endpoint $box/run/bus/ZAV.sock
 port $VELMORA_BOX_PORT"
 check "--detach prints the endpoint and the port" '[ "$(demo --detach 2>"$box.err")" = "$expected" ]'
@@ -58,18 +62,35 @@ server=$(cat "$box/run/pids/server")
 check "a second --detach reuses the box" \
   '[ "$(demo --detach 2>/dev/null)" = "$expected" ] && [ "$(cat "$box/run/pids/server")" = "$server" ]'
 
+check "a package is removed" 'ctl remove velmora-app-news >/dev/null'
 old=$(groups)
 kill -KILL "$server"
 check "--detach after the server was killed boots a new box" \
   '[ "$(demo --detach 2>/dev/null)" = "$expected" ] && [ "$(cat "$box/run/pids/server")" != "$server" ]'
 check "nothing of the killed box is left" 'ended $old'
 check "the new box answers" 'ctl windows | grep -q .'
+check "the new box keeps the packages as they were left" \
+  'ctl packages | grep -q velmora-native-demo && ! ctl packages | grep -q velmora-app-news'
+check "the killed run's log is kept" 'grep -q "serving ZAV" "$box/log/server.log.1"'
 
 new=$(groups)
 check "--stop ends the box" 'demo --stop 2>/dev/null'
 check "no process of the box is left" 'ended $new'
 check "no socket or FIFO is left" '[ ! -e "$box/run" ]'
 check "a second --stop is fine" 'demo --stop 2>/dev/null'
+
+# Ctrl-C once the server has started. Started in the background, the script
+# begins with SIGINT ignored, as a job of a script does, and must take it all
+# the same.
+"$project/scripts/demo" --detach >/dev/null 2>"$box.err" &
+booting=$!
+check "the interrupted boot starts the server" 'eventually test -s "$box/run/pids/server"'
+new=$(groups)
+kill -INT "$booting"
+status=0
+wait "$booting" || status=$?
+check "an interrupted boot says so" '[ $status -eq 130 ] && grep -q interrupted "$box.err" && ! grep -q error: "$box.err"'
+check "an interrupted boot stops what it started" 'ended $new && [ ! -e "$box/run" ]'
 
 # A port in use: refused with its number, before anything starts.
 exec 3< <(exec python3 -c 'import signal, socket, sys
