@@ -9,6 +9,8 @@
 #   tests/demo/demo_cli_test.sh BUILD_DIR
 set -euo pipefail
 project=$(cd "$(dirname "$0")/../.." && pwd)
+# shellcheck source=tests/demo/eventually.sh
+. "$project/tests/demo/eventually.sh"
 build=$(realpath "$1")
 box=$build/demo-cli-test
 rm -rf "$box"
@@ -33,14 +35,6 @@ alive() {
     ps -o stat= -g "$group" 2>/dev/null | grep -qv '^Z' && return 0
   done
   return 1
-}
-# True once the command holds, for up to 20 s.
-eventually() {
-  local deadline=$((SECONDS + 20))
-  until "$@"; do
-    ((SECONDS < deadline)) || return 1
-    sleep 0.1
-  done
 }
 gone() { ! alive "$@"; }
 ended() { eventually gone "$@"; }

@@ -7,6 +7,8 @@
 #   tests/demo/launch_script_test.sh WORK_DIR
 set -euo pipefail
 project=$(cd "$(dirname "$0")/../.." && pwd)
+# shellcheck source=tests/demo/eventually.sh
+. "$project/tests/demo/eventually.sh"
 work=$(realpath -m "$1")/launch-script-test
 rm -rf "$work"
 mkdir -p "$work/run" "$work/tmp"
@@ -28,14 +30,6 @@ chmod +x "$VELMORA_CHROMIUM"
 fail() {
   echo "FAILED: $1" >&2
   exit 1
-}
-# True once the command holds, for up to 20 s.
-eventually() {
-  local deadline=$((SECONDS + 20))
-  until "$@"; do
-    ((SECONDS < deadline)) || return 1
-    sleep 0.1
-  done
 }
 # Starts a window and, once it serves DevTools, ends it with the shell command
 # ENDING (none: the browser ends by itself); prints how the window's process
