@@ -17,5 +17,6 @@ if [ -n "${VELMORA_BOX_RUN:-}" ]; then
   if [ -n "$program" ] && [ -x "${VELMORA_ROOT:-}/usr/local/bin/$program" ]; then
     exec "${VELMORA_ROOT:-}/usr/local/bin/$program"
   fi
+  echo "start_other.sh: no program '$program' in the box's program folder; the SDK's test program stands in" >&2
 fi
 exec "${VELMORA_APP_PROGRAM:-velmora-test-app}"
