@@ -1,7 +1,8 @@
 # bash completion for velmoractl: subcommands, their options, key names,
 # application types, journal kinds, and the package names and uids that the
-# running server knows (install: the packages offered and not installed). The key names, types and kinds come from the tool's
-# own --help, so that they follow the tool.
+# running server knows (install: the packages offered and not installed). The
+# key names, types and kinds come from the tool's own --help, so that they
+# follow the tool.
 _velmoractl()
 {
     local cur=${COMP_WORDS[COMP_CWORD]} command="" word skip=""
