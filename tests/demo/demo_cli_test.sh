@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # scripts/demo from the shell, against the build tree BUILD_DIR: --stop
 # without a box makes none, a box booted with --detach answers, its native
-# master window stays on Back, a second --detach reuses it, a killed server's
+# master window stays on Back, a second --detach reuses it, a package that
+# others require is not removed and the failure names them, a killed server's
 # box is cleaned up and booted anew with the packages its user left and the
 # killed run's logs kept, --stop leaves nothing (twice), Ctrl-C during a boot
 # stops what it started, and a port in use is refused before anything starts.
@@ -57,6 +58,9 @@ check "a second --detach reuses the box" \
   '[ "$(demo --detach 2>/dev/null)" = "$expected" ] && [ "$(cat "$box/run/pids/server")" = "$server" ]'
 
 check "a package is removed" 'ctl remove velmora-app-news >/dev/null'
+check "a package that others require stays, and the failure names them" \
+  'failure=$(ctl remove velmora-system 2>&1 >/dev/null); [ $? -eq 1 ] &&
+   [[ $failure == *"required by "*velmora-app-clock* ]] && ctl packages | grep -q velmora-system'
 old=$(groups)
 kill -KILL "$server"
 check "--detach after the server was killed boots a new box" \

@@ -293,15 +293,38 @@ bool knownPackage(RPCClient& client, std::string const& method, std::string cons
     return reply.ok && knownPackage(method, reply.result);
 }
 
+// The installed packages, other than `removed`, that require `name`, separated by blanks.
+std::string requirersOf(RPCClient& client, std::string const& name, std::vector<std::string> const& removed)
+{
+    Json::Value params;
+    params["listRequest"]["groups"] = Json::Value(Json::arrayValue);
+    RPCConnection::Reply const reply = client.call("IPackageManager.getExtendedPackageInfoList", params);
+    std::string requirers;
+    for (Json::Value const& record : reply.ok ? reply.result : Json::Value(Json::arrayValue)) {
+        std::string const requirer = record["name"].asString();
+        if (std::find(removed.begin(), removed.end(), requirer) != removed.end())
+            continue;
+        for (Json::Value const& dependency : record["dependencies"])
+            if (dependency["name"] == name) {
+                requirers += (requirers.empty() ? "" : " ") + requirer;
+                break;
+            }
+    }
+    return requirers;
+}
+
 // What makes an install or remove of `packages` fail that the server knows:
-// a package already installed or not offered, or one not installed; "" when
-// none of these stands out.
+// a package already installed or not offered, one not installed, or one that
+// an installed package requires; "" when none of these stands out.
 std::string likelyCause(RPCClient& client, std::string const& action, std::vector<std::string> const& packages)
 {
     for (std::string const& name : packages) {
         bool const installed = knownPackage(client, "IPackageManager.getPackageInfo", name);
         if (action == "remove" && !installed)
             return name + " is not installed";
+        std::string const requirers = action == "remove" ? requirersOf(client, name, packages) : "";
+        if (!requirers.empty())
+            return name + " is required by " + requirers + " (remove them with it, or use --force)";
         if (action == "install" && installed)
             return name + " is installed already";
         if (action == "install" && !knownPackage(client, MANIFEST_RECORD, name))
