@@ -127,12 +127,14 @@ std::string sessionHint(RPCClient& client, unsigned int session)
     return "no display session " + std::to_string(session) + " on this server, which has " + has;
 }
 
-// What a failure for a uid or session that names nothing means to the person
-// who typed it; "" when the failure is another one.
+// What a failure for a uid or session that names nothing, or of an Android
+// launch, means to the person who typed it; "" when the failure is another one.
 std::string hintFor(RPCClient& client, std::string const& method, Json::Value const& params, std::string const& message)
 {
     if (message == "invalid proxy" && params["proxy"].isUInt())
         return sessionHint(client, params["proxy"].asUInt());
+    if (method == "IWindowManager.launch" && params["applicationType"] == "ANDROID")
+        return "Android applications run on the box's Android slave server, which did not take the launch: is it up?";
     if (!params["uid"].isString() || (message != "invalid interface" && message != "invalid uid"))
         return std::string();
     std::string const uid = params["uid"].asString();
