@@ -11,6 +11,7 @@
 #include "LifecycleEntry.h"
 #include "frame/DebugPrint.h"
 #include "frame/Exception.h"
+#include "interfaces/ILifecycleManagement.h"
 #include "interfaces/IRPC.h"
 #include "rpc/RPCClient.h"
 #include "rpc/RuntimeDirectory.h"
@@ -655,7 +656,12 @@ int main(int argc, char** argv)
     CLI::App* stateCommand = simple("state", "Print an application's state, or request a new one",
                                     "IApplicationManager.getState");
     stateCommand->add_option("uid", uid, "Application or service uid")->required();
-    stateCommand->add_option("state", state, "Requested state (e.g. RUNNING, SUSPENDED)");
+    stateCommand->add_option("state", state, "Requested state")
+        ->check(CLI::IsMember(std::vector<std::string>{
+            ILifecycleManagement::STATE_RUNNING, ILifecycleManagement::STATE_SUSPENDED,
+            ILifecycleManagement::STATE_TERMINATING, ILifecycleManagement::STATE_TERMINATED,
+            ILifecycleManagement::STATE_INITIALIZING, ILifecycleManagement::STATE_UNINITIALIZED,
+            ILifecycleManagement::STATE_CRASHED, ILifecycleManagement::STATE_RUNAWAY}));
     stateCommand->final_callback([&] {
         params["uid"] = uid;
         if (!state.empty()) {
