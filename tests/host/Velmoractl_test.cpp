@@ -48,7 +48,8 @@ TEST(Velmoractl, PrintsResultsAndFailuresPressesKeysAndWatchesUntilTheServerGoes
         {"call INone.method", 1, "...Method not found"},
         {"call RPC.ping 'not json'", 2, "...must be a JSON object"},
         {"state", 2, "...uid is required"},
-        {"state " + uid.substr(0, uid.size() - 1) + " running", 2, "...running not in {RUNNING,"}, // only the box's states, spelt as it does
+        // Only the box's states, spelt as it does.
+        {"state " + uid.substr(0, uid.size() - 1) + " running", 2, "...running not in {RUNNING,"},
         {"bogus", 2, "...not expected: bogus"},
         {"launch --help", 0, "...--session"},
         {"--endpoint nobody services", 2, "...: cannot reach endpoint nobody in "},
