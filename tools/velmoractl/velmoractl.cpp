@@ -296,14 +296,20 @@ bool knownPackage(RPCClient& client, std::string const& method, std::string cons
     return reply.ok && knownPackage(method, reply.result);
 }
 
-// The installed packages, other than `removed`, that require `name`, separated by blanks.
-std::string requirersOf(RPCClient& client, std::string const& name, std::vector<std::string> const& removed)
+// The installed packages' records, with their dependencies; none when the call fails.
+Json::Value installedRecords(RPCClient& client)
 {
     Json::Value params;
     params["listRequest"]["groups"] = Json::Value(Json::arrayValue);
     RPCConnection::Reply const reply = client.call("IPackageManager.getExtendedPackageInfoList", params);
+    return reply.ok && reply.result.isArray() ? reply.result : Json::Value(Json::arrayValue);
+}
+
+// The packages of `installed`, other than `removed`, that require `name`, separated by blanks.
+std::string requirersOf(Json::Value const& installed, std::string const& name, std::vector<std::string> const& removed)
+{
     std::string requirers;
-    for (Json::Value const& record : reply.ok ? reply.result : Json::Value(Json::arrayValue)) {
+    for (Json::Value const& record : installed) {
         std::string const requirer = record["name"].asString();
         if (std::find(removed.begin(), removed.end(), requirer) != removed.end())
             continue;
@@ -321,14 +327,15 @@ std::string requirersOf(RPCClient& client, std::string const& name, std::vector<
 // an installed package requires; "" when none of these stands out.
 std::string likelyCause(RPCClient& client, std::string const& action, std::vector<std::string> const& packages)
 {
+    Json::Value const installed = action == "remove" ? installedRecords(client) : Json::Value(Json::arrayValue);
     for (std::string const& name : packages) {
-        bool const installed = knownPackage(client, "IPackageManager.getPackageInfo", name);
-        if (action == "remove" && !installed)
+        bool const isInstalled = knownPackage(client, "IPackageManager.getPackageInfo", name);
+        if (action == "remove" && !isInstalled)
             return name + " is not installed";
-        std::string const requirers = action == "remove" ? requirersOf(client, name, packages) : "";
+        std::string const requirers = requirersOf(installed, name, packages);
         if (!requirers.empty())
             return name + " is required by " + requirers + " (remove them with it, or use --force)";
-        if (action == "install" && installed)
+        if (action == "install" && isInstalled)
             return name + " is installed already";
         if (action == "install" && !knownPackage(client, MANIFEST_RECORD, name))
             return name + NOT_OFFERED;
