@@ -96,7 +96,21 @@ ZAVRPCServer::ZAVRPCServer(std::vector<WindowManager*> const& windowManagers, Po
 
     // These answer without waiting for a manager: no hand-off to a handler thread.
     quickMethods = {"IApplicationManager.activate", "IApplicationManager.suspend", "IPortMapper.registerService",
-                    "IPortMapper.lookupService", "IWindowManager.notify"};
+                    "IPortMapper.lookupService", "IWindowManager.notify", "IWindowManager.dispatchEvent"};
+}
+
+// These make one call to the window manager of the session they name: on
+// that manager's thread the call runs in place. An unknown session is
+// answered by the handler, on a handler thread.
+CommandProcessor* ZAVRPCServer::answeringProcessor(Request const& request)
+{
+    std::string const& method = request.getMethod();
+    if (method != "IWindowManager.getWindowList" && method != "IWindowManager.launch")
+        return nullptr;
+    Json::Value const& parameters = request.getBody()["params"];
+    if (!parameters.isObject() || !parameters["proxy"].isUInt())
+        return nullptr;
+    return getWindowManager(parameters["proxy"].asUInt());
 }
 
 ZAVRPCServer::~ZAVRPCServer()
@@ -123,7 +137,7 @@ std::string ZAVRPCServer::guarded(Request const& request, Body const& body)
 {
     std::string const& method = request.getMethod();
     try {
-        Deserializer parameters(request.getParameters());
+        Deserializer parameters(request.getBody().get("params", Json::Value())); // parsed once, with the request
         return body(parameters);
     } catch (Exception const& e) {
         VLOG(DebugLevelError, "%s(): caught exception: %s\n", handlerName(method), e.what());

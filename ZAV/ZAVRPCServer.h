@@ -26,7 +26,8 @@
 //
 // Threads: handlers run on the RPC server's handler threads, several at once,
 // and wait for the managers' threads; the few that never block run on the
-// reading threads. Listener operations run on the managers' threads and only
+// reading threads; getWindowList and launch of an existing session run on
+// that session's window manager's thread, where its operations run in place. Listener operations run on the managers' threads and only
 // hand a text to the transport. setWebAddress, init, shutdown and the
 // destructor belong to the owner's thread.
 #pragma once
@@ -136,6 +137,9 @@ public:
     virtual std::string lookupService(Request const& request);
     virtual std::string notify(Request const& request);
     virtual std::string queryJournal(Request const& request);
+
+protected:
+    CommandProcessor* answeringProcessor(Request const& request) override;
 
 private:
     using Body = std::function<std::string(Deserializer& parameters)>;

@@ -1,5 +1,6 @@
 #include "rpc/RPCConnection.h"
 
+#include "frame/CommandProcessor.h"
 #include "frame/DebugPrint.h"
 #include "serial/Deserializer.h"
 #include "frame/Exception.h"
@@ -223,13 +224,48 @@ void RPCConnection::dispatch(std::string const& text)
     answerRequest(IRPC::RPCSynchronousMethodObject(method, std::move(params), std::move(paramsText)), std::move(id));
 }
 
+// A request answered on a processor's thread. Dropped unrun by a processor
+// that has stopped, it answers with the status such a processor gives.
+class RPCConnection::AnswerCommand : public CommandProcessor::Command {
+public:
+    AnswerCommand(CommandProcessor* processor, std::shared_ptr<RPCConnection> connection,
+                  IRPC::RPCSynchronousMethodObject request, Json::Value id)
+        : Command(processor), connection(std::move(connection)), request(std::move(request)), id(std::move(id))
+    {
+    }
+    ~AnswerCommand() override
+    {
+        if (!answered)
+            connection->sendReply(
+                id, IRPC::RPCErrorObject(request.getMethod(), Exception(ReturnInvalidState).what()).serialize());
+    }
+    void call() override
+    {
+        answered = true;
+        connection->answer(request, id);
+    }
+
+private:
+    std::shared_ptr<RPCConnection> const connection;
+    IRPC::RPCSynchronousMethodObject const request;
+    Json::Value const id;
+    bool answered = false;
+};
+
 void RPCConnection::answerRequest(IRPC::RPCSynchronousMethodObject request, Json::Value id)
 {
     if (handler.neverBlocks(request.getMethod()))
         return answer(request, id);
+    if (CommandProcessor* const processor = handler.answeringProcessor(request))
+        return answerOn(*processor, std::move(request), std::move(id));
     runDetached([self = shared_from_this(), request = std::move(request), id = std::move(id)] {
         self->answer(request, id);
     });
+}
+
+void RPCConnection::answerOn(CommandProcessor& processor, IRPC::RPCSynchronousMethodObject request, Json::Value id)
+{
+    processor.queueCommand(new AnswerCommand(&processor, shared_from_this(), std::move(request), std::move(id)), true);
 }
 
 void RPCConnection::answer(IRPC::RPCSynchronousMethodObject const& request, Json::Value const& id)
@@ -246,6 +282,11 @@ void RPCConnection::answer(IRPC::RPCSynchronousMethodObject const& request, Json
     }
     if (!isReplyObject(reply))
         reply = IRPC::RPCErrorObject(request.getMethod(), "unknown").serialize();
+    sendReply(id, reply);
+}
+
+void RPCConnection::sendReply(Json::Value const& id, std::string const& reply)
+{
     sendText("{\"id\":" + idText(id) + "," + reply.substr(1));
 }
 

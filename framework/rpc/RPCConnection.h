@@ -3,7 +3,8 @@
 // their answer up to a deadline. An incoming request whose handler never
 // blocks is answered at once on the reading thread; any other goes to a
 // handler thread of the transport's context, apart from the reading threads,
-// so a handler that blocks never stops the reading of this or any other
+// or to the thread of the command processor that the handler names for it, so
+// a handler that blocks never stops the reading of this or any other
 // connection. Notifications and answers are handled in arrival order, on the
 // reading thread. No message a peer sends stops the reading: a malformed one
 // is answered with an error or dropped. Texts beyond Deserializer's bounds on
@@ -28,6 +29,8 @@
 
 namespace Velmora {
 
+class CommandProcessor;
+
 class RPCConnection : public std::enable_shared_from_this<RPCConnection> {
 public:
     // Who serves what arrives on a connection.
@@ -39,6 +42,12 @@ public:
         // True when handleRequest for `method` never blocks, so that it may run
         // on the transport's thread without a hand-off to a worker.
         virtual bool neverBlocks(std::string const& method) const = 0;
+        // The processor whose thread answers `request`, or null for a handler
+        // thread. There the handler's calls to that processor's own operations
+        // run in place: no hand-off to a handler thread and back. The request
+        // is answered whatever happens: a processor that has stopped drops it,
+        // and the peer gets the error "Invalid state".
+        virtual CommandProcessor* answeringProcessor(IRPC::RPCSynchronousMethodObject const&) { return nullptr; }
         virtual void handleNotification(RPCConnection& connection, std::string const& name,
                                         Json::Value const& parameters) = 0;
         // false closes the new connection at once (too many connections).
@@ -115,16 +124,23 @@ protected:
     virtual void write(std::string text) = 0;
     // Transport side: run `job` on a handler thread of the transport.
     virtual void runDetached(std::function<void()> job) = 0;
+    // Transport side: answer `request` on `processor`'s thread; an exchange
+    // that must answer before it returns answers in place.
+    virtual void answerOn(CommandProcessor& processor, IRPC::RPCSynchronousMethodObject request, Json::Value id);
     // Transport side: close the socket at once; no transport thread runs.
     virtual void closeTransportStopped() {}
 
+    void answer(IRPC::RPCSynchronousMethodObject const& request, Json::Value const& id);
+
 private:
     struct PendingCall;
+    class AnswerCommand;
     // Enters `call` in the table and sends the request; returns its id.
     unsigned long long send(std::string const& method, Json::Value params, std::shared_ptr<PendingCall> const& call);
     void dispatch(std::string const& text);
     void answerRequest(IRPC::RPCSynchronousMethodObject request, Json::Value id);
-    void answer(IRPC::RPCSynchronousMethodObject const& request, Json::Value const& id);
+    // `reply`: the serialize() text of a result, return or error object.
+    void sendReply(Json::Value const& id, std::string const& reply);
     void completeCall(Json::Value const& message);
     void sendError(Json::Value const& id, int code, std::string const& text);
 

@@ -37,6 +37,10 @@ public:
 protected:
     void write(std::string text) override { reply = std::move(text); }
     void runDetached(std::function<void()> job) override { job(); }
+    void answerOn(CommandProcessor&, IRPC::RPCSynchronousMethodObject request, Json::Value id) override
+    {
+        answer(request, id);
+    }
 
 private:
     std::string reply;

@@ -247,6 +247,22 @@ TEST(RPCSurface, ABusyManagerHoldsOnlyItsOwnCallersWhileHundredsOfOthersAreServe
     EXPECT_EQ(IRPC::parse(waiting.ask(BusTest::request("IWindowManager.getWindowList", R"({"proxy":0})")))["result"].size(), 2u);
 }
 
+// getWindowList and launch go to their session's thread: a session whose
+// manager has stopped must still answer them, not leave the caller waiting.
+TEST(RPCSurface, ASessionWhoseManagerHasStoppedAnswersItsCallersWithAnError)
+{
+    RpcWorld world;
+    world.sessions[0]->uninit();
+    RawPeer peer(world.runtime.socket("ZAV"));
+    for (auto const& [method, params] : {std::pair{"IWindowManager.getWindowList", R"({"proxy":0})"},
+                                         std::pair{"IWindowManager.launch", R"({"proxy":0,"applicationURL":"x"})"}}) {
+        Json::Value const reply = IRPC::parse(peer.ask(BusTest::request(method, params)));
+        EXPECT_EQ(reply["error"]["message"], "Invalid state") << method;
+    }
+    EXPECT_EQ(IRPC::parse(peer.ask(BusTest::request("IWindowManager.getWindowList", R"({"proxy":1})")))["result"].size(), 2u);
+    EXPECT_EQ(world.calls.all(), std::vector<std::string>{}); // nothing launched
+}
+
 namespace {
 
 // The reply to an HTTP request with `origin` ("" for none) sent to the loopback
