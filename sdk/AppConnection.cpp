@@ -43,20 +43,37 @@ std::string AppConnection::uidFromEnvironment()
 
 // The server starts its services during its first boot pass, before its own
 // endpoint accepts: a program waits for the endpoint's socket rather than fail.
+// The watch is made only when the first dial fails, since closing it waits for
+// the kernel (milliseconds, at every start); the dial after it catches an
+// endpoint that appeared in between.
 void AppConnection::connect()
 {
     std::string const server = environment("VELMORA_APP_HOSTNAME", "ZAV");
-    EndpointWatch watch(server); // before the first dial, so that no appearance is missed
-    try {
-        client.connect(server);
-    } catch (Exception const&) {
-        if (watch.await(ENDPOINT_WAIT_MS) != EndpointWatch::Result::Appeared)
-            throw;
-        client.connect(server);
-    }
+    if (!tryConnect(server))
+        awaitAndConnect(server);
     Json::Value params;
     params["uid"] = uid;
     client.callOrThrow("RPC.register", params);
+}
+
+void AppConnection::awaitAndConnect(std::string const& server)
+{
+    EndpointWatch watch(server);
+    if (tryConnect(server))
+        return;
+    if (watch.await(ENDPOINT_WAIT_MS) != EndpointWatch::Result::Appeared)
+        throw Exception(ReturnGenericFailure);
+    client.connect(server);
+}
+
+bool AppConnection::tryConnect(std::string const& server)
+{
+    try {
+        client.connect(server);
+        return true;
+    } catch (Exception const&) {
+        return false;
+    }
 }
 
 // Reports leave under the state lock, so the server hears them in the order of

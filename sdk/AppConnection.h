@@ -62,6 +62,11 @@ public:
 
 private:
     void installMethods();
+    // Dials once; false when nobody answers.
+    bool tryConnect(std::string const& server);
+    // Dials again under a watch of the endpoint, and once more when it appears
+    // within the wait; throws Exception otherwise.
+    void awaitAndConnect(std::string const& server);
 
     std::string uid;
     RPCClient client;
