@@ -27,9 +27,10 @@
 // Threads: handlers run on the RPC server's handler threads, several at once,
 // and wait for the managers' threads; the few that never block run on the
 // reading threads; getWindowList and launch of an existing session run on
-// that session's window manager's thread, where its operations run in place. Listener operations run on the managers' threads and only
-// hand a text to the transport. setWebAddress, init, shutdown and the
-// destructor belong to the owner's thread.
+// that session's window manager's thread, where its operations run in place.
+// Listener operations run on the managers' threads and only hand a text to
+// the transport. setWebAddress, init, shutdown and the destructor belong to
+// the owner's thread.
 #pragma once
 
 #include "ZAVServer.h"
