@@ -2,6 +2,8 @@
 
 #include "frame/DebugPrint.h"
 
+#include <pthread.h>
+
 namespace Velmora {
 
 static char const MODULE[] = "RPCIoContext";
@@ -11,6 +13,8 @@ RPCIoContext::RPCIoContext(unsigned int ioThreads, unsigned int handlerThreads)
 {
     for (unsigned int i = 0; i < ioThreads; ++i)
         implementation->threads.emplace_back([loop = implementation] {
+            // Named, so that ps, perf and gdb do not show the creating thread's name.
+            pthread_setname_np(pthread_self(), "RPCIo");
             // A handler that throws must not cost the loop a thread.
             while (!loop->io.stopped())
                 runLoggingExceptions(MODULE, __LINE__, "run", [&loop] { loop->io.run(); });

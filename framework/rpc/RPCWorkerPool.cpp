@@ -2,6 +2,8 @@
 
 #include "frame/DebugPrint.h"
 
+#include <pthread.h>
+
 namespace Velmora {
 
 static char const MODULE[] = "RPCWorkerPool";
@@ -22,6 +24,7 @@ void RPCWorkerPool::post(std::function<void()> job)
 
 void RPCWorkerPool::work()
 {
+    pthread_setname_np(pthread_self(), "RPCHandler");
     std::unique_lock lock(mutex);
     for (;;) {
         ++idle;
