@@ -6,20 +6,27 @@
 #include <json/writer.h>
 
 #include <memory>
+#include <sstream>
 
 namespace Velmora {
 
 namespace {
 
-Json::StreamWriterBuilder const& compactWriter()
+// One line, UTF-8 as it is. A writer and its stream per thread: making them
+// anew costs more than writing a small message.
+std::string compactText(Json::Value const& value)
 {
-    static Json::StreamWriterBuilder const builder = [] {
-        Json::StreamWriterBuilder b;
-        b["indentation"] = "";
-        b["emitUTF8"] = true;
-        return b;
+    thread_local std::unique_ptr<Json::StreamWriter> const writer = [] {
+        Json::StreamWriterBuilder builder;
+        builder["indentation"] = "";
+        builder["emitUTF8"] = true;
+        return std::unique_ptr<Json::StreamWriter>(builder.newStreamWriter());
     }();
-    return builder;
+    thread_local std::ostringstream stream;
+    stream.str(std::string());
+    stream.clear();
+    writer->write(value, &stream);
+    return stream.str();
 }
 
 } // namespace
@@ -58,7 +65,7 @@ std::string IRPC::sourceText(Json::Value const& value, std::string const& text)
     return text.substr(static_cast<std::size_t>(start), static_cast<std::size_t>(limit - start));
 }
 
-std::string IRPC::write(Json::Value const& value) { return Json::writeString(compactWriter(), value); }
+std::string IRPC::write(Json::Value const& value) { return compactText(value); }
 
 IRPC::RPCObject::RPCObject(std::string const& method) : method(method) { body["jsonrpc"] = "2.0"; }
 
