@@ -17,8 +17,11 @@ static char const MODULE[] = "RPCServer";
 
 namespace {
 
-// Reading and the handlers that never block; more readers only add hand-offs.
-constexpr unsigned int IO_THREADS = 2;
+// Reading and the handlers that never block. One thread: with two, the loop
+// wakes the second for every message read, to wait on the sockets meanwhile,
+// a thread switch per message that a small box pays for; what may block runs
+// on the handler threads anyway.
+constexpr unsigned int IO_THREADS = 1;
 // Handlers that may block, each on its own thread up to this many at once.
 constexpr unsigned int HANDLER_THREADS = 16;
 
