@@ -1,12 +1,15 @@
 // Input figures, over the box's real pieces (the test world of the window
 // tests: launch scripts, simulators, certificates, the input FIFO):
-//   key_to_app_ratio             a key's records written into the input FIFO
-//                                to the press's arrival in the focused
-//                                application's SDK callback (this binary,
-//                                started as the application), against the
-//                                plainest way to do that: one process reads
-//                                the records from a FIFO and passes them over
-//                                a Unix socket to another
+//   key_to_app_ratio             a press's records written into the input FIFO
+//                                to its arrival in the focused application's
+//                                SDK callback (this binary, started as the
+//                                application), against the plainest way to do
+//                                that: one process reads the records from a
+//                                FIFO and passes them over a Unix socket to
+//                                another. The release follows once the press
+//                                has arrived, as from a hand on a remote, and
+//                                is awaited untimed on both paths before the
+//                                next press
 //   key_to_app_p99_us            the 99th percentile of that time over 10,000 keys
 //   power_key_to_request_p99_ms  the power key's records in the input FIFO to
 //                                the manager's hearing of the power manager
@@ -18,6 +21,7 @@
 #include "WindowBox.h"
 
 #include "AppConnection.h"
+#include "MultiInputDriver.h"
 
 #include <benchmark/benchmark.h>
 
@@ -33,14 +37,26 @@ using Clock = std::chrono::steady_clock;
 
 constexpr unsigned short KEY = KEY_OK;
 
-// Reads whole input records from `from` and calls `each` with every key press.
+// Reads whole input records from `from` and calls `each` with every key record.
 template <class Each>
-void forEachPress(int from, Each each)
+void forEachKey(int from, Each each)
 {
     input_event record{};
     while (::read(from, &record, sizeof record) == static_cast<ssize_t>(sizeof record))
-        if (record.type == EV_KEY && record.value == 1)
+        if (record.type == EV_KEY)
             each(record);
+}
+
+// A press (1) or a release (0) of KEY with its synchronisation record, in one write.
+void writeKey(int fd, int value)
+{
+    input_event records[2]{};
+    records[0].type = EV_KEY;
+    records[0].code = KEY;
+    records[0].value = value;
+    records[1].type = EV_SYN;
+    records[1].code = SYN_REPORT;
+    [[maybe_unused]] ssize_t const written = ::write(fd, records, sizeof records);
 }
 
 void answer(int fd)
@@ -49,13 +65,13 @@ void answer(int fd)
     [[maybe_unused]] ssize_t const written = ::write(fd, &byte, 1);
 }
 
-// The application: answers every key press on `replyFifo`.
+// The application: answers every press and release of KEY on `replyFifo`.
 int runApplication(char const* replyFifo)
 {
     FileDescriptor reply(::open(replyFifo, O_WRONLY | O_CLOEXEC));
     AppConnection app;
     app.onEvent([&](Json::Value const& event) {
-        if (event["pressed"].asBool())
+        if (event["code"].asUInt() == MultiInputDriver::mapKeyCode(KEY))
             answer(reply.get());
         return true;
     });
@@ -83,6 +99,18 @@ double awaitAnswer(int fd, Clock::time_point start)
     return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
+// A press of KEY written to `writer`, timed to its answer on `replies`; then
+// its release, answered before the next press.
+double timedPress(int writer, int replies)
+{
+    auto const start = Clock::now();
+    writeKey(writer, 1);
+    double const seconds = awaitAnswer(replies, start);
+    writeKey(writer, 0);
+    awaitAnswer(replies, start);
+    return seconds;
+}
+
 // The plain path: FIFO -> relay process -> Unix socket -> sink process -> answer.
 class Relay {
 public:
@@ -96,14 +124,14 @@ public:
         relay = ::fork();
         if (relay == 0) {
             int const in = ::open(fifo.c_str(), O_RDONLY);
-            forEachPress(in, [&](input_event const& record) {
+            forEachKey(in, [&](input_event const& record) {
                 [[maybe_unused]] ssize_t const sent = ::write(pair[0], &record, sizeof record);
             });
             ::_exit(0);
         }
         sink = ::fork();
         if (sink == 0) {
-            forEachPress(pair[1], [&](input_event const&) { answer(answers[1]); });
+            forEachKey(pair[1], [&](input_event const&) { answer(answers[1]); });
             ::_exit(0);
         }
         ::close(pair[0]);
@@ -121,12 +149,7 @@ public:
         }
         fs::remove(fifo);
     }
-    double press()
-    {
-        auto const start = Clock::now();
-        KeyNames::writePress(writer.get(), KEY);
-        return awaitAnswer(replies.get(), start);
-    }
+    double press() { return timedPress(writer.get(), replies.get()); }
 
 private:
     fs::path const fifo = fs::temp_directory_path() / ("velmora-relay-" + std::to_string(::getpid()));
@@ -148,12 +171,7 @@ public:
     // Ends the box, its windows and services, before the process ends.
     static void end() { instance.reset(); }
 
-    double press()
-    {
-        auto const start = Clock::now();
-        box.press(KEY);
-        return awaitAnswer(replies.get(), start);
-    }
+    double press() { return timedPress(box.keyWriter.get(), replies.get()); }
     // A power key from the running state to the manager's hearing of the
     // power manager's report of standby; the box is woken again before the next.
     double powerKey()
