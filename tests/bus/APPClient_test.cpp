@@ -4,21 +4,16 @@
 #include "Signal.h"
 
 #include "APPClient.h"
-#include "FileDescriptor.h"
 #include "frame/Exception.h"
 #include "interfaces/IWindowEvent.h"
 #include "rpc/RPCServer.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <map>
 #include <memory>
 #include <vector>
 
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace Velmora;
@@ -68,28 +63,6 @@ protected:
 };
 
 } // namespace
-
-// A program dials once; only when nobody answers does it watch for the
-// endpoint, and it must not miss one that appears after that dial. Its output
-// comes through a FIFO, so that the failed dial is seen as it happens.
-TEST_F(APPClientTest, ProgramStartedBeforeItsServerRegistersOnceTheEndpointAppears)
-{
-    client("5010");
-    std::string const output = runtime.directory.file(std::to_string(programs.size()) + ".out");
-    ASSERT_EQ(0, ::mkfifo(output.c_str(), 0600));
-    FileDescriptor reader(::open(output.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)); // held: the program never meets EPIPE
-    start("5010", {{"VELMORA_APP_HOSTNAME", "Late"}});
-    std::string said;
-    for (char chunk[512]; said.find("Late.sock") == std::string::npos;) {
-        pollfd wait{reader.get(), POLLIN, 0};
-        ASSERT_EQ(1, ::poll(&wait, 1, 30000)) << "the program never dialled: " << said;
-        ssize_t const got = ::read(reader.get(), chunk, sizeof chunk);
-        said.append(chunk, static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
-    }
-    BusTest::Observed late("Late");
-    late.init();
-    EXPECT_TRUE(waitFor([&] { return reports.has("5010 RUNNING"); }));
-}
 
 TEST_F(APPClientTest, ProgramRegistersReportsAndAnswersServerCalls)
 {

@@ -97,18 +97,23 @@ inline std::string request(std::string const& method, std::string const& params 
     return R"({"jsonrpc":"2.0","id":)" + std::to_string(id) + R"(,"method":")" + method + R"(","params":)" + params + "}";
 }
 
+inline sockaddr_un unixAddress(std::string const& path)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+    return address;
+}
+
 // A Unix socket peer driven byte by byte.
 class RawPeer {
 public:
     // Takes over a connected socket (one that a test accepted).
     explicit RawPeer(int accepted) : fd(accepted), connected(accepted >= 0) {}
-    explicit RawPeer(std::string const& path)
+    explicit RawPeer(std::string const& path) : fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
     {
-        fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        path.copy(address.sun_path, sizeof(address.sun_path) - 1);
-        connected = ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0;
+        sockaddr_un const address = unixAddress(path);
+        connected = ::connect(fd, reinterpret_cast<sockaddr const*>(&address), sizeof(address)) == 0;
     }
     ~RawPeer()
     {

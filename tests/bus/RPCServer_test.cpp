@@ -283,15 +283,11 @@ TEST_F(RPCServerTest, RegistrationsAndCallsInFlightEndWithTheirConnectionAndACli
 }
 
 // A bare Unix listener in the runtime directory, for a client to dial.
-class RawListener {
-public:
+struct RawListener {
     explicit RawListener(std::string path) : path(std::move(path))
     {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        this->path.copy(address.sun_path, sizeof(address.sun_path) - 1);
-        ::unlink(this->path.c_str());
-        bound = ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0 && ::listen(fd, 1) == 0;
+        sockaddr_un const address = BusTest::unixAddress(this->path);
+        bound = ::bind(fd, reinterpret_cast<sockaddr const*>(&address), sizeof(address)) == 0 && ::listen(fd, 1) == 0;
     }
     ~RawListener() { ::close(fd); }
     int accept() { return ::accept4(fd, nullptr, nullptr, SOCK_CLOEXEC); }
@@ -407,8 +403,8 @@ TEST_F(RPCServerTest, OutOfDescriptorsTheEndpointWaitsAndThenServesTheQueuedPeer
         }
         ~FullTable()
         {
-            for (int fd : fillers)
-                ::close(fd);
+            while (!fillers.empty())
+                freeOne();
             ::setrlimit(RLIMIT_NOFILE, &saved);
         }
         void freeOne()
