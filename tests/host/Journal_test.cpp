@@ -59,17 +59,12 @@ std::string launchRunning(Velmora::RPCClient& client, std::string const& url)
 // simulator) and two applications, "notes" and "clock".
 void installPackages(VelmoraTest::PackageWorld const& packages, HostWorld const& world)
 {
-    std::vector<VelmoraTest::PackageSpec> const specs{
-        {"velmora-start", "1.0", "Velmora/Service", "{\"applicationURL\":\"start_velmora\"}", {}},
-        {"velmora-qen", "1.0", "Velmora/Service", "{\"applicationURL\":\"VelmoraQENExec\"}", {"velmora-start"}},
-        {"velmora-notes", "1.0", "Applications", R"({"applicationType":"OTHER","applicationURL":"notes"})", {}},
-        {"velmora-clock", "1.0", "Applications", R"({"applicationType":"OTHER","applicationURL":"clock"})", {}}};
-    fs::path const cache = fs::path(VELMORA_PACKAGE_CACHE) / "journal-with-applications";
-    VelmoraTest::PackageWorld::buildMany(cache, specs);
-    std::vector<fs::path> files;
-    for (VelmoraTest::PackageSpec const& spec : specs)
-        files.push_back(cache / (spec.name + "-1.0.rpm"));
-    packages.installWithTool(files);
+    packages.installMany(
+        "journal-with-applications",
+        {{"velmora-start", "1.0", "Velmora/Service", "{\"applicationURL\":\"start_velmora\"}", {}},
+         {"velmora-qen", "1.0", "Velmora/Service", "{\"applicationURL\":\"VelmoraQENExec\"}", {"velmora-start"}},
+         {"velmora-notes", "1.0", "Applications", R"({"applicationType":"OTHER","applicationURL":"notes"})", {}},
+         {"velmora-clock", "1.0", "Applications", R"({"applicationType":"OTHER","applicationURL":"clock"})", {}}});
     // The packager finds its settings, and with them the RPM root, in the server's sysroot.
     fs::create_directories(world.sysroot / "usr/local/var");
     fs::create_directory_symlink(packages.root().parent_path() / "sysroot/usr/local/var/velmora",

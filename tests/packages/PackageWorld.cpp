@@ -142,6 +142,16 @@ void PackageWorld::installWithTool(std::vector<fs::path> const& files) const
     run(command + " >/dev/null 2>&1");
 }
 
+void PackageWorld::installMany(std::string const& set, std::vector<PackageSpec> const& specs) const
+{
+    fs::path const directory = fs::path(VELMORA_PACKAGE_CACHE) / set;
+    buildMany(directory, specs);
+    std::vector<fs::path> files;
+    for (PackageSpec const& spec : specs)
+        files.push_back(directory / (spec.name + "-" + spec.version + ".rpm"));
+    installWithTool(files);
+}
+
 fs::path PackageWorld::offer(std::string const& key, std::string const& fileName) const
 {
     fs::path const source = package(key);

@@ -49,6 +49,8 @@ public:
     std::filesystem::path const& repository() const { return repositoryPath; }
     // Installs package files into the private root with the rpm tool.
     void installWithTool(std::vector<std::filesystem::path> const& files) const;
+    // Builds `specs` once as the set `set` of the build tree's cache, and installs them all.
+    void installMany(std::string const& set, std::vector<PackageSpec> const& specs) const;
     // Copies a test package into the repository under `fileName` (default: its own name).
     std::filesystem::path offer(std::string const& key, std::string const& fileName = "") const;
 

@@ -37,20 +37,14 @@ public:
     // `set` names the package set in the build tree's cache.
     BootWorld(std::string const& set, std::vector<ServicePackage> const& packages)
     {
-        namespace fs = std::filesystem;
         std::vector<VelmoraTest::PackageSpec> specs;
-        std::vector<fs::path> files;
-        fs::path const cache = fs::path(VELMORA_PACKAGE_CACHE) / set;
-        for (ServicePackage const& package : packages) {
-            specs.push_back({package.name, "1.0", package.group,
-                             "{\"applicationURL\":\"" + package.url + "\"}", package.requires_});
-            files.push_back(cache / (package.name + "-1.0.rpm"));
-        }
-        VelmoraTest::PackageWorld::buildMany(cache, specs);
-        world.installWithTool(files);
+        for (ServicePackage const& package : packages)
+            specs.push_back({package.name, "1.0", package.group, "{\"applicationURL\":\"" + package.url + "\"}",
+                             package.requires_});
+        world.installMany(set, specs);
 
-        fs::create_directories(bin);
-        fs::create_directories(runtime);
+        std::filesystem::create_directories(bin);
+        std::filesystem::create_directories(runtime);
         host.init();
     }
     ~BootWorld() { host.shutdown(); }

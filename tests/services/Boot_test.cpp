@@ -20,8 +20,6 @@ using VelmoraTest::DirectoryWatch;
 
 namespace {
 
-using Names = std::vector<std::string>;
-
 std::vector<ServicePackage> const BOX{
     {"start-core", "start_velmora", {}},
     {"start-extra", "start_velmora_extra", {}},

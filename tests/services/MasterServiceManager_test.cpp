@@ -12,8 +12,6 @@ using namespace ServiceTest;
 
 namespace {
 
-using Names = std::vector<std::string>;
-
 class TestMaster : public OnThread<MasterServiceManager> {
 public:
     TestMaster(ApplicationFactory* factory, std::vector<char const*> const& args)

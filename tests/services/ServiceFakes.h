@@ -26,8 +26,8 @@ namespace ServiceTest {
 using namespace Velmora;
 
 using VelmoraTest::Journal;
-
 using VelmoraTest::OnThread;
+using Names = std::vector<std::string>;
 
 // Starts nothing: pids count up from 1000; a name in `failing` doesn't start;
 // while `failDestroy` is set a destroy is recorded and then throws. A test

@@ -9,8 +9,6 @@ using namespace ServiceTest;
 
 namespace {
 
-using Names = std::vector<std::string>;
-
 using TestServiceManager = OnThread<ServiceManager>;
 
 IServiceManager::Rights const TWO_RIGHTS{{"IWindowManager", {{"launch", 1}}}, {"ISettingsDB", {{"getValue", 1}}}};
