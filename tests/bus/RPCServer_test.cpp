@@ -287,6 +287,7 @@ struct RawListener {
     explicit RawListener(std::string path) : path(std::move(path))
     {
         sockaddr_un const address = BusTest::unixAddress(this->path);
+        ::unlink(this->path.c_str());
         bound = ::bind(fd, reinterpret_cast<sockaddr const*>(&address), sizeof(address)) == 0 && ::listen(fd, 1) == 0;
     }
     ~RawListener() { ::close(fd); }
@@ -403,8 +404,8 @@ TEST_F(RPCServerTest, OutOfDescriptorsTheEndpointWaitsAndThenServesTheQueuedPeer
         }
         ~FullTable()
         {
-            while (!fillers.empty())
-                freeOne();
+            for (int fd : fillers)
+                ::close(fd);
             ::setrlimit(RLIMIT_NOFILE, &saved);
         }
         void freeOne()
