@@ -89,6 +89,7 @@ TEST_F(Launcher, MissingProgramsProgramsThatExitAtOnceAndForcefulDestroys)
     factory.destroyApplication(pid, true);
     log = stderrOf([&] { EXPECT_EQ(returnCodeOf([&] { factory.destroyApplication(pid, false); }), ReturnGenericFailure); });
     EXPECT_THAT(log, HasSubstr("waitpid failed No child processes"));
+    EXPECT_THAT(log, HasSubstr("destroyApplication(): throwing exception: Generic failure"));
 
     std::string const exited = factory.createApplication(VELMORA_TEST_CHILD, "Host", "exit");
     ASSERT_FALSE(exited.empty());
