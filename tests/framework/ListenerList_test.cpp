@@ -100,6 +100,8 @@ TEST(ListenerList, ChangesFromInsideACallRestartTheWalkAtTheSecondElement)
         EXPECT_EQ(calls, each.calls);
         EXPECT_EQ(notifier.list.size(), static_cast<std::size_t>(each.listeners + (each.removes ? -1 : 1)));
         EXPECT_FALSE(notifier.changed) << "the walk consumed the change";
+        EXPECT_EQ(removeListener(notifier.list, acting), !each.removes);
+        EXPECT_FALSE(removeListener(notifier.list, &stranger));
     }
 }
 
