@@ -13,6 +13,7 @@
 #include "FigureReporter.h"
 #include "PackageWorld.h"
 #include "RawEcho.h"
+#include "ScratchDirectory.h"
 #include "ServerProcess.h"
 #include "WindowBenchBox.h"
 #include "interfaces/IRPC.h"
@@ -228,10 +229,8 @@ private:
 
     VelmoraTest::PackageWorld packages; // sets VELMORA_ROOT to its sysroot
     fs::path const sysroot = packages.root().parent_path() / "sysroot";
-    std::string const runtime = [] {
-        char pattern[] = "/tmp/velmora-server-bench-XXXXXX";
-        return std::string(::mkdtemp(pattern));
-    }();
+    ScratchDirectory const runtimeDirectory{"velmora-server-bench"};
+    std::string const runtime = runtimeDirectory.get();
     HostTest::NotifySocket notify{fs::path(runtime) / "notify"};
     std::optional<HostTest::ServerProcess> server;
 };
