@@ -3,6 +3,7 @@
 #include "frame/DebugPrint.h"
 
 #include <json/json.h>
+#include <pthread.h>
 #include <systemd/sd-journal.h>
 
 #include <algorithm>
@@ -103,7 +104,10 @@ void LifecycleJournal::start()
         readBack(path + ".1");
         readBack(path);
     }
-    writer = std::thread([this] { writerLoop(); });
+    writer = std::thread([this] {
+        pthread_setname_np(pthread_self(), "JournalWriter");
+        writerLoop();
+    });
 }
 
 void LifecycleJournal::setSubscriber(Subscriber value)

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <pthread.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/syscall.h>
@@ -37,7 +38,10 @@ ProcessWatcher::ProcessWatcher(Callback onEnd)
     event.data.fd = stop.get();
     if (!stop.valid() || !epoll.valid() || ::epoll_ctl(epoll.get(), EPOLL_CTL_ADD, stop.get(), &event) != 0)
         throwException(MODULE, __LINE__, "ProcessWatcher", ReturnGenericFailure);
-    watcher = std::thread([this] { run(); });
+    watcher = std::thread([this] {
+        pthread_setname_np(pthread_self(), "ProcessWatcher");
+        run();
+    });
 }
 
 ProcessWatcher::~ProcessWatcher()

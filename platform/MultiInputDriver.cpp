@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <linux/input.h>
 #include <poll.h>
+#include <pthread.h>
 #include <sstream>
 #include <sys/eventfd.h>
 #include <sys/inotify.h>
@@ -81,7 +82,10 @@ MultiInputDriver::MultiInputDriver() : wakeup(::eventfd(0, EFD_CLOEXEC | EFD_NON
 {
     if (!wakeup.valid())
         throwException(MODULE, __LINE__, "MultiInputDriver", ReturnGenericFailure);
-    reader = std::thread([this] { run(); });
+    reader = std::thread([this] {
+        pthread_setname_np(pthread_self(), "InputDriver");
+        run();
+    });
 }
 
 MultiInputDriver::~MultiInputDriver()

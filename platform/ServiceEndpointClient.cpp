@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <poll.h>
+#include <pthread.h>
 #include <sys/eventfd.h>
 
 namespace Velmora {
@@ -51,7 +52,10 @@ void ServiceEndpointClient::addListener(IListener* listener)
     }
     std::lock_guard lock(queueMutex);
     if (!courier.joinable() && !stopping)
-        courier = std::thread([this] { run(); });
+        courier = std::thread([this] {
+            pthread_setname_np(pthread_self(), (getEndpoint() + "Courier").substr(0, 15).c_str());
+            run();
+        });
 }
 
 void ServiceEndpointClient::removeListener(IListener* listener)
