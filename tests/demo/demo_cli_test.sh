@@ -63,6 +63,10 @@ check "a package that others require stays, and the failure names them" \
    [[ $failure == *"required by "*velmora-app-clock* ]] && ctl packages | grep -q velmora-system'
 old=$(groups)
 kill -KILL "$server"
+# As after a crash, the server has died before anyone looks: SIGKILL ends
+# its threads in their own time.
+died() { ! ps -o stat= -p "$1" 2>/dev/null | grep -qv '^Z'; }
+check "the killed server dies" 'eventually died "$server"'
 check "--detach after the server was killed boots a new box" \
   '[ "$(demo --detach 2>/dev/null)" = "$expected" ] && [ "$(cat "$box/run/pids/server")" != "$server" ]'
 check "nothing of the killed box is left" 'ended $old'
