@@ -51,7 +51,6 @@ TEST(Windows, ALaunchIsAuthorizedFocusedAndEndsBackOnTheMasterWindowAFullTableEv
     EXPECT_EQ(launched.getCompositingParameters().zOrder, 11u);
     EXPECT_TRUE(launched.getCompositingParameters().overlay);
     EXPECT_TRUE(launched.getGiveFocus());
-    EXPECT_TRUE(box.appLogged("service", "IServiceManager.authorizationTokenCreation " + app));
     Lines expected{app, master};
     std::sort(expected.begin(), expected.end());
     VectorObject<std::string> const list = box.windows->getWindowList();
