@@ -155,7 +155,9 @@ void APPClient::onRegistered(std::shared_ptr<RPCConnection> const& registered)
         // The events posted to an older connection are no debt of the new one.
         std::lock_guard posted(postedEvents->mutex);
         postedEvents->unanswered.clear();
+        postedEvents->overdueAnswers = 0;
         postedEvents->failed = false;
+        ++postedEvents->connection;
     }
     Mutex::ScopedLock lock(&connectionMutex);
     connection = registered;
@@ -274,29 +276,50 @@ bool APPClient::handleEvent(std::string const& id, Event const& event)
 void APPClient::postEvent(std::string const& id, Event const& event)
 {
     auto const now = std::chrono::steady_clock::now();
-    auto const deadline = std::chrono::milliseconds(RPCConnection::defaultTimeoutMs());
-    {
-        std::lock_guard lock(postedEvents->mutex);
-        bool const overdue = !postedEvents->unanswered.empty() && now - postedEvents->unanswered.front() > deadline;
-        if (postedEvents->failed || overdue) {
-            VLOG(DebugLevelError, "handleEvent(): application %s failed an earlier event\n", uid.c_str());
-            throwException(MODULE, __LINE__, "handleEvent", ReturnGenericFailure);
-        }
+    if (takeEventFailure(now)) {
+        VLOG(DebugLevelError, "handleEvent(): application %s failed an earlier event\n", uid.c_str());
+        throwException(MODULE, __LINE__, "handleEvent", ReturnGenericFailure);
     }
     auto const peer = currentConnection();
     if (!peer)
         failNotConnected("handleEvent");
+    unsigned int connection = 0;
     {
         std::lock_guard lock(postedEvents->mutex);
         postedEvents->unanswered.push_back(now);
+        connection = postedEvents->connection;
     }
     peer->callDetached(interfaceName(Side::Event) + ".handleEvent", withUid(id, "event", IRPC::toJson(event)),
-                       [posted = postedEvents](RPCConnection::Reply const& reply) {
+                       [posted = postedEvents, connection](RPCConnection::Reply const& reply) {
                            std::lock_guard lock(posted->mutex);
+                           if (posted->connection != connection)
+                               return; // owed by a connection that a newer registration replaced
+                           if (posted->overdueAnswers > 0) {
+                               --posted->overdueAnswers;
+                               return;
+                           }
                            if (!posted->unanswered.empty())
                                posted->unanswered.pop_front();
                            posted->failed = posted->failed || !reply.ok;
                        });
+}
+
+bool APPClient::takeEventFailure(std::chrono::steady_clock::time_point now)
+{
+    auto const deadline = std::chrono::milliseconds(RPCConnection::defaultTimeoutMs());
+    std::lock_guard lock(postedEvents->mutex);
+    PostedEvents& posted = *postedEvents;
+    if (posted.failed) {
+        posted.failed = false;
+        return true;
+    }
+    bool overdue = false;
+    while (!posted.unanswered.empty() && now - posted.unanswered.front() > deadline) {
+        posted.unanswered.pop_front();
+        ++posted.overdueAnswers;
+        overdue = true;
+    }
+    return overdue;
 }
 
 void APPClient::authorizationTokenCreation(unsigned int token, IServiceManager::Rights const& rights)

@@ -92,7 +92,8 @@ public:
     // handleEvent without waiting for the program's answer, so that a key
     // costs the caller one send. The events reach the program in order; one
     // that the program failed (an error answer, its end, or no answer within
-    // the bus deadline) makes the next postEvent throw as handleEvent would.
+    // the bus deadline) makes the next postEvent throw as handleEvent would,
+    // and only that one.
     void postEvent(std::string const& uid, Event const& event);
 
     // One-way: accepted before the program has connected and delivered in order.
@@ -142,14 +143,20 @@ private:
     void notifyListeners(Notify&& notify);
     std::shared_ptr<Listeners> const listeners = std::make_shared<Listeners>();
 
-    // The posted events not yet answered, oldest first, and whether one
-    // failed; shared with the answers in flight, which may outlive the client.
+    // What the program owes of the events posted on its current connection;
+    // shared with the answers in flight, which may outlive the client. A
+    // failure fails one later post, so that a window that failed one key
+    // still gets the next.
     struct PostedEvents {
         std::mutex mutex;
-        std::deque<std::chrono::steady_clock::time_point> unanswered;
-        bool failed = false;
+        std::deque<std::chrono::steady_clock::time_point> unanswered; // sending times, oldest first
+        std::size_t overdueAnswers = 0; // of events already reported unanswered: not counted again
+        bool failed = false;            // an answer that failed, not yet reported
+        unsigned int connection = 0;    // which registration the events went to
     };
     std::shared_ptr<PostedEvents> const postedEvents = std::make_shared<PostedEvents>();
+    // True, once per failure, when a posted event failed or is overdue at `now`.
+    bool takeEventFailure(std::chrono::steady_clock::time_point now);
 };
 
 } // namespace Velmora

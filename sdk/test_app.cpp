@@ -4,6 +4,7 @@
 //   VELMORA_TEST_APP_STATES       states to report, comma-separated (default RUNNING)
 //   VELMORA_TEST_APP_ON_TERMINATE exit (default) or ignore, the request and the server's going
 //   VELMORA_TEST_APP_HANG         a method ("ILifecycleManagement.getState") that never answers
+//   VELMORA_TEST_APP_FAIL         a method that answers with an error
 //   VELMORA_TEST_APP_LOG          a file that gets one line per call or token received
 //   VELMORA_TEST_APP_KEYS=1       the log also gets "key <code> <0|1>" after the "event" of a key
 // In a demo box (VELMORA_BOX_RUN set) it is the native demo program: it keeps
@@ -24,6 +25,7 @@
 #include <fstream>
 #include <mutex>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <thread>
 
@@ -185,6 +187,9 @@ int main()
             exitSignal.wait(lock, [] { return exitRequested; });
             return Json::Value();
         });
+
+    if (auto const fail = environment("VELMORA_TEST_APP_FAIL"); !fail.empty())
+        app.setMethod(fail, [](Json::Value const&) -> Json::Value { throw std::runtime_error("failed on purpose"); });
 
     try {
         app.connect();

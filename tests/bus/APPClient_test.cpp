@@ -101,18 +101,27 @@ TEST_F(APPClientTest, ProgramRegistersReportsAndAnswersServerCalls)
               contentsOf(log));
 }
 
-// A posted event leaves without waiting for the program; one that it never
-// answers within the deadline fails the next post.
-TEST_F(APPClientTest, PostedEventsDoNotWaitAndAnUnansweredOneFailsTheNext)
+// A posted event leaves without waiting for the program; one that it fails,
+// or never answers within the deadline, fails the next post, and only that
+// one: the window still gets the keys after it.
+TEST_F(APPClientTest, PostedEventsDoNotWaitAndAFailedOneFailsOnlyTheNext)
 {
     BusTest::ScopedEnv timeout("VELMORA_RPC_TIMEOUT_MS", "300");
     APPClient& hung = client("5006");
+    APPClient& failing = client("5007");
     start("5006", {{"VELMORA_TEST_APP_HANG", "IWindowEvent.handleEvent"}});
-    ASSERT_TRUE(waitFor([&] { return reports.has("5006 RUNNING"); }));
+    start("5007", {{"VELMORA_TEST_APP_FAIL", "IWindowEvent.handleEvent"}});
+    ASSERT_TRUE(waitFor([&] { return reports.has("5006 RUNNING") && reports.has("5007 RUNNING"); }));
     IWindowEvent::KeyEvent const key(IWindowEvent::KeyEvent::KEY_SYNTHETIC, true);
     hung.postEvent("5006", key);
+    failing.postEvent("5007", key);
     EXPECT_EQ(ReturnTimedOut, returnCodeOf([&] { hung.handleEvent("5006", key); })); // the deadline passes
-    EXPECT_EQ(ReturnGenericFailure, returnCodeOf([&] { hung.postEvent("5006", key); }));
+    // Answered in order: the posted event's failure has come back before this one's.
+    EXPECT_EQ(ReturnGenericFailure, returnCodeOf([&] { failing.handleEvent("5007", key); }));
+    for (auto [app, uid] : {std::pair{&hung, "5006"}, std::pair{&failing, "5007"}}) {
+        EXPECT_EQ(ReturnGenericFailure, returnCodeOf([&] { app->postEvent(uid, key); })) << uid;
+        EXPECT_EQ(ReturnSuccess, returnCodeOf([&] { app->postEvent(uid, key); })) << uid;
+    }
 }
 
 // The newer connection of a uid serves it, even one that never reports a
