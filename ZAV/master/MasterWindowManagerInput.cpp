@@ -188,6 +188,12 @@ void MasterWindowManager::deliverEvent(ApplicationMapEntry& entry, Event const& 
 
 void MasterWindowManager::_handlePowerKey(KeyEvent::Code code)
 {
+    if (!inputDriver || !powerClient || !mediaClient) {
+        // Only a remote dispatchEvent comes this early: the clients come with the start-up.
+        VLOG(DebugLevelError, "_handlePowerKey(): the session has not started up; key %d ignored\n",
+             static_cast<int>(code));
+        return;
+    }
     unsigned int target = 4;
     bool filtered = false;
     if (powerState == 0) {

@@ -96,11 +96,12 @@ IWindowManager::LaunchParameters MasterWindowManager::_overrideLaunchParams(Laun
 ApplicationManager::ApplicationMapEntry* MasterWindowManager::_getOldestApplicationEntry()
 {
     ApplicationMapEntry* oldest = nullptr;
+    // Ticks are compared by their distance from one now, so a wrap of the counter is harmless.
+    auto const now = OS_GetTicks();
     for (auto& [uid, entry] : applications) {
         if (uid == masterUid)
             continue;
-        // Ticks are compared by their distance from now, so a wrap of the counter is harmless.
-        if (!oldest || OS_GetTicks() - entry.getInitialTick() > OS_GetTicks() - oldest->getInitialTick())
+        if (!oldest || now - entry.getInitialTick() > now - oldest->getInitialTick())
             oldest = &entry;
     }
     return oldest;

@@ -31,6 +31,14 @@ TEST_F(Demo, ThePowerKeyWalksThePowerStatesWithTheFilterAndThePowerManagerMayDie
     WindowBox box;
     std::string const master = box.master;
 
+    // A remote power key before a session's start-up finds no power manager
+    // to ask yet: it is ignored, and the session goes on.
+    Windows early(1, &box.factory, static_cast<int>(box.argv.size()), box.argv.data());
+    early.init();
+    early.dispatchEvent(KeyEvent(KeyEvent::KEY_POWER, true));
+    EXPECT_TRUE(early.getWindowList().empty()); // queued behind the key
+    early.uninit();
+
     // The power key during a launch: every window's media is released, the
     // one still starting too, and the deepest sleep without DMS is asked for.
     std::string const slow = box.launch(IWindowManager::APPLICATION_TYPE_OTHER, "slow", "export VELMORA_TEST_APP_DELAY_MS=300");
