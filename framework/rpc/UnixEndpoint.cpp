@@ -124,14 +124,14 @@ private:
                 return;
             if (sent < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) {
                 lock.unlock();
-                return close(); // the peer is gone; reading sees it too
+                return hangUpLater();
             }
             text.erase(0, sent > 0 ? static_cast<std::size_t>(sent) : 0);
         }
         if (pendingBytes + text.size() > MAX_PENDING_OUTPUT) {
             lock.unlock();
             VLOG(DebugLevelWarning, "send(): peer reads too slowly, closing\n");
-            return close();
+            return hangUpLater();
         }
         pendingBytes += text.size();
         output.push_back(std::move(text));
@@ -139,6 +139,13 @@ private:
             return; // the strand is writing already
         lock.unlock();
         asio::dispatch(strand, [self = shared()] { self->writeNext(); });
+    }
+
+    // A sender may hold locks that the close's listeners take: the strand
+    // ends the connection after the send has returned, never inside it.
+    void hangUpLater()
+    {
+        asio::post(strand, [self = shared()] { self->shutdown(); });
     }
 
     void writeNext()

@@ -6,6 +6,8 @@
 #include "APPClient.h"
 #include "frame/Exception.h"
 #include "interfaces/IWindowEvent.h"
+#include "rpc/RPCClient.h"
+#include "rpc/RPCRegistry.h"
 #include "rpc/RPCServer.h"
 
 #include <gtest/gtest.h>
@@ -14,6 +16,7 @@
 #include <memory>
 #include <vector>
 
+#include <sys/socket.h>
 #include <unistd.h>
 
 using namespace Velmora;
@@ -122,6 +125,23 @@ TEST_F(APPClientTest, PostedEventsDoNotWaitAndAFailedOneFailsOnlyTheNext)
         EXPECT_EQ(ReturnGenericFailure, returnCodeOf([&] { app->postEvent(uid, key); })) << uid;
         EXPECT_EQ(ReturnSuccess, returnCodeOf([&] { app->postEvent(uid, key); })) << uid;
     }
+}
+
+// A program that registers with its reading side shut: the tokens queued for
+// it cannot go out, and the server hangs up on it without ceasing to read.
+// (The failed write ends the connection while the registration still holds
+// the client's lock, which the hang-up takes too.)
+TEST_F(APPClientTest, AProgramThatCannotBeWrittenToIsHungUpOnAndReadingGoesOn)
+{
+    APPClient& app = client("5008");
+    app.authorizationTokenCreation(13, {});
+    BusTest::RawPeer peer(runtime.socket("ZAV"));
+    ASSERT_EQ(0, ::shutdown(peer.fd, SHUT_RD));
+    ASSERT_TRUE(peer.send(BusTest::request("RPC.register", R"({"uid":"5008"})") + "\n"));
+    EXPECT_TRUE(waitFor([] { return !RPCRegistry::getInstance().find("5008"); }));
+    RPCClient other;
+    other.connect("ZAV");
+    EXPECT_EQ(ReturnSuccess, returnCodeOf([&] { other.call("RPC.ping", Json::Value()); }));
 }
 
 // The newer connection of a uid serves it, even one that never reports a
