@@ -5,6 +5,7 @@
 #include "WindowManager.h"
 #include "frame/DebugPrint.h"
 #include "frame/Exception.h"
+#include "frame/FunctionCommand.h"
 #include "serial/Deserializer.h"
 
 #include <algorithm>
@@ -127,6 +128,21 @@ void ZAVRPCServer::init()
 {
     ZAVServer::init();
     RPCServer::init();
+}
+
+void ZAVRPCServer::shutdown()
+{
+    RPCServer::shutdown();
+    // Nothing is read any more; what was queued before runs (finding its
+    // connection closed) or is dropped by a manager that has stopped.
+    for (WindowManager* manager : windowManagers) {
+        try {
+            if (manager)
+                FunctionCommand::run(*manager, [] {});
+        } catch (Exception const&) {
+            // Stopped: it has dropped what was queued.
+        }
+    }
 }
 
 std::string ZAVRPCServer::getFixedRPCAddress() { return webAddress; }

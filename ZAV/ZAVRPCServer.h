@@ -5,7 +5,8 @@
 //     server->setWebAddress("127.0.0.1:0");   // optional, before init(): WebSocket and HTTP POST
 //     server->init();                         // subscribes to the managers, then opens the endpoints
 //     ...
-//     server->shutdown();                     // closes endpoints and connections, joins the threads
+//     server->shutdown();                     // closes endpoints and connections, joins the threads,
+//                                             // waits for requests queued on the window managers
 //     delete server;                          // unsubscribes; then the host deletes the managers
 //
 // Every manager is created and init()ed before the server; a null pointer
@@ -57,6 +58,9 @@ public:
 
     // ZAVServer::init() (subscriptions), then RPCServer::init() (serving).
     void init() override;
+    // RPCServer::shutdown(), then waits for the requests still queued on the
+    // window managers' threads, which hold this server as their handler.
+    void shutdown() override;
     // Empty unless setWebAddress() gave a loopback address.
     std::string getFixedRPCAddress() override;
     // "127.0.0.1:<port>" (0: any free port) to serve WebSocket and HTTP POST

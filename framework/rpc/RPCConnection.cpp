@@ -225,7 +225,9 @@ void RPCConnection::dispatch(std::string const& text)
 }
 
 // A request answered on a processor's thread. Dropped unrun by a processor
-// that has stopped, it answers with the status such a processor gives.
+// that has stopped, it answers with the status such a processor gives; run
+// after its connection has closed (the requester left, or the server shuts
+// down), it does nothing: nobody waits for the answer.
 class RPCConnection::AnswerCommand : public CommandProcessor::Command {
 public:
     AnswerCommand(CommandProcessor* processor, std::shared_ptr<RPCConnection> connection,
@@ -241,6 +243,8 @@ public:
     }
     void call() override
     {
+        if (!connection->isOpen())
+            return;
         answered = true;
         connection->answer(request, id);
     }

@@ -182,7 +182,6 @@ public:
     ~RpcWorld()
     {
         gate.raise();
-        server->shutdown();
         server.reset();
     }
 

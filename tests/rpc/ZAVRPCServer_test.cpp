@@ -263,6 +263,27 @@ TEST(RPCSurface, ASessionWhoseManagerHasStoppedAnswersItsCallersWithAnError)
     EXPECT_EQ(world.calls.all(), std::vector<std::string>{}); // nothing launched
 }
 
+// A request queued behind a busy manager when the server shuts down is not
+// run: its connection has closed, and the server waits for it before going.
+TEST(RPCSurface, ARequestQueuedOnABusyManagerIsNotRunOnceTheServerShutsDown)
+{
+    RpcWorld world;
+    RawPeer peer(world.runtime.socket("ZAV"));
+    ASSERT_TRUE(peer.send(BusTest::request("IWindowManager.launch", R"({"proxy":0,"applicationURL":"wait"})", 1) + "\n" +
+                          BusTest::request("IWindowManager.launch", R"({"proxy":0,"applicationURL":"late"})", 2) + "\n"));
+    EXPECT_TRUE(IRPC::parse(peer.ask(BusTest::request("RPC.ping", "{}", 3))).isMember("result")); // both read
+    std::thread stopping([&] {
+        world.server->shutdown();
+        world.server.reset();
+    });
+    EXPECT_EQ(peer.readLine(), ""); // hung up on while the manager is still busy
+    world.gate.raise();
+    stopping.join();
+    std::vector<std::string> const calls = world.calls.all();
+    ASSERT_EQ(calls.size(), 1u);
+    EXPECT_NE(calls.front().find(R"("applicationURL":"wait")"), std::string::npos) << calls.front();
+}
+
 namespace {
 
 // The reply to an HTTP request with `origin` ("" for none) sent to the loopback
