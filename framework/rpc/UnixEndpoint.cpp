@@ -4,6 +4,7 @@
 #include "frame/Exception.h"
 #include "rpc/RPCAcceptor.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <deque>
@@ -51,8 +52,12 @@ public:
     }
 
 protected:
+    // One message a line: a line break in a JSON text can only stand between
+    // its tokens (a forwarded text as its sender wrote it), where a space
+    // means the same.
     void write(std::string text) override
     {
+        std::replace_if(text.begin(), text.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
         text.push_back('\n');
         send(std::move(text));
     }

@@ -192,6 +192,11 @@ TEST(RPCSurface, SubscribersHearTheChangesThatBecomeNotificationsAndNothingElse)
     // Any client may send any notification; the parameters go on whole.
     EXPECT_EQ(subscriber->call("IWindowManager.notify", IRPC::parse(R"({"event":"X","n":1})")).result, true);
     ASSERT_TRUE(hear(R"(X {"event":"X","n":1})"));
+    // Line breaks in them, as an HTTP body may have, neither split the message
+    // nor let a line of it pass for an answer.
+    world.server->handleRPCSynchronousMethodPayload(
+        BusTest::request("IWindowManager.notify", "{\"event\":\"Y\",\"n\":[\n{\"id\":1,\"result\":2}\n]}"));
+    ASSERT_TRUE(hear(R"(Y {"event":"Y","n":[{"id":1,"result":2}]})"));
 
     EXPECT_EQ(heard.all(), (std::vector<std::string>{
         "IWindowManager::onWindowListChange []",
@@ -203,6 +208,7 @@ TEST(RPCSurface, SubscribersHearTheChangesThatBecomeNotificationsAndNothingElse)
         R"(IPackageInstaller::onRequestEnd {"action":"install","packages":["a","b"],"result":0})",
         R"(IPackageInstaller::onRequestEnd {"action":"remove","packages":[],"result":2})",
         R"(X {"event":"X","n":1})",
+        R"(Y {"event":"Y","n":[{"id":1,"result":2}]})",
     }));
 }
 
