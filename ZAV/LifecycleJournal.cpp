@@ -182,13 +182,14 @@ void LifecycleJournal::record(LifecycleEntry entry)
 
 std::vector<LifecycleEntry> LifecycleJournal::query(std::string const& uid, std::optional<int> session,
                                                     std::string const& kind, std::int64_t sinceMs,
-                                                    std::size_t limit) const
+                                                    std::size_t limit, std::uint64_t beforeSequence) const
 {
     std::vector<LifecycleEntry> found;
     std::lock_guard<std::mutex> lock(mutex);
     for (auto it = ring.rbegin(); it != ring.rend() && (limit == 0 || found.size() < limit); ++it) {
         if ((uid.empty() || it->uid == uid) && (!session || it->session == *session) &&
-            (kind.empty() || it->kind == kind) && it->wallClockMs >= sinceMs)
+            (kind.empty() || it->kind == kind) && it->wallClockMs >= sinceMs &&
+            (beforeSequence == 0 || it->sequence < beforeSequence))
             found.push_back(*it);
     }
     std::reverse(found.begin(), found.end());

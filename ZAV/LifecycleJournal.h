@@ -73,9 +73,11 @@ public:
     void record(LifecycleEntry entry) override;
 
     // The newest `limit` entries (0: all) of the ring that match every given
-    // filter, oldest first. `sinceMs` is wall-clock milliseconds since the epoch.
+    // filter, oldest first. `sinceMs` is wall-clock milliseconds since the
+    // epoch; `beforeSequence` (0: none) keeps the entries older than that one,
+    // so that a reader can page back through the ring.
     std::vector<LifecycleEntry> query(std::string const& uid, std::optional<int> session, std::string const& kind,
-                                      std::int64_t sinceMs, std::size_t limit) const;
+                                      std::int64_t sinceMs, std::size_t limit, std::uint64_t beforeSequence = 0) const;
 
     static Json::Value toJson(LifecycleEntry const& entry);
     // Null when the value is not an entry.

@@ -59,6 +59,7 @@ std::string ZAVRPCServer::queryJournal(Request const& request)
         std::optional<int> session;
         std::int64_t since = 0;
         std::size_t limit = 0;
+        std::uint64_t before = 0;
         if (auto const* member = optionalMember(parameters, "uid", &Json::Value::isString))
             uid = member->asString();
         if (auto const* member = optionalMember(parameters, "kind", &Json::Value::isString))
@@ -69,8 +70,10 @@ std::string ZAVRPCServer::queryJournal(Request const& request)
             since = member->asInt64();
         if (auto const* member = optionalMember(parameters, "limit", &Json::Value::isUInt))
             limit = member->asUInt();
+        if (auto const* member = optionalMember(parameters, "before", &Json::Value::isUInt64))
+            before = member->asUInt64();
         Json::Value entries(Json::arrayValue);
-        for (LifecycleEntry const& entry : journal->query(uid, session, kind, since, limit))
+        for (LifecycleEntry const& entry : journal->query(uid, session, kind, since, limit, before))
             entries.append(LifecycleJournal::toJson(entry));
         return IRPC::RPCResultObject(request.getMethod(), entries).serialize();
     });

@@ -185,7 +185,8 @@ TEST(Journal, NamesWhyEachWindowWentAwayAndKeepsItOverARestart)
 
 // A journal path that is a directory can never be opened, and a subscriber
 // never reads its socket while 10,000 changes happen: the server serves all
-// the same, keeps the entries in memory and says why once.
+// the same, keeps the entries in memory and says why once. velmoractl prints
+// the whole ring, which is more than one message can carry.
 TEST(Journal, AnUnwritableFileOrASubscriberThatNeverReadsCostsNothing)
 {
     HostWorld world;
@@ -201,7 +202,8 @@ TEST(Journal, AnUnwritableFileOrASubscriberThatNeverReadsCostsNothing)
 
     Velmora::RPCClient client(1);
     connectWatching(client, "ILifecycleJournal::onEntry");
-    Json::Value const unknown = Velmora::IRPC::parse(R"({"proxy":0,"applicationType":"NONE","applicationURL":"nowhere"})");
+    Json::Value unknown = Velmora::IRPC::parse(R"({"proxy":0,"applicationType":"NONE"})");
+    unknown["applicationURL"] = "nowhere/" + std::string(200, 'x'); // a whole ring then passes a message's size
     for (int i = 0; i < 10000; ++i)
         client.callOrThrow("IWindowManager.launch", unknown); // a launch-failed entry each
     std::string const uid = launchRunning(client, "still served");
@@ -212,6 +214,10 @@ TEST(Journal, AnUnwritableFileOrASubscriberThatNeverReadsCostsNothing)
               std::string::npos)
         << recent.text;
     EXPECT_EQ(2, world.ctl("journal --since yesterday").status);
+    BusTest::Output const all = world.ctl("journal --json");
+    EXPECT_EQ(0, all.status);
+    EXPECT_EQ(4096, std::count(all.text.begin(), all.text.end(), '\n'));
+    EXPECT_GT(all.text.size(), Velmora::RPCConnection::MAX_MESSAGE_SIZE);
     client.disconnect();
     EXPECT_EQ(0, server.stop(SIGTERM)) << server.log();
     std::string const log = server.log();

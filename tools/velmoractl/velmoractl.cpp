@@ -26,6 +26,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <deque>
 #include <functional>
 #include <limits>
 #include <mutex>
@@ -506,6 +507,31 @@ void printJournalEntry(Options const& options, Json::Value const& entry)
     std::fflush(stdout);
 }
 
+// The entries that match, oldest first, asked for a page at a time from the
+// newest back: a full ring in one reply would pass the bus's message size.
+RPCConnection::Reply queryJournal(RPCClient& client, Json::Value query)
+{
+    constexpr unsigned int PAGE = 500;
+    unsigned int const wanted = query.get("limit", 0).asUInt(); // 0: all
+    std::deque<Json::Value> found;
+    for (;;) {
+        unsigned int const page = wanted == 0 ? PAGE : std::min<unsigned int>(PAGE, wanted - found.size());
+        query["limit"] = page;
+        RPCConnection::Reply reply = client.call("ILifecycleJournal.query", query);
+        if (!reply.ok)
+            return reply;
+        for (Json::ArrayIndex i = reply.result.size(); i > 0; --i)
+            found.push_front(reply.result[i - 1]);
+        if (reply.result.size() < page || found.size() == wanted) {
+            reply.result = Json::Value(Json::arrayValue);
+            for (Json::Value& entry : found)
+                reply.result.append(std::move(entry));
+            return reply;
+        }
+        query["before"] = Json::UInt64(found.front()["sequence"].asUInt64());
+    }
+}
+
 // Prints the entries that match; with `follow`, then every new matching one
 // until the server goes (1) or the tool is interrupted.
 int journal(RPCClient& client, Events& events, Options const& options, JournalRequest const& request)
@@ -515,7 +541,7 @@ int journal(RPCClient& client, Events& events, Options const& options, JournalRe
         subscription["events"].append("ILifecycleJournal::onEntry");
         client.callOrThrow("RPC.subscribe", subscription);
     }
-    RPCConnection::Reply const reply = client.call("ILifecycleJournal.query", request.query);
+    RPCConnection::Reply const reply = queryJournal(client, request.query);
     if (!reply.ok)
         return report(options, "ILifecycleJournal.query", reply);
     std::uint64_t last = 0;
