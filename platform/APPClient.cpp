@@ -280,14 +280,20 @@ void APPClient::postEvent(std::string const& id, Event const& event)
         VLOG(DebugLevelError, "handleEvent(): application %s failed an earlier event\n", uid.c_str());
         throwException(MODULE, __LINE__, "handleEvent", ReturnGenericFailure);
     }
-    auto const peer = currentConnection();
-    if (!peer)
-        failNotConnected("handleEvent");
+    // Read before the peer: a registration in between makes this event owed
+    // by no connection rather than count an older one's loss against the new.
     unsigned int connection = 0;
     {
         std::lock_guard lock(postedEvents->mutex);
-        postedEvents->unanswered.push_back(now);
         connection = postedEvents->connection;
+    }
+    auto const peer = currentConnection();
+    if (!peer)
+        failNotConnected("handleEvent");
+    {
+        std::lock_guard lock(postedEvents->mutex);
+        if (postedEvents->connection == connection)
+            postedEvents->unanswered.push_back(now);
     }
     peer->callDetached(interfaceName(Side::Event) + ".handleEvent", withUid(id, "event", IRPC::toJson(event)),
                        [posted = postedEvents, connection](RPCConnection::Reply const& reply) {
