@@ -99,7 +99,9 @@ private:
 
 // One process of `program` with `arguments`, this process's
 // environment with `environment` on top, and its output in the file `logFile`.
-// Ended with SIGKILL if its owner leaves it running.
+// Ended if its owner leaves it running: SIGTERM, so that a server ends the
+// services it started (a simulator outlives a server that is killed), and
+// SIGKILL when it is still there after a minute.
 class ServerProcess {
 public:
     ServerProcess(std::string const& program, std::vector<std::string> arguments,
@@ -127,10 +129,12 @@ public:
     }
     ~ServerProcess()
     {
-        if (pid > 0) {
+        if (pid <= 0)
+            return;
+        ::kill(pid, SIGTERM);
+        if (!awaitEnd(pid, 60000))
             ::kill(pid, SIGKILL);
-            ::waitpid(pid, nullptr, 0);
-        }
+        ::waitpid(pid, nullptr, 0);
     }
     ServerProcess(ServerProcess const&) = delete;
     ServerProcess& operator=(ServerProcess const&) = delete;
