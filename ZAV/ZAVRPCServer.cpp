@@ -133,8 +133,8 @@ void ZAVRPCServer::init()
 void ZAVRPCServer::shutdown()
 {
     RPCServer::shutdown();
-    // Nothing is read any more; what was queued before runs (finding its
-    // connection closed) or is dropped by a manager that has stopped.
+    // Nothing is read any more; what was queued before is answered with an
+    // error, or dropped by a manager that has stopped.
     for (WindowManager* manager : windowManagers) {
         try {
             if (manager)

@@ -225,9 +225,7 @@ void RPCConnection::dispatch(std::string const& text)
 }
 
 // A request answered on a processor's thread. Dropped unrun by a processor
-// that has stopped, it answers with the status such a processor gives; run
-// after its connection has closed (the requester left, or the server shuts
-// down), it does nothing: nobody waits for the answer.
+// that has stopped, it answers with the status such a processor gives.
 class RPCConnection::AnswerCommand : public CommandProcessor::Command {
 public:
     AnswerCommand(CommandProcessor* processor, std::shared_ptr<RPCConnection> connection,
@@ -243,8 +241,6 @@ public:
     }
     void call() override
     {
-        if (!connection->isOpen())
-            return;
         answered = true;
         connection->answer(request, id);
     }

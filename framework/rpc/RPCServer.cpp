@@ -81,6 +81,7 @@ void RPCServer::init()
 {
     if (context)
         return;
+    stopping = false;
     context = std::make_unique<RPCIoContext>(IO_THREADS, HANDLER_THREADS);
     try {
         RuntimeDirectory::ensure();
@@ -109,6 +110,7 @@ void RPCServer::shutdown()
 {
     if (!context)
         return;
+    stopping = true;
     for (auto const& listener : listeners)
         listener->close();
     auto const open = snapshot();
@@ -193,6 +195,8 @@ std::string RPCServer::handleRPCSynchronousMethodPayload(std::string const& payl
 
 std::string RPCServer::handleRequest(RPCConnection& connection, IRPC::RPCSynchronousMethodObject const& request)
 {
+    if (stopping)
+        return IRPC::RPCErrorObject(request.getMethod(), Exception(ReturnInvalidState).what()).serialize();
     if (request.getMethod().rfind("RPC.", 0) == 0)
         return handleBuiltIn(connection, request);
     return handleRPCSynchronousMethod(request);

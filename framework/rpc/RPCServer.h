@@ -18,6 +18,7 @@
 #include "interfaces/IRPC.h"
 #include "rpc/RPCConnection.h"
 
+#include <atomic>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -81,6 +82,9 @@ private:
     std::vector<std::shared_ptr<RPCConnection>> snapshot() const;
 
     std::string name;
+    // Set as shutdown() begins: a request that reaches a handler after it (one
+    // queued on a manager's thread) is answered with an error, not run.
+    std::atomic<bool> stopping = false;
     std::unique_ptr<RPCIoContext> context;
     std::vector<std::shared_ptr<RPCListener>> listeners;
     mutable std::mutex mutex;

@@ -38,7 +38,8 @@ inline std::string text(SerialObject const& object) { return IRPC::write(IRPC::t
 // A session whose window list is fixed; "gone" is listed but has no entry, as
 // a window that ended between the list and the call. The first window is
 // focused, visible and opaque (200), the others not. A launch of the URL
-// "wait" waits until `gate` is raised: a manager busy as long as a test likes.
+// "wait" logs "waiting <session>" and waits until `gate` is raised: a manager
+// busy as long as a test likes.
 class ScriptedWindows : public WindowManager {
 public:
     ScriptedWindows(unsigned int session, ApplicationFactory* factory, std::vector<std::string> windows,
@@ -89,8 +90,10 @@ protected:
     unsigned int _getZOrder(std::string const&) override { return 7; }
     std::string _launch(LaunchParameters const& parameters) override
     {
-        if (parameters.getApplicationURL() == "wait")
+        if (parameters.getApplicationURL() == "wait") {
+            log("waiting", std::to_string(getSessionIndex()));
             gate.waitFor(1, std::chrono::hours(1));
+        }
         log("launch", std::to_string(getSessionIndex()), text(parameters));
         return "new-" + parameters.getApplicationURL();
     }
