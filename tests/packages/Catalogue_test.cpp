@@ -159,19 +159,23 @@ TEST(CatalogueFailure, AFailedDatabaseOpenFailsOnlyThatQuery)
     EXPECT_EXIT(
         {
             alarm(60);
-            PackageWorld world;
-            world.installWithTool({PackageWorld::package("apple")});
-            RPMPackager packager;
-            bool const beforeInit = packager.getPackageInfo("apple").getName().empty();
-            packager.init("", "", "");
-            fs::path const database = world.root() / "var/lib/rpm/rpmdb.sqlite";
-            fs::rename(database, database.string() + ".saved");
-            std::ofstream(database, std::ios::trunc) << "not a database";
-            bool const corrupt = packager.getPackageInfo("apple").getName().empty() &&
-                                 packager.getPackageInfo("apple").getName().empty();
-            fs::rename(database.string() + ".saved", database);
-            bool const back = packager.getPackageInfo("apple").getName() == "apple";
-            std::_Exit(beforeInit && corrupt && back ? 3 : 4);
+            int status = 4;
+            { // the world goes with its files before the child exits
+                PackageWorld world;
+                world.installWithTool({PackageWorld::package("apple")});
+                RPMPackager packager;
+                bool const beforeInit = packager.getPackageInfo("apple").getName().empty();
+                packager.init("", "", "");
+                fs::path const database = world.root() / "var/lib/rpm/rpmdb.sqlite";
+                fs::rename(database, database.string() + ".saved");
+                std::ofstream(database, std::ios::trunc) << "not a database";
+                bool const corrupt = packager.getPackageInfo("apple").getName().empty() &&
+                                     packager.getPackageInfo("apple").getName().empty();
+                fs::rename(database.string() + ".saved", database);
+                bool const back = packager.getPackageInfo("apple").getName() == "apple";
+                status = beforeInit && corrupt && back ? 3 : 4;
+            }
+            std::_Exit(status);
         },
         ::testing::ExitedWithCode(3), "");
 }

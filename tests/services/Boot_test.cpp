@@ -109,13 +109,16 @@ TEST(Booting, ServicesComeUpInDependencyOrderAndRecoverFromDeaths)
 }
 
 // The server is a child in a process group of its own, so that the services
-// it leaves behind when it ends can be cleared away with it.
+// it leaves behind when it ends can be cleared away with it; its files go to
+// a folder of the parent's, since the child ends without its destructors.
 TEST(PowerManagerEnd, EndsTheServerWithStatusZero)
 {
+    ScratchDirectory const childFiles{"velmora-boot-child"};
     pid_t const server = ::fork();
     ASSERT_GE(server, 0);
     if (server == 0) {
         ::setpgid(0, 0);
+        ::setenv("TMPDIR", childFiles.get().c_str(), 1);
         BootWorld world("box", BOX);
         prepareBox(world);
         Box box(world);
