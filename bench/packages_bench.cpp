@@ -84,10 +84,11 @@ struct BenchWorld {
     MasterPackageManager manager{packager};
 };
 
+// Made at first use; its folder goes at exit.
 BenchWorld& benchWorld()
 {
-    static BenchWorld* world = new BenchWorld(); // left for the process's end
-    return *world;
+    static BenchWorld world;
+    return world;
 }
 
 void formatTag(Header header, rpmTagVal tag, std::string& out)

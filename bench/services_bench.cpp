@@ -12,6 +12,7 @@
 
 #include <chrono>
 #include <functional>
+#include <memory>
 
 using namespace Velmora;
 using namespace ServiceTest;
@@ -32,10 +33,11 @@ std::vector<ServicePackage> chainPackages()
     return packages;
 }
 
+// Made at first use; its folder goes at exit.
 BootWorld& chainWorld()
 {
-    static BootWorld* world = [] {
-        auto* made = new BootWorld("bench-chain", chainPackages());
+    static std::unique_ptr<BootWorld> const world = [] {
+        auto made = std::make_unique<BootWorld>("bench-chain", chainPackages());
         for (int i = 1; i <= CHAIN; ++i)
             made->plainService(serviceName(i));
         return made;
