@@ -10,6 +10,7 @@
 #include "rpc/WebEndpoint.h"
 
 #include <algorithm>
+#include <sched.h>
 
 namespace Velmora {
 
@@ -17,11 +18,17 @@ static char const MODULE[] = "RPCServer";
 
 namespace {
 
-// Reading and the handlers that never block. One thread: with two, the loop
-// wakes the second for every message read, to wait on the sockets meanwhile,
-// a thread switch per message that a small box pays for; what may block runs
-// on the handler threads anyway.
-constexpr unsigned int IO_THREADS = 1;
+// Reading and the handlers that never block: two threads, one on a box that
+// gives the process one core. The loop wakes the second thread for every
+// message read, to wait on the sockets meanwhile; on one core that thread
+// can never read in parallel, and each wake is only a thread switch more.
+unsigned int ioThreads()
+{
+    cpu_set_t cores;
+    CPU_ZERO(&cores);
+    bool const oneCore = ::sched_getaffinity(0, sizeof cores, &cores) == 0 && CPU_COUNT(&cores) == 1;
+    return oneCore ? 1 : 2;
+}
 // Handlers that may block, each on its own thread up to this many at once.
 constexpr unsigned int HANDLER_THREADS = 16;
 
@@ -82,7 +89,7 @@ void RPCServer::init()
     if (context)
         return;
     stopping = false;
-    context = std::make_unique<RPCIoContext>(IO_THREADS, HANDLER_THREADS);
+    context = std::make_unique<RPCIoContext>(ioThreads(), HANDLER_THREADS);
     try {
         RuntimeDirectory::ensure();
         listeners.push_back(UnixEndpoint::listen(*context, RuntimeDirectory::endpointPath(name), *this));
